@@ -1,0 +1,24 @@
+#include "NSNull.h"
+
+#include "NSString.h"
+
+namespace {
+NSNull* sharedNull = nullptr;
+}
+
+void NSNull::initialize() { sharedNull = new NSNull(); }
+
+NSNull* NSNull::null() {
+    classObject()->ensureInitialized();
+    return sharedNull;
+}
+
+NSString* NSNull::description() { return "<NSNull>"_ns; }
+
+NS_CLASS_BEGIN(NSNull, NSObject)
+    NS_METHOD(release)
+    NS_METHOD(retain)
+    NS_METHOD(autorelease)
+    NS_METHOD(description)
+    NS_CLASS_METHOD(null)
+NS_CLASS_END(NSNull)

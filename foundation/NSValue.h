@@ -1,0 +1,56 @@
+// Plain pointers wrapped as objects, and numbers, which are always binary64.
+#pragma once
+
+#include <cstdint>
+
+#include "NSObject.h"
+
+class NSValue : public NSObject {
+    NS_DECLARE_CLASS(NSValue, NSObject)
+
+public:
+    NSValue* initWithPointer_(void* pointer);
+    NSValue* initWithPointer_freeOnRelease_(void* pointer, bool freeOnRelease);
+    static NSValue* valueWithPointer_(void* pointer);
+    static NSValue* valueWithPointer_freeOnRelease_(void* pointer, bool freeOnRelease);
+    void* pointerValue() { return _pointer; }
+    bool isEqual_(NSObject* other) override;
+    uint32_t hash() override;
+    NSString* description() override;
+
+protected:
+    ~NSValue() override;
+
+    void* _pointer = nullptr;
+    bool _freeOnRelease = false;
+};
+
+class NSNumber : public NSValue {
+    NS_DECLARE_CLASS(NSNumber, NSValue)
+
+public:
+    NSNumber* initWithInt_(int value);
+    NSNumber* initWithLong_(long value);
+    NSNumber* initWithDouble_(double value);
+    NSNumber* initWithBool_(bool value);
+    static NSNumber* numberWithInt_(int value);
+    static NSNumber* numberWithLong_(long value);
+    static NSNumber* numberWithDouble_(double value);
+    static NSNumber* numberWithBool_(bool value);
+
+    // Truncated towards zero to 32 bits; out of range gives INT32_MIN.
+    int intValue();
+    long longValue() { return intValue(); }
+    double doubleValue() { return _number; }
+    // True only for exactly 1.
+    bool boolValue() { return intValue() == 1; }
+    bool isEqualToNumber_(NSNumber* other);
+    bool isEqual_(NSObject* other) override;
+    // The value truncated to 64 bits, then its low 32 bits.
+    uint32_t hash() override;
+    int compare_(NSNumber* other);
+    NSString* description() override;
+
+private:
+    double _number = 0;
+};
