@@ -1,0 +1,128 @@
+// The platform layer's contracts, checked against whichever flavour this
+// program is linked with (POSIX natively, Win32 under Wine). Paths are
+// relative, as the client's are: it works in its own working directory.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "foundation/platform/Platform.h"
+
+namespace {
+
+std::string readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeAll(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// A fresh scratch directory per test, relative to the working directory.
+class PlatformTest : public testing::Test {
+protected:
+    void SetUp() override {
+        const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
+        dir_ = std::string("scratch-") + info->name() + "-" + std::to_string(getpid());
+        std::system(("rm -rf '" + dir_ + "'").c_str());
+        ASSERT_EQ(mkdir(dir_.c_str(), 0755), 0);
+    }
+    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+    std::string path(const std::string& name) const { return dir_ + "/" + name; }
+
+    std::string dir_;
+};
+
+TEST_F(PlatformTest, ExistsAndRemove) {
+    EXPECT_TRUE(vtFileExists(dir_.c_str())) << "a directory exists too";
+    EXPECT_FALSE(vtFileExists(path("missing").c_str()));
+    writeAll(path("a"), "x");
+    EXPECT_TRUE(vtFileExists(path("a").c_str()));
+    EXPECT_TRUE(vtRemoveFile(path("a").c_str()));
+    EXPECT_FALSE(vtFileExists(path("a").c_str()));
+    EXPECT_FALSE(vtRemoveFile(path("a").c_str())) << "removing twice fails";
+}
+
+TEST_F(PlatformTest, CopyNoOverwrite) {
+    // Binary bytes (NUL, CR LF, 0xFF) over more than one read buffer.
+    std::string bytes;
+    for (int i = 0; i < 200000; i++) bytes.push_back(static_cast<char>((i * 7 + i / 251) & 0xFF));
+    bytes += "\r\n\0end";
+    writeAll(path("from.vci"), bytes);
+
+    ASSERT_TRUE(vtCopyFileNoOverwrite(path("from.vci").c_str(), path("to.vci").c_str()));
+    EXPECT_EQ(readAll(path("to.vci")), bytes);
+
+    // An existing target is left exactly as it was.
+    writeAll(path("kept.vci"), "mine");
+    EXPECT_FALSE(vtCopyFileNoOverwrite(path("from.vci").c_str(), path("kept.vci").c_str()));
+    EXPECT_EQ(readAll(path("kept.vci")), "mine");
+
+    // A missing source creates nothing.
+    EXPECT_FALSE(vtCopyFileNoOverwrite(path("missing").c_str(), path("none").c_str()));
+    EXPECT_FALSE(vtFileExists(path("none").c_str()));
+
+    // An empty file copies as an empty file.
+    writeAll(path("empty"), "");
+    ASSERT_TRUE(vtCopyFileNoOverwrite(path("empty").c_str(), path("empty2").c_str()));
+    EXPECT_TRUE(vtFileExists(path("empty2").c_str()));
+    EXPECT_EQ(readAll(path("empty2")), "");
+}
+
+TEST_F(PlatformTest, ListDirectory) {
+    std::vector<std::string> names;
+    ASSERT_TRUE(vtListDirectory(dir_.c_str(), &names)) << "an empty directory lists";
+    EXPECT_TRUE(names.empty());
+
+    writeAll(path("user.vci"), "1");
+    writeAll(path("b.vcd"), "2");
+    ASSERT_EQ(mkdir(path("sub").c_str(), 0755), 0);
+    writeAll(path("sub/inner"), "3");
+
+    names = {"kept"};
+    ASSERT_TRUE(vtListDirectory(dir_.c_str(), &names));
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"b.vcd", "kept", "sub", "user.vci"}))
+            << "appends, without . and .. and without descending";
+
+    names.clear();
+    EXPECT_FALSE(vtListDirectory(path("missing").c_str(), &names));
+    EXPECT_TRUE(names.empty());
+}
+
+TEST(Platform, Environment) {
+    setenv("VANTOR_PLATFORM_TEST", "value 1", 1);
+    ASSERT_NE(vtGetEnv("VANTOR_PLATFORM_TEST"), nullptr);
+    EXPECT_STREQ(vtGetEnv("VANTOR_PLATFORM_TEST"), "value 1");
+    unsetenv("VANTOR_PLATFORM_TEST");
+    EXPECT_EQ(vtGetEnv("VANTOR_PLATFORM_TEST"), nullptr);
+}
+
+#ifndef VANTOR_TEST_WIN32
+// Under Wine only Win32 threads may call into Wine, so this runs natively.
+TEST(Platform, ThreadIdsDiffer) {
+    uint64_t main = vtCurrentThreadId();
+    uint64_t other = 0;
+    std::thread([&] { other = vtCurrentThreadId(); }).join();
+    EXPECT_EQ(vtCurrentThreadId(), main) << "stable within a thread";
+    EXPECT_NE(other, main);
+}
+
+TEST(Platform, NoWindowSystem) {
+    // Natively there is nobody to ask: the box is answered OK at once.
+    EXPECT_EQ(vtMessageBox(u"text", u"title", kVTMessageBoxOkCancel), kVTAnswerOk);
+    EXPECT_EQ(vtInstanceHandle(), nullptr);
+}
+#else
+TEST(Platform, ModuleHandle) { EXPECT_NE(vtInstanceHandle(), nullptr); }
+#endif
+
+}  // namespace
