@@ -1,0 +1,88 @@
+#include "app/VTLocalization.h"
+
+#include "foundation/NSString.h"
+
+namespace {
+
+NSDictionary* installedTable = nullptr;
+
+struct Row {
+    const char* key;
+    const char* english;
+    const char* german;
+    const char* czech;
+};
+
+// In the order of the English table.
+const Row kRows[] = {
+    {"error", "Error", "Fehler", "Chyba"},
+    {"login", "Login", "Anmelden", "Login"},
+    {"alreadyrunning", "An instance of this application is already running in the same working directory.",
+     "Eine Instanz der Anwendung läuft noch.", "Instance této aplikace již běží."},
+    {"novuk", "no user unique ID", "Kein Benützerschlüssel gefunden", "Nenalezen uživatelský klíč"},
+    {"novukfound", "No user key has been found.", "Kein Benützerschlüssel gefunden.", "Nenalezen uživatelský klíč."},
+    {"bt_new", "New", "Neu", "Nový"},
+    {"bt_save", "Save", "Speichern", "Uložit"},
+    {"bt_remove", "Remove", "Entfernen", "Odstranit"},
+    {"validation_notempty", "Field '%s' must not be empty.", "Das Eingabefeld '%s' darf nicht leer sein.",
+     "Pole '%s' nesmí být prázdné."},
+    {"validation_error", "Validation error", "Validierungsfehler", "Chyba při validaci"},
+    {"creator", "Creator", "Erstellt von", "Vytvořil"},
+    {"created", "Created", "Erstellt am", "Vytvořeno"},
+    {"modifier", "Modifier", "Geändert von", "Změnil"},
+    {"modified", "Modified", "Geändert am", "Změneno"},
+    {"cannotlaunchpdf", "No PDF viewer found.", "Kein PDF-Viewer gefunden.", "Nenalezen prohlížeč PDF."},
+    {"cannotfindlayoutpdf", "No layout scheme found for this form. Please use the report designer to create one.",
+     "Kein Layout-Schema gefunden. Erstellen Sie bitte eins mit dem Report-Designer.",
+     "Nenalezeno schéma pro layout."},
+    {"unknownsheet", "Unknown sheet. Ignore delta?", "Unbekannte Tabelle. Delta ignorieren?",
+     "Neznámá tabulka. Ignorovat deltu?"},
+    {"nouserrow_error", "No match between user key and database.", "Falscher Benützerschlüssel.",
+     "Nesprávný uživatelský klíč."},
+    {"removing", "Removing", "Entfernen", "Ostranit"},
+    {"areyousure", "Are you sure?", "Wirklich durchführen?", "Opravdu provést?"},
+    {"m_File", "File", "Datei", "Soubor"},
+    {"m_Quit", "Quit", "Beenden", "Konec"},
+    {"pleasereport", "Please report every problem to support@vantor.example.",
+     "Bitte melden Sie jedes Problem an support@vantor.example.",
+     "Každý problém prosím hlaste na support@vantor.example."},
+};
+
+}  // namespace
+
+VTLocalization* VTLocalization::localization() { return NSAutorelease(static_cast<VTLocalization*>(alloc()->init())); }
+
+void VTLocalization::build() {
+    const uint32_t n = sizeof kRows / sizeof kRows[0];
+    _english.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(n)));
+    _german.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(n)));
+    _czech.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(n)));
+    for (const Row& row : kRows) {
+        NSString* key = NSString::stringWithUTF8String_(row.key);
+        _english->setObject_forKey_(NSString::stringWithUTF8String_(row.english), key);
+        _german->setObject_forKey_(NSString::stringWithUTF8String_(row.german), key);
+        _czech->setObject_forKey_(NSString::stringWithUTF8String_(row.czech), key);
+    }
+}
+
+NSMutableDictionary* VTLocalization::localizedStrings() {
+    build();
+    return _english;
+}
+
+NSString* VTLocalizedString(NSString* key) {
+    NSString* text = installedTable ? static_cast<NSString*>(installedTable->objectForKey_(key)) : nullptr;
+    if (text) return text;
+    return NSString::stringWithFormat_("[%s]", key ? key->UTF8String() : "");
+}
+
+void VTInstallLocalizedStrings(NSDictionary* table) {
+    NSRetain(table);
+    NSRelease(installedTable);
+    installedTable = table;
+}
+
+NS_CLASS_BEGIN(VTLocalization, NSObject)
+    NS_METHOD(localizedStrings)
+    NS_CLASS_METHOD(localization)
+NS_CLASS_END(VTLocalization)

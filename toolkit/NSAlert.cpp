@@ -1,0 +1,48 @@
+#include "toolkit/NSAlert.h"
+
+#include <cstring>
+
+#include "foundation/NSString.h"
+#include "foundation/platform/Platform.h"
+
+bool NSAlertIsNonInteractive() {
+    const char* value = vtGetEnv("VANTOR_NONINTERACTIVE");
+    return value && std::strcmp(value, "1") == 0;
+}
+
+NSAlert* NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+    NSString* message, NSString*, NSString* alternateButton, NSString* otherButton, NSString* informativeText) {
+    NSAlert* alert = alloc();
+    alert->_title.set(message);
+    alert->_text.set(informativeText);
+    alert->_alternateButtonText.set(alternateButton);
+    alert->_otherButtonText.set(otherButton);
+    return NSAutorelease(alert);
+}
+
+int NSAlert::runModal() {
+    if (NSAlertIsNonInteractive()) {
+        LOG("alert: %s: %s", _title ? _title->UTF8String() : "", _text ? _text->UTF8String() : "");
+        return 1;
+    }
+    static const uint16_t empty[] = {0};
+    const auto* text = reinterpret_cast<const char16_t*>(_text ? _text->UTF16String() : empty);
+    const auto* title = reinterpret_cast<const char16_t*>(_title ? _title->UTF16String() : empty);
+    if (!_alternateButtonText) {
+        vtMessageBox(text, title, kVTMessageBoxOk);
+        return 1;
+    }
+    int answer = vtMessageBox(text, title, kVTMessageBoxOkCancel);
+    if (answer == kVTAnswerOk) return 1;
+    if (answer == kVTAnswerCancel) return 0;
+    return -1;
+}
+
+NS_CLASS_BEGIN(NSAlert, NSObject)
+    NS_METHOD(runModal)
+    NS_CLASS_METHOD(alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_)
+    NS_FIELD(_title)
+    NS_FIELD(_text)
+    NS_FIELD(_alternateButtonText)
+    NS_FIELD(_otherButtonText)
+NS_CLASS_END(NSAlert)
