@@ -496,6 +496,23 @@ private:                                                                      \
 #define NS_FIELD_TYPED(cxxName, type) .field<&Self::cxxName>(#cxxName, type)
 #define NS_PROTOCOL(name) .protocol(name)
 
+// Operations of a class that live with another subsystem (the combinators
+// of NSArray, say) register from that subsystem's file:
+//
+//   NS_EXTEND_CLASS(NSArray, Combinators)
+//       NS_METHOD(each)
+//   NS_EXTEND_END
+#define NS_EXTEND_CLASS(Name, Tag)                                   \
+    namespace {                                                      \
+    const Class ns_extension_##Name##_##Tag = []() {                 \
+        using Self [[maybe_unused]] = Name;                          \
+        return NSClassBuilder(Name::classObject())
+
+#define NS_EXTEND_END \
+            .done();  \
+    }();              \
+    }
+
 #define NS_CLASS_END(Name)                                  \
             .done();                                        \
         return ns_class;                                    \

@@ -41,6 +41,7 @@ public:
         countSeen = object->retainCount();
     }
     static NSString* greeting() { return "hello"_ns; }
+    int twice_(int v) { return 2 * v; }
 
     int lastRow = 0;
     NSObject* lastMatrix = nullptr;
@@ -78,6 +79,12 @@ NS_CLASS_BEGIN(Probe, NSObject)
     NS_FIELD(_d)
     NS_FIELD(_object)
 NS_CLASS_END(Probe)
+
+// An operation registered from another file, as subsystems extend the
+// foundation's classes.
+NS_EXTEND_CLASS(Probe, Extra)
+    NS_METHOD(twice_)
+NS_EXTEND_END
 
 class DerivedProbe : public Probe {
     NS_DECLARE_CLASS(DerivedProbe, Probe)
@@ -259,6 +266,9 @@ TEST_F(ObjectTest, DispatchBySelectorName) {
     EXPECT_EQ(NSStringFromSelector(echo)->isEqual_("echo:"_ns), true);
     EXPECT_TRUE(NSStringFromClass(Probe::classObject())->isEqual_("Probe"_ns));
     EXPECT_EQ(NSSend<NSObject*>(nullptr, echo, "x"_ns), nullptr);
+    // Extensions reach subclasses too.
+    DerivedProbe* d = NSAutorelease(DerivedProbe::alloc());
+    EXPECT_EQ(NSSend<int>(d, NS_SEL("twice:"), 21), 42);
 }
 
 TEST_F(ObjectTest, AnActionStartedByClassAndSelectorName) {
