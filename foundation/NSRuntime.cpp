@@ -24,6 +24,8 @@ struct Registry {
     // Raised whenever a method is added anywhere, so that flattened tables
     // made during static initialisation are rebuilt once registration ends.
     std::atomic<uint64_t> generation{1};
+    // Method tables replaced by newer ones, kept for readers in flight.
+    std::vector<const void*> retired;
 };
 
 Registry& registry() {
@@ -141,6 +143,10 @@ const NSClass::Table* NSClass::flatTable(bool classSide) {
     if (table && __atomic_load_n(&_flatGeneration[side], __ATOMIC_ACQUIRE) == generation) return table;
 
     std::lock_guard<std::recursive_mutex> guard(runtimeLock());
+    // Another thread may have built it while this one waited.
+    generation = r.generation.load(std::memory_order_acquire);
+    table = _flat[side];
+    if (table && _flatGeneration[side] == generation) return table;
     auto* flat = new Table;
     // Nearest class wins: walk from the root down so that later (more
     // derived) registrations replace earlier ones.
@@ -151,9 +157,10 @@ const NSClass::Table* NSClass::flatTable(bool classSide) {
             flat->entries[e.sel] = e;
         }
     }
-    // Old tables are kept: another thread may still be reading one. They
-    // are only replaced while registration is still going on.
-    __atomic_store_n(&_flatGeneration[side], r.generation.load(), __ATOMIC_RELEASE);
+    // A replaced table is kept: another thread may still be reading it.
+    // Tables are only replaced while registration is still going on.
+    if (table) r.retired.push_back(table);
+    __atomic_store_n(&_flatGeneration[side], generation, __ATOMIC_RELEASE);
     __atomic_store_n(&_flat[side], flat, __ATOMIC_RELEASE);
     return flat;
 }
