@@ -1,10 +1,13 @@
 #include "NSArray.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 
 #include "NSString.h"
+#include "NSValue.h"
 
 NSArray::~NSArray() {
     for (uint32_t i = 0; i < _count; i++) NSRelease(_elements[i]);
@@ -77,7 +80,9 @@ int NSArray::indexOfObject_(NSObject* object) {
         return -1;
     }
     // Binary search: the argument is sent sortedBy with the element; 0 is a
-    // hit, -1 goes lower, anything else higher.
+    // hit, -1 goes lower, anything else higher. A nil argument answers 0 to
+    // every message, so it "finds" the middle element: the documented nil
+    // rule, kept as it is.
     int64_t low = 0, high = static_cast<int64_t>(_count) - 1;
     while (low <= high) {
         int64_t mid = (low + high) / 2;
@@ -96,22 +101,85 @@ NSEnumerator* NSArray::objectEnumerator() {
     return NSAutorelease(static_cast<NSEnumerator*>(NSEnumerator::alloc())->initWithArray_(this));
 }
 
+namespace {
+
+// The comparisons whose answers the sort may trust: compare: of strings and
+// of numbers, the foundation's own, which answer exactly -1, 0 or 1 and
+// consistently (a total preorder). NaN breaks that for numbers: it compares
+// equal to everything.
+enum class TrustedOrder { None, Strings, Numbers };
+
+TrustedOrder trustedOrder(SEL comparator, NSObject** elements, uint32_t count) {
+    if (comparator != NS_SEL("compare:")) return TrustedOrder::None;
+    static const IMP stringCompare = NSString::classObject()->lookupMethod(NS_SEL("compare:"));
+    static const IMP numberCompare = NSNumber::classObject()->lookupMethod(NS_SEL("compare:"));
+    TrustedOrder kind = TrustedOrder::None;
+    Class known = nullptr;  // the last class found trustworthy
+    for (uint32_t i = 0; i < count; i++) {
+        NSObject* e = elements[i];
+        if (!e) return TrustedOrder::None;
+        Class cls = e->class_();
+        if (cls != known) {
+            // The implementation, not the class name, is what is vouched
+            // for: a subclass that brings its own compare: is not trusted.
+            IMP imp = cls->lookupMethod(comparator);
+            TrustedOrder k = imp == stringCompare   ? TrustedOrder::Strings
+                             : imp == numberCompare ? TrustedOrder::Numbers
+                                                    : TrustedOrder::None;
+            // One kind per array: a string's compare: with a number (or the
+            // other way round) reads the wrong fields and answers nothing
+            // that could be trusted.
+            if (k == TrustedOrder::None || (kind != TrustedOrder::None && k != kind)) return TrustedOrder::None;
+            kind = k;
+            known = cls;
+        }
+        if (kind == TrustedOrder::Numbers && std::isnan(static_cast<NSNumber*>(e)->doubleValue())) {
+            return TrustedOrder::None;
+        }
+    }
+    return kind;
+}
+
+}  // namespace
+
+// The documented sort is an exchange sort that walks back after each
+// exchange, in which only an answer of exactly 1 exchanges two neighbours:
+// stable, and quadratic. For a comparison that answers -1, 0 or 1
+// consistently, its result is the one stable sorted order, which a merge
+// sort reaches in n log n with "b before a" exactly when a compared to b
+// answers 1. That is only done where the answers can be trusted (see
+// trustedOrder); every other comparator, the records' compareWithWrapper:
+// included, gets the exchange sort itself, whose result is defined for any
+// answers at all.
 NSMutableArray* NSArray::sortedArrayUsingSelector_(SEL comparator) {
     NSMutableArray* result = NSMutableArray::arrayWithCapacity_(_count);
     if (_count == 0) return result;
     for (uint32_t i = 0; i < _count; i++) result->addObject_(_elements[i]);
-    // Exchange sort that walks back after each exchange: stable, and only a
-    // result of exactly 1 exchanges.
     NSObject** work = result->_elements;
-    uint32_t i = 0;
-    while (i + 1 < _count) {
-        if (NSSend<int>(work[i], comparator, work[i + 1]) == 1) {
-            NSObject* t = work[i];
-            work[i] = work[i + 1];
-            work[i + 1] = t;
-            i = i == 0 ? 1 : i - 1;
-        } else {
-            i++;
+    switch (trustedOrder(comparator, work, _count)) {
+        case TrustedOrder::Strings:
+            std::stable_sort(work, work + _count, [](NSObject* a, NSObject* b) {
+                return static_cast<NSString*>(b)->compare_(static_cast<NSString*>(a)) == 1;
+            });
+            break;
+        case TrustedOrder::Numbers:
+            std::stable_sort(work, work + _count, [](NSObject* a, NSObject* b) {
+                return static_cast<NSNumber*>(b)->doubleValue() > static_cast<NSNumber*>(a)->doubleValue();
+            });
+            break;
+        case TrustedOrder::None: {
+            uint32_t i = 0;
+            while (i + 1 < _count) {
+                if (NSSend<int>(work[i], comparator, work[i + 1]) == 1) {
+                    NSObject* t = work[i];
+                    work[i] = work[i + 1];
+                    work[i + 1] = t;
+                    i = i == 0 ? 1 : i - 1;
+                } else {
+                    i++;
+                }
+            }
+            break;
         }
     }
     result->setSortedBy_(comparator);
@@ -201,9 +269,14 @@ void NSMutableArray::removeObjectAtIndex_(uint32_t index) {
 }
 
 void NSMutableArray::addObjectsFromArray_(NSArray* other) {
-    // Through the other's enumeration, which ends at a nil element.
-    for (uint32_t i = 0; other && i < other->count() && other->objectAtIndex_(i); i++) {
-        appendRetained(other->objectAtIndex_(i));
+    if (!other) return;
+    // Through the other's enumeration, which ends at a nil element. The
+    // enumerator is a live cursor, so adding an array to itself would chase
+    // its own growing end for ever; the elements it had when the call began
+    // are added instead, once.
+    uint32_t end = other == this ? _count : UINT32_MAX;
+    for (uint32_t i = 0; i < end && i < other->count() && other->objectAtIndex_(i); i++) {
+        addObject_(other->objectAtIndex_(i));
     }
     _sortedBy = nullptr;
 }
@@ -245,6 +318,7 @@ NS_CLASS_BEGIN(NSArray, NSObject)
     NS_METHOD(init)
     NS_METHOD(initWithObject_)
     NS_METHOD(initWithArray_)
+    NS_CLASS_METHOD(arrayWithArray_)
     NS_METHOD(count)
     NS_METHOD(objectAtIndex_)
     NS_METHOD(indexOfObject_)
@@ -258,7 +332,8 @@ NS_CLASS_BEGIN(NSArray, NSObject)
     NS_METHOD(hash)
     NS_METHOD(mutableCopyWithZone_)
     NS_METHOD(description)
-    NS_CLASS_METHOD(arrayWithArray_)
+    // elements is a raw block of slots, not an object: key access can't
+    // reach it.
     NS_FIELD(_count)
     NS_FIELD(_capacity)
     NS_FIELD(_sortedBy)
@@ -267,6 +342,8 @@ NS_CLASS_END(NSArray)
 NS_CLASS_BEGIN(NSMutableArray, NSArray)
     NS_METHOD(init)
     NS_METHOD(initWithCapacity_)
+    NS_CLASS_METHOD(arrayWithCapacity_)
+    NS_CLASS_METHOD(array)
     NS_METHOD(addObject_)
     NS_METHOD(replaceObjectAtIndex_withObject_)
     NS_METHOD(removeObjectAtIndex_)
@@ -274,8 +351,6 @@ NS_CLASS_BEGIN(NSMutableArray, NSArray)
     NS_METHOD(removeObject_)
     NS_METHOD(removeAllObjects)
     NS_METHOD(copyWithZone_)
-    NS_CLASS_METHOD(array)
-    NS_CLASS_METHOD(arrayWithCapacity_)
 NS_CLASS_END(NSMutableArray)
 
 NS_CLASS_BEGIN(NSEnumerator, NSObject)

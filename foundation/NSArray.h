@@ -39,6 +39,11 @@ public:
     uint32_t hash() override;
     NSObject* mutableCopyWithZone_(NSZone* zone) override;
     NSString* description() override;
+    // Archiving, with the archive formats (storage/ValueCoding.cpp).
+    void encodeWithCoder_(NSCoder* coder) override;
+    NSObject* initWithCoder_(NSCoder* coder) override;
+    class CMEach* each();        // autoreleased combinators (CMEach.cpp, CMCollect.cpp)
+    class CMCollect* collect();
 
     NSArray() = default;
 

@@ -4,6 +4,41 @@
 
 #include "NSNull.h"
 #include "NSString.h"
+#include "NSValue.h"
+
+namespace {
+
+// Strings and numbers of the foundation's own classes are equal only when
+// their hashes are: isEqual: and hash both come from the text, or from the
+// number, and neither has side effects. Between two such keys a differing
+// hash therefore answers isEqual: without asking it, and nobody can tell the
+// difference; it saves most of the cost of a long bucket. Subclasses are
+// left out: they may redefine either operation.
+bool hashDecidesEquality(Class cls) {
+    static const Class string = NSString::classObject();
+    static const Class mutableString = NSMutableString::classObject();
+    static const Class constantString = NSConstantString::classObject();
+    static const Class number = NSNumber::classObject();
+    return cls == string || cls == mutableString || cls == constantString || cls == number;
+}
+
+// The key looked for, with its hash taken once (step 1 of an insertion).
+struct KeyProbe {
+    explicit KeyProbe(NSObject* k) : key(k), hash(k->hash()), hashDecides(hashDecidesEquality(k->class_())) {}
+    // The stored key asked isEqual: with the key looked for, in the
+    // documented direction.
+    bool matchedBy(NSObject* stored) const {
+        if (hashDecides && stored != key && hashDecidesEquality(stored->class_()) && stored->hash() != hash) {
+            return false;
+        }
+        return stored->isEqual_(key);
+    }
+    NSObject* key;
+    uint32_t hash;
+    bool hashDecides;
+};
+
+}  // namespace
 
 NSDictionary* NSDictionary::init() { return initWithCapacity_(1024); }
 
@@ -41,14 +76,17 @@ NSMutableDictionary* NSDictionary::dictionaryWithObjectsAndKeys_(NSObject* first
 }
 
 void NSDictionary::insertValue_forKey_(NSObject* value, NSObject* key) {
+    // A nil key never matches and can't be stored: storing it would put a
+    // nil into a bucket, where it would end enumerations early.
     if (!key) return;
-    uint32_t index = key->hash() % _array->count();
+    KeyProbe probe(key);
+    uint32_t index = probe.hash % _array->count();
     NSObject* slot = _array->objectAtIndex_(index);
     NSNull* null = NSNull::null();
     if (slot != null) {
         auto* bucket = static_cast<NSMutableArray*>(slot);
         for (uint32_t i = 0; i < bucket->count(); i += 2) {
-            if (!bucket->objectAtIndex_(i)->isEqual_(key)) continue;
+            if (!probe.matchedBy(bucket->objectAtIndex_(i))) continue;
             if (value) {
                 bucket->replaceObjectAtIndex_withObject_(i + 1, value);
             } else {
@@ -82,41 +120,48 @@ void NSDictionary::insertValue_forKey_(NSObject* value, NSObject* key) {
 
 NSObject* NSDictionary::objectForKey_(NSObject* key) {
     if (!key || !_array) return nullptr;
-    NSObject* slot = _array->objectAtIndex_(key->hash() % _array->count());
+    KeyProbe probe(key);
+    NSObject* slot = _array->objectAtIndex_(probe.hash % _array->count());
     if (slot == NSNull::null()) return nullptr;
     auto* bucket = static_cast<NSMutableArray*>(slot);
     for (uint32_t i = 0; i < bucket->count(); i += 2) {
-        if (bucket->objectAtIndex_(i)->isEqual_(key)) return bucket->objectAtIndex_(i + 1);
+        if (probe.matchedBy(bucket->objectAtIndex_(i))) return bucket->objectAtIndex_(i + 1);
     }
     return nullptr;
 }
 
 namespace {
-// Keys (offset 0) or values (offset 1) in enumeration order.
-NSMutableArray* entries(NSMutableArray* table, uint32_t count, uint32_t offset) {
-    NSMutableArray* out = NSMutableArray::arrayWithCapacity_(count);
+// Calls f(key, value) for every entry in enumeration order: buckets from 0
+// up, each in its order of insertion.
+template <class F>
+void forEachEntry(NSMutableArray* table, F f) {
     NSNull* null = NSNull::null();
     for (uint32_t b = 0; table && b < table->count(); b++) {
         NSObject* slot = table->objectAtIndex_(b);
         if (slot == null) continue;
         auto* bucket = static_cast<NSMutableArray*>(slot);
-        for (uint32_t i = offset; i < bucket->count(); i += 2) out->addObject_(bucket->objectAtIndex_(i));
+        for (uint32_t i = 0; i + 1 < bucket->count(); i += 2) f(bucket->objectAtIndex_(i), bucket->objectAtIndex_(i + 1));
     }
-    return out;
 }
 }  // namespace
 
-NSMutableArray* NSDictionary::allKeys() { return entries(_array, _count, 0); }
+NSMutableArray* NSDictionary::allKeys() {
+    NSMutableArray* out = NSMutableArray::arrayWithCapacity_(_count);
+    forEachEntry(_array, [out](NSObject* key, NSObject*) { out->addObject_(key); });
+    return out;
+}
 
-NSMutableArray* NSDictionary::allValues() { return entries(_array, _count, 1); }
+NSMutableArray* NSDictionary::allValues() {
+    NSMutableArray* out = NSMutableArray::arrayWithCapacity_(_count);
+    forEachEntry(_array, [out](NSObject*, NSObject* value) { out->addObject_(value); });
+    return out;
+}
 
 NSMutableArray* NSDictionary::allKeysForObject_(NSObject* object) {
     NSMutableArray* out = NSMutableArray::array();
-    NSMutableArray* keys = allKeys();
-    for (uint32_t i = 0; i < keys->count(); i++) {
-        NSObject* key = keys->objectAtIndex_(i);
-        if (NSNil(object, &NSObject::isEqual_, objectForKey_(key))) out->addObject_(key);
-    }
+    forEachEntry(_array, [out, object](NSObject* key, NSObject* value) {
+        if (NSNil(object, &NSObject::isEqual_, value)) out->addObject_(key);
+    });
     return out;
 }
 
@@ -125,22 +170,19 @@ bool NSDictionary::isEqual_(NSObject* other) {
     if (!other || !other->isKindOfClass_(NSDictionary::classObject())) return false;
     auto* d = static_cast<NSDictionary*>(other);
     if (d->_count != _count) return false;
-    NSMutableArray* keys = allKeys();
-    for (uint32_t i = 0; i < keys->count(); i++) {
-        NSObject* key = keys->objectAtIndex_(i);
-        if (!NSNil(d->objectForKey_(key), &NSObject::isEqual_, objectForKey_(key))) return false;
-    }
-    return true;
+    bool equal = true;
+    forEachEntry(_array, [d, &equal](NSObject* key, NSObject* value) {
+        if (equal && !NSNil(d->objectForKey_(key), &NSObject::isEqual_, value)) equal = false;
+    });
+    return equal;
 }
 
 uint32_t NSDictionary::hash() {
     uint32_t h = 17;
-    NSMutableArray* keys = allKeys();
-    for (uint32_t i = 0; i < keys->count(); i++) {
-        NSObject* key = keys->objectAtIndex_(i);
+    forEachEntry(_array, [&h](NSObject* key, NSObject* value) {
         h = 37 * h + key->hash();
-        h = 37 * h + NSNil(objectForKey_(key), &NSObject::hash);
-    }
+        h = 37 * h + value->hash();
+    });
     return h;
 }
 
@@ -154,14 +196,14 @@ NSObject* NSDictionary::mutableCopyWithZone_(NSZone*) {
 
 NSString* NSDictionary::description() {
     NSMutableString* s = NSMutableString::stringWithUTF8String_("{");
-    NSMutableArray* keys = allKeys();
-    for (uint32_t i = 0; i < keys->count(); i++) {
-        NSObject* key = keys->objectAtIndex_(i);
-        if (i) s->appendString_(", "_ns);
+    bool first = true;
+    forEachEntry(_array, [s, &first](NSObject* key, NSObject* value) {
+        if (!first) s->appendString_(", "_ns);
+        first = false;
         s->appendString_(key->description());
         s->appendString_(":"_ns);
-        s->appendString_(NSNil(objectForKey_(key), &NSObject::description));
-    }
+        s->appendString_(value->description());
+    });
     s->appendString_("}"_ns);
     return s;
 }
@@ -217,11 +259,11 @@ NS_CLASS_BEGIN(NSDictionary, NSObject)
 NS_CLASS_END(NSDictionary)
 
 NS_CLASS_BEGIN(NSMutableDictionary, NSDictionary)
+    NS_CLASS_METHOD(dictionary)
+    NS_CLASS_METHOD(dictionaryWithCapacity_)
     NS_METHOD(setObject_forKey_)
     NS_METHOD(removeObjectForKey_)
     NS_METHOD(removeAllObjects)
     NS_METHOD(addEntriesFromDictionary_)
     NS_METHOD(copyWithZone_)
-    NS_CLASS_METHOD(dictionary)
-    NS_CLASS_METHOD(dictionaryWithCapacity_)
 NS_CLASS_END(NSMutableDictionary)

@@ -35,6 +35,9 @@ public:
     NSArray* attributeKeys() override;
     NSObject* mutableCopyWithZone_(NSZone* zone) override;
     NSString* description() override;
+    // Archiving, with the archive formats (storage/ValueCoding.cpp).
+    void encodeWithCoder_(NSCoder* coder) override;
+    NSObject* initWithCoder_(NSCoder* coder) override;
 
     uint32_t bucketCount() { return _array ? _array->count() : 0; }
 
