@@ -1,5 +1,7 @@
 // Localized texts: one function over one installed table of key to text.
-// The table of every language is built; English is the one installed.
+// The tables of every language are built; an installation chooses among
+// them with the file language.txt in its working directory (en, de or cs);
+// without one it speaks English.
 #pragma once
 
 #include "foundation/NSDictionary.h"
@@ -10,9 +12,17 @@ class VTLocalization : public NSObject {
 
 public:
     static VTLocalization* localization();
-    // The table in force: the English one. German and Czech are built in
-    // the same call.
+    // Builds the three tables and answers the one that language.txt in the
+    // working directory names; English when there is no such file or it
+    // names no language we have (which is logged).
     NSMutableDictionary* localizedStrings();
+    // The table of a language code ("en", "de", "cs"), or nil for any other
+    // code. Needs localizedStrings to have built the tables.
+    NSMutableDictionary* stringsForLanguage_(NSString* code);
+    // The language that the file at path chooses: its first line, trimmed,
+    // in lower case, if it is en, de or cs. No file gives "en" silently;
+    // anything else gives "en" and a log line.
+    static NSString* languageFromFile_(NSString* path);
     NSMutableDictionary* englishStrings() { return _english; }
     NSMutableDictionary* germanStrings() { return _german; }
     NSMutableDictionary* czechStrings() { return _czech; }

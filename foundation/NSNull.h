@@ -14,4 +14,6 @@ public:
     NSObject* retain() override { return this; }
     NSObject* autorelease() override { return this; }
     NSString* description() override;
+    // Archiving (storage/ValueCoding.cpp).
+    void encodeWithCoder_(NSCoder* coder) override;
 };

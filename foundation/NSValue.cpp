@@ -10,7 +10,9 @@ NSValue::~NSValue() {
     if (_freeOnRelease) std::free(_pointer);
 }
 
-NSValue* NSValue::initWithPointer_(void* pointer) { return initWithPointer_freeOnRelease_(pointer, false); }
+NSValue* NSValue::initWithPointer_(void* pointer) {
+    return initWithPointer_freeOnRelease_(pointer, false);
+}
 
 NSValue* NSValue::initWithPointer_freeOnRelease_(void* pointer, bool freeOnRelease) {
     _pointer = pointer;
@@ -18,7 +20,9 @@ NSValue* NSValue::initWithPointer_freeOnRelease_(void* pointer, bool freeOnRelea
     return this;
 }
 
-NSValue* NSValue::valueWithPointer_(void* pointer) { return NSAutorelease(alloc()->initWithPointer_(pointer)); }
+NSValue* NSValue::valueWithPointer_(void* pointer) {
+    return NSAutorelease(alloc()->initWithPointer_(pointer));
+}
 
 NSValue* NSValue::valueWithPointer_freeOnRelease_(void* pointer, bool freeOnRelease) {
     return NSAutorelease(alloc()->initWithPointer_freeOnRelease_(pointer, freeOnRelease));
@@ -32,6 +36,10 @@ bool NSValue::isEqual_(NSObject* other) {
 uint32_t NSValue::hash() { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(_pointer)); }
 
 NSString* NSValue::description() {
+    // The pointer as numberWithLong: prints it on the 32-bit client: a
+    // signed integer. A 64-bit address beyond 32 bits would come out of
+    // NSNumber rounded to binary64 and in "%lf" form; the exact integer keeps
+    // two handles apart in every log line, which is what the text is for.
     return NSString::stringWithFormat_("%" PRIdPTR, reinterpret_cast<intptr_t>(_pointer));
 }
 
@@ -39,7 +47,9 @@ NSString* NSValue::description() {
 
 NSNumber* NSNumber::initWithInt_(int value) { return initWithDouble_(value); }
 
-NSNumber* NSNumber::initWithLong_(long value) { return initWithDouble_(static_cast<double>(value)); }
+NSNumber* NSNumber::initWithLong_(long value) {
+    return initWithDouble_(static_cast<double>(value));
+}
 
 NSNumber* NSNumber::initWithDouble_(double value) {
     _number = value;
@@ -48,13 +58,21 @@ NSNumber* NSNumber::initWithDouble_(double value) {
 
 NSNumber* NSNumber::initWithBool_(bool value) { return initWithDouble_(value ? 1 : 0); }
 
-NSNumber* NSNumber::numberWithInt_(int value) { return NSAutorelease(alloc()->initWithInt_(value)); }
+NSNumber* NSNumber::numberWithInt_(int value) {
+    return NSAutorelease(alloc()->initWithInt_(value));
+}
 
-NSNumber* NSNumber::numberWithLong_(long value) { return NSAutorelease(alloc()->initWithLong_(value)); }
+NSNumber* NSNumber::numberWithLong_(long value) {
+    return NSAutorelease(alloc()->initWithLong_(value));
+}
 
-NSNumber* NSNumber::numberWithDouble_(double value) { return NSAutorelease(alloc()->initWithDouble_(value)); }
+NSNumber* NSNumber::numberWithDouble_(double value) {
+    return NSAutorelease(alloc()->initWithDouble_(value));
+}
 
-NSNumber* NSNumber::numberWithBool_(bool value) { return NSAutorelease(alloc()->initWithBool_(value)); }
+NSNumber* NSNumber::numberWithBool_(bool value) {
+    return NSAutorelease(alloc()->initWithBool_(value));
+}
 
 int NSNumber::intValue() {
     // The x86 conversion answers the lowest integer for anything out of
@@ -64,10 +82,13 @@ int NSNumber::intValue() {
     return static_cast<int>(t);
 }
 
+// Nil is no number: it equals nothing, not even 0 (isEqual: says the same).
+// A not-a-number value equals nothing either, itself included.
 bool NSNumber::isEqualToNumber_(NSNumber* other) { return other && _number == other->_number; }
 
 bool NSNumber::isEqual_(NSObject* other) {
-    return other && other->isKindOfClass_(NSNumber::classObject()) && isEqualToNumber_(static_cast<NSNumber*>(other));
+    return other && other->isKindOfClass_(NSNumber::classObject()) &&
+           isEqualToNumber_(static_cast<NSNumber*>(other));
 }
 
 uint32_t NSNumber::hash() {
@@ -79,12 +100,14 @@ uint32_t NSNumber::hash() {
 }
 
 int NSNumber::compare_(NSNumber* other) {
+    // Nil reads as 0, as a message to nil answers 0.
     double o = other ? other->_number : 0;
     return _number < o ? -1 : (_number > o ? 1 : 0);
 }
 
 NSString* NSNumber::description() {
-    if (_number == static_cast<double>(intValue())) return NSString::stringWithFormat_("%d", intValue());
+    if (_number == static_cast<double>(intValue()))
+        return NSString::stringWithFormat_("%d", intValue());
     return NSString::stringWithFormat_("%lf", _number);
 }
 

@@ -50,6 +50,9 @@ public:
     uint32_t hash() override;
     int compare_(NSNumber* other);
     NSString* description() override;
+    // Archiving (storage/ValueCoding.cpp).
+    void encodeWithCoder_(NSCoder* coder) override;
+    NSObject* initWithCoder_(NSCoder* coder) override;
 
 private:
     double _number = 0;
