@@ -9,6 +9,7 @@
 #include "Ref.h"
 
 class NSArray;
+class NSCoder;
 class NSMethodSignature;
 class NSInvocation;
 class NSZone;
@@ -76,6 +77,11 @@ public:
     NSString* className();
     NSObject* doesNotRecognize_(SEL sel);
     void doesNotRecognizeSelector_(SEL sel);
+    // New autoreleased combinators around the receiver (CMAfterDelay.cpp,
+    // CMInNewThread.cpp, CMContinuation.cpp register them).
+    class CMAfterDelay* afterDelay_(double delay);
+    class CMInNewThread* inNewThread();
+    class CMContinuation* continuation();
     NSObject* valueForKey_(NSString* key);
     NSObject* valueForKey_forClass_(NSString* key, Class cls);
     void setValue_forKey_(NSObject* value, NSString* key);
@@ -85,6 +91,10 @@ public:
     NSObject* mutableCopy();
     virtual NSObject* copyWithZone_(NSZone* zone);
     virtual NSObject* mutableCopyWithZone_(NSZone* zone);
+    // Archiving (storage/NSObjectCoding.cpp): the defaults log and do
+    // nothing; initWithCoder: then releases the receiver and answers nil.
+    virtual void encodeWithCoder_(NSCoder* coder);
+    virtual NSObject* initWithCoder_(NSCoder* coder);
 
     // Class operations that need the receiving class.
     static bool instancesRespondToSelector_(Class cls, SEL sel) { return cls->instancesRespondToSelector_(sel); }

@@ -57,3 +57,55 @@ uint64_t vtCurrentThreadId();
 
 // The program's module handle (HINSTANCE on Win32); nullptr on POSIX.
 void* vtInstanceHandle();
+
+// ---------------------------------------------------------------------------
+// Threads, locks, sleeping. Win32: CreateThread and critical sections, so
+// that every thread of the client may touch a window; POSIX: pthreads.
+
+// Starts a detached platform thread that runs entry(argument). On success
+// *threadId is the id that vtCurrentThreadId() answers on the new thread,
+// known before this returns; the thread may already be running by then.
+// False if no thread could be started (entry never runs).
+bool vtStartThread(void (*entry)(void* argument), void* argument, uint64_t* threadId);
+
+// Sleeps the calling thread for `milliseconds`; 0 gives up the rest of its
+// time slice.
+void vtSleepMilliseconds(uint32_t milliseconds);
+
+// Thread priorities in Win32's numbers: -15 idle, -2 lowest, -1 below
+// normal, 0 normal, 1 above normal, 2 highest, 15 time critical. POSIX maps
+// them onto the calling thread's nice value (see PlatformPosix.cpp).
+// vtGetThreadPriority: false when the platform reports an error.
+bool vtGetThreadPriority(int* priority);
+// False when the platform refused (on POSIX an unprivileged thread may
+// lower its priority but not raise it again).
+bool vtSetThreadPriority(int priority);
+
+// A lock that its owning thread may enter again; it must leave as often as
+// it entered. Opaque: a critical section on Win32, a recursive mutex on
+// POSIX.
+struct VTLock;
+VTLock* vtLockCreate();
+void vtLockDestroy(VTLock* lock);
+void vtLockEnter(VTLock* lock);
+// Enters without waiting; false if another thread holds the lock.
+bool vtLockTryEnter(VTLock* lock);
+void vtLockLeave(VTLock* lock);
+
+// ---------------------------------------------------------------------------
+// Processes and files.
+
+// Starts the program `path` with the command-line text `parameters` in the
+// directory `directory`, with no window of its own, and returns at once
+// without waiting for it. Win32: ShellExecuteA with the verb "open" and show
+// code 5; the result is the value it returned (above 32 on
+// success). POSIX: the program runs detached (its own session, reaped by
+// init); `parameters` is split into arguments at blanks, double quotes
+// grouping, as a Windows program's runtime splits its command line; the
+// result is the new process's id, or 0 when no process could be made.
+int64_t vtLaunchProgram(const char* path, const char* parameters, const char* directory);
+
+// The runtime library's stat: false if the call failed (no such path).
+// Otherwise *isDirectory, when not null, tells whether `path` is a
+// directory.
+bool vtFileStatus(const char* path, bool* isDirectory);

@@ -2,8 +2,9 @@
 // (Winelib) or by MinGW-w64 on Windows. Nothing else in the tree includes
 // windows.h.
 #include <windows.h>
-// commctrl.h needs the types windows.h defines.
+// commctrl.h and shellapi.h need the types windows.h defines.
 #include <commctrl.h>
+#include <shellapi.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -63,3 +64,88 @@ const char* vtGetEnv(const char* name) { return std::getenv(name); }
 uint64_t vtCurrentThreadId() { return GetCurrentThreadId(); }
 
 void* vtInstanceHandle() { return GetModuleHandleW(nullptr); }
+
+// ---------------------------------------------------------------------------
+// Threads. CreateThread, never a C++ or POSIX thread: in a Winelib program a
+// thread that calls into USER32 must be a Win32 thread.
+
+namespace {
+
+struct ThreadStart {
+    void (*entry)(void*);
+    void* argument;
+};
+
+DWORD WINAPI threadMain(LPVOID data) {
+    ThreadStart start = *static_cast<ThreadStart*>(data);
+    delete static_cast<ThreadStart*>(data);
+    start.entry(start.argument);
+    return 0;
+}
+
+}  // namespace
+
+bool vtStartThread(void (*entry)(void*), void* argument, uint64_t* threadId) {
+    auto* start = new ThreadStart{entry, argument};
+    DWORD id = 0;
+    HANDLE thread = CreateThread(nullptr, 0, threadMain, start, 0, &id);
+    if (!thread) {
+        delete start;
+        return false;
+    }
+    // Nobody joins: the thread runs to its end on its own.
+    CloseHandle(thread);
+    *threadId = id;
+    return true;
+}
+
+void vtSleepMilliseconds(uint32_t milliseconds) { Sleep(milliseconds); }
+
+bool vtGetThreadPriority(int* priority) {
+    int value = GetThreadPriority(GetCurrentThread());
+    if (value == THREAD_PRIORITY_ERROR_RETURN) return false;
+    *priority = value;
+    return true;
+}
+
+bool vtSetThreadPriority(int priority) {
+    return SetThreadPriority(GetCurrentThread(), priority) != 0;
+}
+
+struct VTLock {
+    CRITICAL_SECTION cs;
+};
+
+VTLock* vtLockCreate() {
+    auto* lock = new VTLock;
+    InitializeCriticalSection(&lock->cs);
+    return lock;
+}
+
+void vtLockDestroy(VTLock* lock) {
+    if (!lock) return;
+    DeleteCriticalSection(&lock->cs);
+    delete lock;
+}
+
+void vtLockEnter(VTLock* lock) { EnterCriticalSection(&lock->cs); }
+
+bool vtLockTryEnter(VTLock* lock) { return TryEnterCriticalSection(&lock->cs) != 0; }
+
+void vtLockLeave(VTLock* lock) { LeaveCriticalSection(&lock->cs); }
+
+// ---------------------------------------------------------------------------
+// Processes and files.
+
+int64_t vtLaunchProgram(const char* path, const char* parameters, const char* directory) {
+    // Show code 5 (SW_SHOW): the program's window appears in its normal state.
+    HINSTANCE result = ShellExecuteA(nullptr, "open", path, parameters, directory, SW_SHOW);
+    return static_cast<int64_t>(reinterpret_cast<INT_PTR>(result));
+}
+
+bool vtFileStatus(const char* path, bool* isDirectory) {
+    DWORD attributes = path ? GetFileAttributesA(path) : INVALID_FILE_ATTRIBUTES;
+    if (attributes == INVALID_FILE_ATTRIBUTES) return false;
+    if (isDirectory) *isDirectory = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    return true;
+}
