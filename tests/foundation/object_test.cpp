@@ -406,7 +406,13 @@ TEST_F(ObjectTest, EveryFoundationClassIsFoundByName) {
                              "NSMutableArray", "NSEnumerator", "NSDictionary", "NSMutableDictionary", "NSNull",
                              "NSValue", "NSNumber", "NSAutoreleasePool", "NSThread", "NSException",
                              "NSInvalidArgumentException", "NSRangeException", "NSMethodSignature", "NSInvocation",
-                             "NSZone", "NSCharacterSet", "NSMutableCharacterSet", "NSScanner"}) {
+                             "NSZone", "NSCharacterSet", "NSMutableCharacterSet", "NSScanner", "NSData",
+                             "NSMutableData", "NSDate", "NSSet", "NSMutableSet", "NSCountedSet", "NSIndexSet",
+                             "NSMutableIndexSet", "NSSortDescriptor", "NSLock", "NSRecursiveLock", "NSNotification",
+                             "NSTableViewSelectionDidChangeNotification", "NSWindowDidBecomeKeyNotification",
+                             "NSWindowDidResizeNotification", "NSNotificationCenter", "NSTimer", "NSTask",
+                             "NSFileManager", "NSFileHandle", "NSError", "CMEach", "CMCollect", "CMAfterDelay",
+                             "CMInNewThread", "CMContinuation"}) {
         Class cls = NSClassFromCString(name);
         ASSERT_NE(cls, nullptr) << name;
         EXPECT_STREQ(cls->name(), name);
