@@ -213,7 +213,7 @@ struct NSFrameLayout {
         for (unsigned k = 0; k < index; k++) o += sizes[k];
         return o;
     }
-    static constexpr unsigned total = offset(sizeof...(A));
+    static constexpr unsigned total = (0u + ... + NSWordCodec<std::decay_t<A>>::words);
     static_assert(total <= NSArgFrame::kMaxWords, "too many argument words for a frame");
 };
 

@@ -1,0 +1,19 @@
+// The defaults of encodeWithCoder: and initWithCoder: for every class that
+// has no body of its own: its archive is its class name alone.
+#include "foundation/NSObject.h"
+#include "storage/NSCoder.h"
+
+void NSObject::encodeWithCoder_(NSCoder*) { LOG("encodeWithCoder -- abstract!"); }
+
+// The receiver came from alloc for this call alone and nobody else holds
+// it, so giving up on it means releasing it, as any failing init does.
+NSObject* NSObject::initWithCoder_(NSCoder*) {
+    LOG("initWithCoder -- abstract!");
+    release();
+    return nullptr;
+}
+
+NS_EXTEND_CLASS(NSObject, Coding)
+    NS_METHOD(encodeWithCoder_)
+    NS_METHOD(initWithCoder_)
+NS_EXTEND_END
