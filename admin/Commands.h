@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 namespace admin {
 
@@ -22,6 +23,27 @@ const Command* findCommand(const char* name);
 void printUsage(FILE* out);
 
 // The commands.
-int runParseList(int argc, char** argv);
+int runParseList(int argc, char** argv);  // ParseListCommand.cpp
+int runArchive(int argc, char** argv);    // ArchiveCommand.cpp
+int runContainer(int argc, char** argv);  // ContainerCommand.cpp
+
+// Everything a stream holds, read to its end.
+std::string readAll(FILE* in);
+
+// Sends what LOG writes to standard error while it lives, so that standard
+// output carries only a command's results; write those to results(), a
+// stream on the real standard output.
+class LogToStderr {
+public:
+    LogToStderr();
+    ~LogToStderr();
+    FILE* results() { return _results ? _results : stdout; }
+    LogToStderr(const LogToStderr&) = delete;
+    LogToStderr& operator=(const LogToStderr&) = delete;
+
+private:
+    int _saved;
+    FILE* _results = nullptr;
+};
 
 }  // namespace admin

@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
     build-essential cmake pkg-config
     libgtest-dev libgmock-dev libbenchmark-dev
+    libsqlite3-dev liblmdb-dev
     clang-14 libfuzzer-14-dev libclang-rt-14-dev
     wine wine64 wine64-tools libwine-dev fonts-wine
     xvfb xauth

@@ -1,0 +1,387 @@
+// container dump|check|store|remove: a container seen from outside.
+//
+//   dump STEM             one JSON line per stored object, by ascending id:
+//                         {"id":N,"type":T,"contents":C}. T is the stored
+//                         type or null. A record of a dictionary class shows
+//                         the dictionary it rebuilds (its keys in bucket
+//                         order); any other record shows its managed
+//                         object's entries but __meta, in archive order.
+//                         JSON as in Json.h.
+//   check STEM            reads and decodes every block; prints what is
+//                         damaged and exits 1, or prints a summary.
+//   store STEM [--id ID]  a JSON object on standard input, stored with set:
+//                         as an NSMutableDictionary record; prints the id.
+//                         With --id the record is read, emptied, given the
+//                         JSON's members in their order and set again: it
+//                         keeps its id and bucket count, in a new block.
+//   remove STEM ID        removes the record.
+//
+// Log lines of the container and the archive reader go to standard error,
+// so that standard output carries only the result.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "Json.h"
+#include "foundation/NSArray.h"
+#include "foundation/NSData.h"
+#include "foundation/NSDictionary.h"
+#include "foundation/NSSet.h"
+#include "foundation/NSString.h"
+#include "foundation/NSValue.h"
+#include "storage/LXContainer.h"
+#include "storage/LXManagedObject.h"
+#include "storage/NSUnarchiver.h"
+
+namespace admin {
+
+namespace {
+
+
+int usage() {
+    std::fprintf(stderr,
+                 "usage: vantor-admin container dump STEM\n"
+                 "       vantor-admin container check STEM\n"
+                 "       vantor-admin container store STEM [--id ID]\n"
+                 "       vantor-admin container remove STEM ID\n");
+    return 2;
+}
+
+bool parseId(const char* text, int* out) {
+    char* end = nullptr;
+    long value = std::strtol(text, &end, 10);
+    if (!*text || *end || value <= 0 || value > 0x7FFFFFFF) return false;
+    *out = static_cast<int>(value);
+    return true;
+}
+
+struct Block {
+    int id;
+    long offset;
+    long length;
+};
+
+// The blocks the index lists, by ascending id.
+std::vector<Block> indexedBlocks(LXContainer* box) {
+    std::vector<Block> blocks;
+    LXManagedObject* index = static_cast<LXManagedObject*>(box->valueForKey_("index"_ns));
+    NSArray* ids = box->allIds();
+    for (uint32_t i = 0; i < ids->count(); i++) {
+        NSString* key = static_cast<NSString*>(ids->objectAtIndex_(i));
+        NSString* pos = "objects.pos."_ns->stringByAppendingString_(key);
+        NSString* length = "objects.length."_ns->stringByAppendingString_(key);
+        blocks.push_back({key->intValue(), static_cast<NSNumber*>(index->objectForKeyPath_(pos))->intValue(),
+                          static_cast<NSNumber*>(index->objectForKeyPath_(length))->intValue()});
+    }
+    std::sort(blocks.begin(), blocks.end(), [](const Block& a, const Block& b) { return a.id < b.id; });
+    return blocks;
+}
+
+// The bytes of a block as the data file holds them; false when the file
+// ends before the block does.
+bool readBlock(FILE* data, const Block& block, std::string* out) {
+    out->assign(static_cast<size_t>(block.length), '\0');
+    return std::fseek(data, block.offset, SEEK_SET) == 0 &&
+           std::fread(&(*out)[0], 1, out->size(), data) == out->size();
+}
+
+// A block deciphered and decoded, with the key order of the archive kept.
+// The caller releases the unarchiver, which owns the object.
+NSObject* decodeBlock(const std::string& bytes, NSUnarchiver** reader) {
+    NSData* data = NSData::dataWithBytes_length_(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    data->decryptWithKey_("Rk2pWn"_ns);
+    *reader = NSUnarchiver::alloc()->initForReadingWithData_(data);
+    (*reader)->recordKeyOrder();
+    return (*reader)->decodeObject();
+}
+
+bool isDictionaryType(NSObject* type) {
+    if (!type || !type->isKindOfClass_(NSString::classObject())) return false;
+    Class cls = NSClassFromString(static_cast<NSString*>(type));
+    return cls && cls->isSubclassOf(NSDictionary::classObject());
+}
+
+std::string contentsJSON(LXManagedObject* object, NSObject* type, NSUnarchiver* reader) {
+    std::string out;
+    if (isDictionaryType(type)) {
+        // The dictionary that queryById:class: would build.
+        NSMutableDictionary* rebuilt = NSMutableDictionary::dictionaryWithCapacity_(10);
+        rebuilt->setValue_forKey_(object->objectForKey_("count"_ns), "count"_ns);
+        rebuilt->setValue_forKey_(object->objectForKey_("array"_ns), "array"_ns);
+        appendJSON(&out, rebuilt);
+        return out;
+    }
+    const std::vector<NSObject*>* order = reader->keysInArchiveOrder(object);
+    NSMutableDictionary* plain = NSMutableDictionary::dictionaryWithCapacity_(object->count() ? object->count() : 10);
+    std::vector<NSObject*> keys;
+    if (order) {
+        keys = *order;
+    } else {
+        NSMutableArray* all = object->allKeys();
+        for (uint32_t i = 0; i < all->count(); i++) keys.push_back(all->objectAtIndex_(i));
+    }
+    std::vector<NSObject*> shown;
+    for (NSObject* key : keys) {
+        if (key->isEqual_("__meta"_ns)) continue;
+        plain->setObject_forKey_(object->objectForKey_(key), key);
+        shown.push_back(key);
+    }
+    appendJSON(&out, plain, [&shown, plain, reader](NSDictionary* d) -> const std::vector<NSObject*>* {
+        return d == plain ? &shown : reader->keysInArchiveOrder(d);
+    });
+    return out;
+}
+
+LXContainer* openContainer(const char* stem) {
+    LXContainer* box = LXContainer::containerWithName_(NSString::stringWithUTF8String_(stem));
+    if (box->isDamaged()) {
+        std::fprintf(stderr, "vantor-admin: container %s is damaged (see the line above); nothing was changed\n",
+                     stem);
+        return nullptr;
+    }
+    return box;
+}
+
+int dump(const char* stem) {
+    LogToStderr redirect;
+    LXContainer* box = openContainer(stem);
+    if (!box) return 1;
+    FILE* data = std::fopen((std::string(stem) + ".vcd").c_str(), "rb");
+    if (!data) {
+        std::fprintf(stderr, "vantor-admin: container %s: can't read the data file\n", stem);
+        return 1;
+    }
+    int status = 0;
+    std::string line;
+    for (const Block& block : indexedBlocks(box)) {
+        std::string bytes;
+        NSUnarchiver* reader = nullptr;
+        NSObject* object = readBlock(data, block, &bytes) ? decodeBlock(bytes, &reader) : nullptr;
+        if (!object || !object->isKindOfClass_(LXManagedObject::classObject())) {
+            std::fprintf(stderr, "vantor-admin: container %s: object %d does not decode\n", stem, block.id);
+            status = 1;
+        } else {
+            LXManagedObject* managed = static_cast<LXManagedObject*>(object);
+            NSObject* type = managed->objectForKeyPath_("__meta.type"_ns);
+            line = "{\"id\":" + std::to_string(block.id) + ",\"type\":";
+            appendJSON(&line, type);
+            line += ",\"contents\":" + contentsJSON(managed, type, reader) + "}\n";
+            std::fwrite(line.data(), 1, line.size(), redirect.results());
+        }
+        if (reader) reader->release();
+    }
+    std::fclose(data);
+    return status;
+}
+
+int check(const char* stem) {
+    LogToStderr redirect;
+    FILE* out = redirect.results();
+    LXContainer* box = openContainer(stem);
+    if (!box) {
+        std::fprintf(out, "damaged: the store does not open; see standard error\n");
+        return 1;
+    }
+    std::vector<Block> blocks = indexedBlocks(box);
+    std::string dataPath = std::string(stem) + ".vcd";
+    FILE* data = std::fopen(dataPath.c_str(), "rb");
+    long fileLength = 0;
+    if (data && std::fseek(data, 0, SEEK_END) == 0) fileLength = std::ftell(data);
+    int damaged = 0;
+    long used = 0;
+    for (const Block& block : blocks) {
+        std::string bytes;
+        NSUnarchiver* reader = nullptr;
+        const char* problem = nullptr;
+        NSObject* object = nullptr;
+        {
+            if (!data || !readBlock(data, block, &bytes)) {
+                problem = "lies beyond the end of the data file";
+            } else if (!(object = decodeBlock(bytes, &reader))) {
+                problem = "does not decode";
+            } else if (!object->isKindOfClass_(LXManagedObject::classObject())) {
+                problem = "does not hold a managed object";
+            } else if (reader->pos() != bytes.size()) {
+                problem = "holds bytes after its object";
+            } else {
+                NSObject* id = static_cast<LXManagedObject*>(object)->uniqueId();
+                if (!id || !id->isKindOfClass_(NSNumber::classObject()) ||
+                    static_cast<NSNumber*>(id)->intValue() != block.id) {
+                    problem = "holds another object's id";
+                }
+            }
+        }
+        if (reader) reader->release();
+        if (problem) {
+            std::fprintf(out, "damaged: object %d, block at %ld of %ld bytes, %s\n", block.id, block.offset, block.length,
+                        problem);
+            damaged++;
+        }
+        if (block.id > box->maxId()) {
+            std::fprintf(out, "damaged: object %d is above the highest id given out, %d\n", block.id, box->maxId());
+            damaged++;
+        }
+        used += block.length;
+    }
+    if (data) std::fclose(data);
+
+    // Blocks must not overlap: each has its own bytes.
+    std::vector<Block> byOffset = blocks;
+    std::sort(byOffset.begin(), byOffset.end(), [](const Block& a, const Block& b) { return a.offset < b.offset; });
+    for (size_t i = 1; i < byOffset.size(); i++) {
+        const Block& a = byOffset[i - 1];
+        const Block& b = byOffset[i];
+        if (a.offset + a.length > b.offset) {
+            std::fprintf(out, "damaged: objects %d and %d share bytes at %ld\n", a.id, b.id, b.offset);
+            damaged++;
+        }
+    }
+
+    // Every id of a type set is a stored object.
+    LXManagedObject* index = static_cast<LXManagedObject*>(box->valueForKey_("index"_ns));
+    NSObject* types = index->objectForKey_("types"_ns);
+    if (types && types->isKindOfClass_(NSDictionary::classObject())) {
+        NSMutableArray* names = static_cast<NSDictionary*>(types)->allKeys();
+        for (uint32_t i = 0; i < names->count(); i++) {
+            NSObject* name = names->objectAtIndex_(i);
+            NSArray* ids = box->allIdsForType_(static_cast<NSString*>(name->description()));
+            for (uint32_t k = 0; k < ids->count(); k++) {
+                int id = static_cast<NSString*>(ids->objectAtIndex_(k))->intValue();
+                bool stored = std::any_of(blocks.begin(), blocks.end(), [id](const Block& b) { return b.id == id; });
+                if (!stored) {
+                    std::fprintf(out, "damaged: type %s lists object %d, which is not stored\n",
+                                name->description()->UTF8String(), id);
+                    damaged++;
+                }
+            }
+        }
+    }
+
+    if (damaged) {
+        std::fprintf(out, "%d problem%s in %zu objects\n", damaged, damaged == 1 ? "" : "s", blocks.size());
+        return 1;
+    }
+    std::fprintf(out, "ok: %zu objects, %ld bytes in blocks, data file %ld bytes, highest id %d\n", blocks.size(), used,
+                fileLength, box->maxId());
+    return 0;
+}
+
+// The raw texts of the member names of the JSON object `text`, in the
+// order they stand. The text has been parsed already, so it is valid JSON:
+// this only walks strings and brackets to find the top level.
+std::vector<std::string> memberNameTexts(const std::string& text) {
+    std::vector<std::string> names;
+    int depth = 0;
+    bool expectName = false;
+    for (size_t i = 0; i < text.size(); i++) {
+        char c = text[i];
+        if (c == '"') {
+            size_t start = i;
+            for (i++; i < text.size() && text[i] != '"'; i++) {
+                if (text[i] == '\\') i++;
+            }
+            if (depth == 1 && expectName) names.push_back(text.substr(start, i - start + 1));
+            expectName = false;
+        } else if (c == '{' || c == '[') {
+            depth++;
+            expectName = depth == 1;
+        } else if (c == '}' || c == ']') {
+            depth--;
+        } else if (c == ',' && depth == 1) {
+            expectName = true;
+        }
+    }
+    return names;
+}
+
+int store(const char* stem, int id) {
+    std::string text = readAll(stdin);
+    std::string error;
+    LogToStderr redirect;
+    NSObject* parsed = newObjectFromJSON(text, &error);
+    if (!parsed) {
+        std::fprintf(stderr, "vantor-admin: container store: %s\n", error.c_str());
+        return 1;
+    }
+    NSAutorelease(parsed);
+    if (!parsed->isMemberOfClass_(NSMutableDictionary::classObject())) {
+        std::fprintf(stderr, "vantor-admin: container store: the input is not a JSON object of members\n");
+        return 1;
+    }
+    LXContainer* box = openContainer(stem);
+    if (!box) return 1;
+    NSMutableDictionary* record = static_cast<NSMutableDictionary*>(parsed);
+    if (id) {
+        LXManagedObject* stored = box->objectWithId_(id);
+        if (!stored) {
+            std::fprintf(stderr, "vantor-admin: container store: no object %d in %s\n", id, stem);
+            return 1;
+        }
+        if (!isDictionaryType(stored->objectForKeyPath_("__meta.type"_ns))) {
+            std::fprintf(stderr, "vantor-admin: container store: object %d is not a dictionary record\n", id);
+            return 1;
+        }
+        record = static_cast<NSMutableDictionary*>(box->queryById_class_(id, NSMutableDictionary::classObject()));
+        if (!record) return 1;
+        record->removeAllObjects();
+        for (const std::string& nameText : memberNameTexts(text)) {
+            NSObject* name = newObjectFromJSON(nameText, &error);
+            if (!name) continue;
+            record->setObject_forKey_(static_cast<NSDictionary*>(parsed)->objectForKey_(name), name);
+            name->release();
+        }
+    }
+    int stored = box->set_(record);
+    if (stored < 0) {
+        std::fprintf(stderr, "vantor-admin: container store: the store failed\n");
+        return 1;
+    }
+    std::fprintf(redirect.results(), "%d\n", stored);
+    return 0;
+}
+
+int remove(const char* stem, int id) {
+    LogToStderr redirect;
+    LXContainer* box = openContainer(stem);
+    if (!box) return 1;
+    LXManagedObject* object = box->objectWithId_(id);
+    if (!object) {
+        std::fprintf(stderr, "vantor-admin: container remove: no object %d in %s\n", id, stem);
+        return 1;
+    }
+    if (!box->remove_(object)) {
+        std::fprintf(stderr, "vantor-admin: container remove: the index could not be written\n");
+        return 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int runContainer(int argc, char** argv) {
+    if (argc < 3) return usage();
+    const char* verb = argv[1];
+    const char* stem = argv[2];
+    int id = 0;
+    if (std::strcmp(verb, "dump") == 0 && argc == 3) return dump(stem);
+    if (std::strcmp(verb, "check") == 0 && argc == 3) return check(stem);
+    if (std::strcmp(verb, "store") == 0 && argc == 3) return store(stem, 0);
+    if (std::strcmp(verb, "store") == 0 && argc == 5 && std::strcmp(argv[3], "--id") == 0) {
+        if (!parseId(argv[4], &id)) return usage();
+        return store(stem, id);
+    }
+    if (std::strcmp(verb, "remove") == 0 && argc == 4) {
+        if (!parseId(argv[3], &id)) return usage();
+        return remove(stem, id);
+    }
+    return usage();
+}
+
+}  // namespace admin
