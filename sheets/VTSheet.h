@@ -1,0 +1,123 @@
+// A sheet: one record table of the application as its configuration
+// defines it. initWithArray:workspace: interprets one sheet definition (a
+// list of clauses, see VTSheetClauses.cpp for the vocabulary), creates and
+// loads the sheet's matrix, and builds its table view with a filtered data
+// source, all without a window: a sheet serves other sheets' references
+// from then on, shown or not.
+//
+// The sheet asks its workspace by message only (sheets,
+// refreshSheetsExceptThisOne:, currentUserRole and the class operation
+// roleWithString:).
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/NSArray.h"
+#include "foundation/NSDictionary.h"
+#include "foundation/NSSet.h"
+#include "sheets/VTKeyedArrays.h"
+
+class NSTableColumn;
+class NSTableView;
+class VTMatrix;
+
+class VTSheet : public NSObject {
+    NS_DECLARE_CLASS(VTSheet, NSObject)
+
+public:
+    void dealloc() override;
+    // The name of the store: its own name if primary, else the name of the
+    // sheet that owns the source matrix.
+    NSString* primarySourceName();
+    bool isPrimary();
+    NSObject* workspace() { return _workspace; }
+    bool isAdminType() { return _adminType != 0; }
+    VTMatrix* matrix() { return _matrix; }
+    // roleWithString: of the workspace's class on its currentUserRole.
+    int32_t currentUserRole();
+    // The table view; logs "sheet table view is nil!" when there is none.
+    NSTableView* sheetTableView();
+    bool isFullyInitialized() { return _fullyInitialized != 0; }
+    NSMutableDictionary* fieldControls() { return _fieldControls; }
+    // A click on a column header: sorts by the column (again: reversed),
+    // refilters and reloads the column's table, and has the other sheets
+    // refresh.
+    void columnAction_(NSTableColumn* column);
+    NSString* title() { return _title; }
+    NSString* name() { return _name; }
+    NSMutableDictionary* fieldLabels() { return _fieldLabels; }
+    NSMutableArray* fields() { return _fields; }
+    VTKeyedArrays* filters() { return _filters; }
+    // Autoreleased set of the roles that `restrict` clauses give the action.
+    NSMutableSet* rolesForAction_(NSString* action);
+    bool isRestrictedForAction_(NSString* action);
+    // Interprets the definition. A definition that can't make a sheet (no
+    // name, no field) is rejected: the receiver is released and the answer
+    // is nil, with a log line naming the sheet and the cause.
+    VTSheet* initWithArray_workspace_(NSArray* definition, NSObject* workspace);
+
+    // Read access to what the clauses stored, beyond the documented
+    // accessors.
+    NSMutableSet* inView() { return _inView; }
+    NSMutableDictionary* hiddenFields() { return _hiddenFields; }
+    VTKeyedArrays* validation() { return _validation; }
+    VTKeyedArrays* accessRights() { return _accessRights; }
+    VTKeyedArrays* referenceFilters() { return _referenceFilters; }
+    VTKeyedArrays* dateFilters() { return _dateFilters; }
+    VTKeyedArrays* access() { return _access; }
+    NSMutableArray* actions() { return _actions; }
+    NSString* filterCurrentUser() { return _filterCurrentUser; }
+    NSMutableDictionary* defaultValues() { return _defaultValues; }
+    NSMutableDictionary* toolTips() { return _toolTips; }
+    bool readOwn() { return _readOwn != 0; }
+    bool createdInView() { return _createdInView != 0; }
+    bool creatorInView() { return _creatorInView != 0; }
+    bool modifiedInView() { return _modifiedInView != 0; }
+    bool modifierInView() { return _modifierInView != 0; }
+    int32_t activeRow() { return _activeRow; }
+    VTMatrix* source() { return _source; }
+
+protected:
+    ~VTSheet() override = default;
+
+private:
+    friend struct VTSheetClauses;
+
+    Ref<NSString> _name;
+    Ref<NSString> _title;
+    Ref<NSMutableArray> _fields;
+    NSObject* _window = nullptr;  // not released by the sheet
+    Ref<NSTableView> _tableView;
+    Ref<NSMutableArray> _guiObjects;
+    Ref<NSMutableDictionary> _fieldControls;
+    Ref<NSMutableDictionary> _referenceObjects;
+    Ref<NSMutableDictionary> _fieldLabels;
+    Ref<NSMutableDictionary> _hiddenFields;
+    Ref<NSMutableDictionary> _actionInfos;
+    Ref<NSMutableSet> _inView;
+    Ref<VTMatrix> _matrix;
+    int32_t _activeRow = 0;
+    NSObject* _workspace = nullptr;  // the owner, not retained
+    Ref<VTKeyedArrays> _validation;
+    Ref<VTKeyedArrays> _accessRights;
+    Ref<VTKeyedArrays> _filters;
+    Ref<VTKeyedArrays> _referenceFilters;
+    Ref<VTKeyedArrays> _dateFilters;
+    Ref<VTKeyedArrays> _access;
+    Ref<NSMutableArray> _actions;
+    uint8_t _adminType = 0;
+    Ref<NSObject> _newButton;
+    Ref<NSObject> _saveButton;
+    Ref<NSObject> _removeButton;
+    uint8_t _ignoreRowSelection = 0;
+    uint8_t _createdInView = 0;
+    uint8_t _creatorInView = 0;
+    uint8_t _modifiedInView = 0;
+    uint8_t _modifierInView = 0;
+    Ref<NSString> _filterCurrentUser;
+    Ref<NSMutableDictionary> _defaultValues;
+    uint8_t _readOwn = 0;
+    uint8_t _fullyInitialized = 0;
+    Ref<NSMutableDictionary> _toolTips;
+    Ref<VTMatrix> _source;
+};
