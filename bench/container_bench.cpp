@@ -30,6 +30,7 @@
 #include <map>
 #include <string>
 
+#include "ContainerFiles.h"
 #include "foundation/Foundation.h"
 #include "foundation/NSDate.h"
 #include "foundation/NSSet.h"
@@ -119,58 +120,13 @@ const std::string& root() {
     return gRoot;
 }
 
-std::string bytesOf(NSData* data) {
-    void* bytes = data->bytes();
-    std::string out(static_cast<char*>(bytes), data->length());
-    free(bytes);
-    return out;
-}
-
-// Writes the container's two files directly, in the documented format
-// (docs/container-format.md): n stores one by one would write the growing
-// index n times. The index's dictionaries get one bucket per entry, as the
-// index of any container has after it is opened again.
+// A base container of n records, written in bulk once per size.
 std::string baseContainer(int n) {
     static std::map<int, std::string> built;
     if (built.count(n)) return built[n];
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     std::string stem = root() + "/base-" + std::to_string(n);
-    LXManagedObject* index = LXManagedObject::managedObject();
-    NSMutableDictionary* positions = NSMutableDictionary::dictionaryWithCapacity_(n);
-    NSMutableDictionary* lengths = NSMutableDictionary::dictionaryWithCapacity_(n);
-    NSMutableSet* ids = NSMutableSet::setWithCapacity_(n);
-    FILE* data = std::fopen((stem + ".vcd").c_str(), "wb");
-    long offset = 0;
-    for (int id = 1; id <= n; id++) {
-        NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
-        NSMutableDictionary* record = recordOf(textsOf(id));
-        LXManagedObject* managed = LXManagedObject::managedObject();
-        managed->setObject_forKeyPath_(record->valueForKey_("count"_ns), "count"_ns);
-        managed->setObject_forKeyPath_(record->valueForKey_("array"_ns), "array"_ns);
-        managed->setObject_forKeyPath_(NSNumber::numberWithInt_(id), "__meta.id"_ns);
-        managed->setObject_forKeyPath_("NSMutableDictionary"_ns, "__meta.type"_ns);
-        NSMutableData* block = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-        NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(block);
-        archiver->encodeObject_(managed);
-        archiver->release();
-        block->encryptWithKey_("Rk2pWn"_ns);
-        std::string bytes = bytesOf(block);
-        std::fwrite(bytes.data(), 1, bytes.size(), data);
-        NSString* key = NSString::stringWithFormat_("%d", id);
-        positions->setObject_forKey_(NSNumber::numberWithLong_(offset), key);
-        lengths->setObject_forKey_(NSNumber::numberWithInt_(static_cast<int>(bytes.size())), key);
-        ids->addObject_(key);
-        offset += static_cast<long>(bytes.size());
-        block->release();
-        inner->release();
-    }
-    std::fclose(data);
-    index->setObject_forKeyPath_(NSNumber::numberWithLong_(offset), "meta.filesize"_ns);
-    index->setObject_forKeyPath_(NSNumber::numberWithInt_(n), "meta.maxid"_ns);
-    index->setObject_forKeyPath_(positions, "objects.pos"_ns);
-    index->setObject_forKeyPath_(lengths, "objects.length"_ns);
-    index->setObject_forKeyPath_(ids, "types.NSMutableDictionary"_ns);
-    NSArchiver::archiveRootObject_toFile_(index, NSString::stringWithUTF8String_((stem + ".vci").c_str()));
+    writeContainerInBulk(stem, n, [](int id) { return recordOf(textsOf(id)); });
     LXContainer* check = LXContainer::containerWithName_(NSString::stringWithUTF8String_(stem.c_str()));
     if (check->isDamaged() || check->count_(NSMutableDictionary::classObject()) != static_cast<uint32_t>(n)) {
         std::fprintf(stderr, "container_bench: the base container of %d records does not open\n", n);

@@ -17,6 +17,7 @@
 #include <map>
 #include <string>
 
+#include "ContainerFiles.h"
 #include "foundation/Foundation.h"
 #include "foundation/NSData.h"
 #include "foundation/NSDate.h"
@@ -108,53 +109,10 @@ NSMutableDictionary* taskRecord(int i, NSDate* now) {
     return r;
 }
 
-std::string bytesOf(NSData* data) {
-    void* bytes = data->bytes();
-    std::string out(static_cast<char*>(bytes), data->length());
-    free(bytes);
-    return out;
-}
-
-// Writes a container of the records `make(1..n)` at data/<name>.
+// Writes a container of the records `make(0..n-1)` at data/<name>.
 template <class Make>
 void writeContainer(const std::string& name, int n, Make make) {
-    std::string stem = "data/" + name;
-    LXManagedObject* index = LXManagedObject::managedObject();
-    NSMutableDictionary* positions = NSMutableDictionary::dictionaryWithCapacity_(n);
-    NSMutableDictionary* lengths = NSMutableDictionary::dictionaryWithCapacity_(n);
-    NSMutableSet* ids = NSMutableSet::setWithCapacity_(n);
-    FILE* data = std::fopen((stem + ".vcd").c_str(), "wb");
-    long offset = 0;
-    for (int id = 1; id <= n; id++) {
-        NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
-        NSMutableDictionary* record = make(id - 1);
-        LXManagedObject* managed = LXManagedObject::managedObject();
-        managed->setObject_forKeyPath_(record->valueForKey_("count"_ns), "count"_ns);
-        managed->setObject_forKeyPath_(record->valueForKey_("array"_ns), "array"_ns);
-        managed->setObject_forKeyPath_(NSNumber::numberWithInt_(id), "__meta.id"_ns);
-        managed->setObject_forKeyPath_("NSMutableDictionary"_ns, "__meta.type"_ns);
-        NSMutableData* block = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-        NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(block);
-        archiver->encodeObject_(managed);
-        archiver->release();
-        block->encryptWithKey_("Rk2pWn"_ns);
-        std::string bytes = bytesOf(block);
-        std::fwrite(bytes.data(), 1, bytes.size(), data);
-        NSString* key = NSString::stringWithFormat_("%d", id);
-        positions->setObject_forKey_(NSNumber::numberWithLong_(offset), key);
-        lengths->setObject_forKey_(NSNumber::numberWithInt_(static_cast<int>(bytes.size())), key);
-        ids->addObject_(key);
-        offset += static_cast<long>(bytes.size());
-        block->release();
-        inner->release();
-    }
-    std::fclose(data);
-    index->setObject_forKeyPath_(NSNumber::numberWithLong_(offset), "meta.filesize"_ns);
-    index->setObject_forKeyPath_(NSNumber::numberWithInt_(n), "meta.maxid"_ns);
-    index->setObject_forKeyPath_(positions, "objects.pos"_ns);
-    index->setObject_forKeyPath_(lengths, "objects.length"_ns);
-    index->setObject_forKeyPath_(ids, "types.NSMutableDictionary"_ns);
-    NSArchiver::archiveRootObject_toFile_(index, NSString::stringWithUTF8String_((stem + ".vci").c_str()));
+    writeContainerInBulk("data/" + name, n, [&](int id) { return make(id - 1); });
 }
 
 // One workspace per size: the user sheet, the task sheet and one sheet per
