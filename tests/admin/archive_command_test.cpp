@@ -1,7 +1,6 @@
 // vantor-admin archive encode|decode, run as operators run it: JSON and
 // archives through standard input and output, errors on standard error.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -9,32 +8,20 @@
 #include <fstream>
 #include <string>
 
+#include "tests/support/RunProgram.h"
+
 #ifndef VANTOR_ADMIN_PATH
 #error "the build passes the path of vantor-admin as VANTOR_ADMIN_PATH"
 #endif
 
 namespace {
 
-struct Result {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using Result = vt_test::ProgramResult;
+using vt_test::readFile;
 
 // Runs vantor-admin with `input` on standard input.
 Result run(const std::string& arguments, const std::string& input) {
-    static int serial = 0;
-    std::string base = testing::TempDir() + "archive_command_" + std::to_string(serial++);
-    std::ofstream(base + ".in", std::ios::binary) << input;
-    std::string command = std::string("'") + VANTOR_ADMIN_PATH + "' " + arguments + " < '" + base + ".in' > '" +
-                          base + ".out' 2> '" + base + ".err'";
-    int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(base + ".out"), readFile(base + ".err")};
+    return vt_test::runProgram(vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments, input);
 }
 
 std::string field(const std::string& bytes) {

@@ -3,13 +3,14 @@
 // here by hand.
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <string>
+
+#include "tests/support/RunProgram.h"
 
 #include "foundation/Foundation.h"
 #include "foundation/NSSet.h"
@@ -23,15 +24,8 @@
 
 namespace {
 
-struct Result {
-    int status;
-    std::string out;
-};
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using Result = vt_test::ProgramResult;
+using vt_test::readFile;
 
 class ContainerCommandTest : public ::testing::Test {
 protected:
@@ -49,19 +43,8 @@ protected:
 
     // Standard output and exit status; standard input from `input`.
     Result run(const std::string& arguments, const std::string& input = "", bool merge = false) {
-        std::string inPath = dir + "/stdin";
-        std::ofstream(inPath, std::ios::binary) << input;
-        std::string command = std::string("'") + VANTOR_ADMIN_PATH + "' " + arguments + " < '" + inPath + "'" +
-                              (merge ? " 2>&1" : " 2>/dev/null");
-        FILE* pipe = popen(command.c_str(), "r");
-        EXPECT_NE(pipe, nullptr);
-        if (!pipe) return {-1, ""};
-        std::string out;
-        char buffer[4096];
-        size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-        int status = pclose(pipe);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+        return vt_test::runProgram(vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments + (merge ? " 2>&1" : ""),
+                                   input);
     }
 
     NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }

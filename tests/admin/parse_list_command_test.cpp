@@ -1,11 +1,12 @@
 // Runs the built vantor-admin on real files: its output and exit status are
 // what operators and scripts rely on.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <fstream>
 #include <string>
+
+#include "tests/support/RunProgram.h"
 
 #ifndef VANTOR_ADMIN_PATH
 #error "the build passes the path of vantor-admin as VANTOR_ADMIN_PATH"
@@ -13,25 +14,12 @@
 
 namespace {
 
-struct Result {
-    int status;
-    std::string out;
-};
+using Result = vt_test::ProgramResult;
 
 // The command's standard output (and standard error with `merge`), and its
 // exit status.
 Result run(const std::string& arguments, bool merge = false) {
-    std::string command = std::string("'") + VANTOR_ADMIN_PATH + "' " + arguments +
-                          (merge ? " 2>&1" : " 2>/dev/null");
-    FILE* pipe = popen(command.c_str(), "r");
-    EXPECT_NE(pipe, nullptr);
-    if (!pipe) return {-1, ""};
-    std::string out;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-    int status = pclose(pipe);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+    return vt_test::runProgram(vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments + (merge ? " 2>&1" : ""));
 }
 
 std::string writeFile(const char* name, const std::string& bytes) {

@@ -3,7 +3,6 @@
 // exit statuses, judged by files and log lines.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+
+#include "tests/support/RunProgram.h"
 
 #if !defined(VANTOR_CLIENT_PATH) || !defined(VANTOR_WINE) || !defined(VANTOR_DEMO_DIR)
 #error "the build passes VANTOR_CLIENT_PATH, VANTOR_WINE and VANTOR_DEMO_DIR"
@@ -25,12 +26,7 @@ const char kRefusal[] =
         "alert: Error: An instance of this application is already running in the same working "
         "directory.\n";
 
-struct Outcome {
-    int status;
-    std::string out;
-};
-
-std::string quote(const std::string& s) { return "'" + s + "'"; }
+using vt_test::quoteShell;
 
 class ClientTest : public testing::Test {
 protected:
@@ -39,27 +35,19 @@ protected:
         ASSERT_STREQ(std::getenv("VANTOR_NONINTERACTIVE"), "1");
         const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
         dir_ = testing::TempDir() + "vantor-client-" + info->name() + "-" + std::to_string(getpid());
-        ASSERT_EQ(std::system(("rm -rf " + quote(dir_) + " && mkdir -p " + quote(dir_ + "/data/init")).c_str()),
+        ASSERT_EQ(std::system(("rm -rf " + quoteShell(dir_) + " && mkdir -p " + quoteShell(dir_ + "/data/init")).c_str()),
                   0);
     }
-    void TearDown() override { std::system(("rm -rf " + quote(dir_)).c_str()); }
+    void TearDown() override { std::system(("rm -rf " + quoteShell(dir_)).c_str()); }
 
     // The client's standard output and exit status. `timeout` turns a client
     // that waits for a person (a message box under the null driver) into a
     // failure instead of a hung test.
-    Outcome runClient(const std::string& dir) {
-        std::string command = "cd " + quote(dir) + " && timeout 60 " + quote(VANTOR_WINE) + " " +
-                              quote(VANTOR_CLIENT_PATH) + " </dev/null 2>/dev/null";
-        FILE* pipe = popen(command.c_str(), "r");
-        if (!pipe) return {-1, ""};
-        std::string out;
-        char buffer[4096];
-        size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-        int status = pclose(pipe);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+    vt_test::ProgramResult runClient(const std::string& dir) {
+        return vt_test::runProgram("cd " + quoteShell(dir) + " && timeout 60 " + quoteShell(VANTOR_WINE) + " " +
+                                   quoteShell(VANTOR_CLIENT_PATH));
     }
-    Outcome runClient() { return runClient(dir_); }
+    vt_test::ProgramResult runClient() { return runClient(dir_); }
 
     void write(const std::string& name, const std::string& content) {
         std::ofstream(dir_ + "/" + name, std::ios::binary) << content;
@@ -76,12 +64,12 @@ protected:
 };
 
 TEST_F(ClientTest, ANormalStartRunsItsStepsAndLeavesNoLock) {
-    Outcome run = runClient();
+    vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, kStopLine);
     EXPECT_FALSE(exists("vantor.lock"));
 
-    Outcome again = runClient();
+    vt_test::ProgramResult again = runClient();
     EXPECT_EQ(again.status, 0);
     EXPECT_EQ(again.out, kStopLine);
 }
@@ -89,7 +77,7 @@ TEST_F(ClientTest, ANormalStartRunsItsStepsAndLeavesNoLock) {
 TEST_F(ClientTest, ALockFileRefusesTheStartBeforeAnythingElse) {
     write("vantor.lock", "held by another client");
     write("data/init/ab.vcd", "container");
-    Outcome run = runClient();
+    vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.out, kRefusal);
     // The lock belongs to the other client, and nothing was seeded.
@@ -98,18 +86,18 @@ TEST_F(ClientTest, ALockFileRefusesTheStartBeforeAnythingElse) {
 
     // A start in another directory is not affected.
     std::string other = dir_ + "-other";
-    ASSERT_EQ(std::system(("mkdir -p " + quote(other)).c_str()), 0);
-    Outcome elsewhere = runClient(other);
+    ASSERT_EQ(std::system(("mkdir -p " + quoteShell(other)).c_str()), 0);
+    vt_test::ProgramResult elsewhere = runClient(other);
     EXPECT_EQ(elsewhere.status, 0);
     EXPECT_EQ(elsewhere.out, kStopLine);
-    std::system(("rm -rf " + quote(other)).c_str());
+    std::system(("rm -rf " + quoteShell(other)).c_str());
 }
 
 TEST_F(ClientTest, AFirstRunSeedsContainerFilesByName) {
     for (const char* name : {"a.vcd", "ab.vcd", "ab.vci", "user.vci", "user.vcd", "notes.txt", "big.VCD", "x.vcix"}) {
         write(std::string("data/init/") + name, std::string("from init: ") + name);
     }
-    Outcome run = runClient();
+    vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 0);
     for (const char* copied : {"ab.vcd", "ab.vci", "user.vci", "user.vcd"}) {
         EXPECT_EQ(read(std::string("data/") + copied), std::string("from init: ") + copied) << copied;
@@ -125,7 +113,7 @@ TEST_F(ClientTest, SeedingNeverOverwritesAnExistingContainer) {
     write("data/init/ab.vcd", "from init");
     write("data/init/cd.vcd", "from init");
     write("data/ab.vcd", "the user's own records");
-    Outcome run = runClient();
+    vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(read("data/ab.vcd"), "the user's own records");
     EXPECT_EQ(read("data/cd.vcd"), "from init");
@@ -135,15 +123,15 @@ TEST_F(ClientTest, AnExistingUserContainerMeansNoSeedingAtAll) {
     write("data/user.vci", "index");
     write("data/init/ab.vcd", "from init");
     write("data/init/user.vcd", "from init");
-    Outcome run = runClient();
+    vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 0);
     EXPECT_FALSE(exists("data/ab.vcd"));
     EXPECT_FALSE(exists("data/user.vcd"));
 }
 
 TEST_F(ClientTest, NoDataDirectoryIsCreated) {
-    ASSERT_EQ(std::system(("rm -rf " + quote(dir_ + "/data")).c_str()), 0);
-    Outcome run = runClient();
+    ASSERT_EQ(std::system(("rm -rf " + quoteShell(dir_ + "/data")).c_str()), 0);
+    vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 0);
     EXPECT_FALSE(exists("data"));
 }
