@@ -82,6 +82,7 @@ public:
     class CMAfterDelay* afterDelay_(double delay);
     class CMInNewThread* inNewThread();
     class CMContinuation* continuation();
+    class LXProxy* proxy();
     NSObject* valueForKey_(NSString* key);
     NSObject* valueForKey_forClass_(NSString* key, Class cls);
     void setValue_forKey_(NSObject* value, NSString* key);
