@@ -109,3 +109,54 @@ int64_t vtLaunchProgram(const char* path, const char* parameters, const char* di
 // Otherwise *isDirectory, when not null, tells whether `path` is a
 // directory.
 bool vtFileStatus(const char* path, bool* isDirectory);
+
+// ---------------------------------------------------------------------------
+// Sockets: blocking IPv4 TCP. POSIX sockets on Linux in both flavours (plain
+// POSIX sockets work inside a Winelib program), Winsock in a MinGW build.
+// A handle is a plain integer; kVTInvalidSocket stands for none.
+
+using VTSocket = int64_t;
+constexpr VTSocket kVTInvalidSocket = -1;
+
+// Results of vtSocketReceive besides a byte count.
+enum : int64_t {
+    kVTSocketClosed = 0,      // the peer closed the connection in order
+    kVTSocketFailed = -1,     // the connection broke or the handle is bad
+    kVTSocketTimedOut = -2,   // nothing came within the time-out
+};
+
+// Starts the socket library once per process (WSAStartup 2.2 on Winsock);
+// true where there is nothing to start.
+bool vtSocketStartup();
+// A new IPv4 stream socket, or kVTInvalidSocket.
+VTSocket vtSocketCreate();
+// The last socket error of the calling thread (errno, WSAGetLastError).
+int vtSocketLastError();
+// The first IPv4 address of `host` in dotted form into *dotted; false if the
+// name doesn't resolve. Thread-safe (getaddrinfo, not gethostbyname).
+bool vtSocketResolve(const char* host, std::string* dotted);
+// Connects to a dotted IPv4 address. A connection not made within
+// `timeoutMilliseconds` (0: no limit) fails. The socket stays blocking.
+bool vtSocketConnect(VTSocket socket, const char* dottedAddress, uint16_t port,
+                     uint32_t timeoutMilliseconds);
+// Binds to `dottedAddress` ("0.0.0.0" or nullptr: all local addresses), with
+// address reuse so that a restarted server finds its port again.
+bool vtSocketBind(VTSocket socket, const char* dottedAddress, uint16_t port);
+bool vtSocketListen(VTSocket socket, int backlog);
+// Blocks until a connection comes; kVTInvalidSocket on failure.
+VTSocket vtSocketAccept(VTSocket socket);
+// The local port a socket is bound to (after binding port 0), or 0.
+uint16_t vtSocketLocalPort(VTSocket socket);
+// One send; the number of bytes taken, or -1. Never raises SIGPIPE. A send
+// that can't proceed for `timeoutMilliseconds` (0: no limit) stops early.
+int64_t vtSocketSend(VTSocket socket, const void* bytes, uint32_t length,
+                     uint32_t timeoutMilliseconds);
+// One receive of up to `length` bytes: the count, or kVTSocketClosed,
+// kVTSocketFailed, or kVTSocketTimedOut when no byte came within
+// `timeoutMilliseconds` (0: wait without limit).
+int64_t vtSocketReceive(VTSocket socket, void* buffer, uint32_t length,
+                        uint32_t timeoutMilliseconds);
+// Ends both directions at once, waking a thread blocked on the socket; the
+// handle stays valid until vtSocketClose.
+void vtSocketShutdown(VTSocket socket);
+void vtSocketClose(VTSocket socket);

@@ -323,3 +323,8 @@ bool vtFileStatus(const char* path, bool* isDirectory) {
     if (isDirectory) *isDirectory = S_ISDIR(info.st_mode);
     return true;
 }
+
+// ---------------------------------------------------------------------------
+// Sockets.
+
+#include "foundation/platform/PlatformSocketsPosix.inc"

@@ -1,6 +1,18 @@
 // The platform layer for the client: Win32, compiled by wineg++ on Linux
 // (Winelib) or by MinGW-w64 on Windows. Nothing else in the tree includes
 // windows.h.
+#if defined(__WINE__)
+// Winelib on Linux uses plain POSIX sockets (Winsock only in a MinGW build).
+// Their headers must come before windows.h, and Wine's winsock.h, which
+// windows.h pulls in, is told to prefix its names so that the two sets of
+// declarations don't collide.
+#include "foundation/platform/PlatformSocketsPosix.inc"
+#define USE_WS_PREFIX
+#else
+// winsock2.h must precede windows.h, which would otherwise bring winsock.h.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#endif
 #include <windows.h>
 // commctrl.h and shellapi.h need the types windows.h defines.
 #include <commctrl.h>
@@ -149,3 +161,133 @@ bool vtFileStatus(const char* path, bool* isDirectory) {
     if (isDirectory) *isDirectory = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     return true;
 }
+
+// ---------------------------------------------------------------------------
+// Sockets on Winsock (MinGW builds; the Winelib flavour took the POSIX ones
+// at the top of this file). Link with ws2_32.
+
+#if !defined(__WINE__)
+
+namespace {
+
+SOCKET handleOf(VTSocket socket) {
+    return socket < 0 ? INVALID_SOCKET : static_cast<SOCKET>(socket);
+}
+
+// select() for one event: 1 ready, 0 time-out, -1 failure; 0 ms waits
+// without limit.
+int waitFor(SOCKET s, bool forWriting, uint32_t timeoutMilliseconds) {
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(s, &set);
+    timeval limit;
+    limit.tv_sec = static_cast<long>(timeoutMilliseconds / 1000);
+    limit.tv_usec = static_cast<long>((timeoutMilliseconds % 1000) * 1000);
+    timeval* wait = timeoutMilliseconds ? &limit : nullptr;
+    int rc = forWriting ? select(0, nullptr, &set, nullptr, wait) : select(0, &set, nullptr, nullptr, wait);
+    return rc == SOCKET_ERROR ? -1 : rc;
+}
+
+}  // namespace
+
+bool vtSocketStartup() {
+    static const bool started = [] {
+        WSADATA data;
+        return WSAStartup(0x202, &data) == 0;
+    }();
+    return started;
+}
+
+VTSocket vtSocketCreate() {
+    SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    return s == INVALID_SOCKET ? kVTInvalidSocket : static_cast<VTSocket>(s);
+}
+
+int vtSocketLastError() { return WSAGetLastError(); }
+
+bool vtSocketResolve(const char* host, std::string* dotted) {
+    if (!host || !*host) return false;
+    addrinfo hints;
+    std::memset(&hints, 0, sizeof hints);
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(host, nullptr, &hints, &found) != 0 || !found) return false;
+    const auto* address = reinterpret_cast<const sockaddr_in*>(found->ai_addr);
+    *dotted = inet_ntoa(address->sin_addr);
+    freeaddrinfo(found);
+    return true;
+}
+
+bool vtSocketConnect(VTSocket socket, const char* dottedAddress, uint16_t port,
+                     uint32_t timeoutMilliseconds) {
+    SOCKET s = handleOf(socket);
+    sockaddr_in address;
+    std::memset(&address, 0, sizeof address);
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = dottedAddress ? inet_addr(dottedAddress) : INADDR_NONE;
+    if (s == INVALID_SOCKET || address.sin_addr.s_addr == INADDR_NONE) return false;
+    u_long nonBlocking = timeoutMilliseconds ? 1 : 0;
+    ioctlsocket(s, FIONBIO, &nonBlocking);
+    bool ok = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    if (!ok && timeoutMilliseconds && WSAGetLastError() == WSAEWOULDBLOCK &&
+        waitFor(s, true, timeoutMilliseconds) == 1) {
+        int error = 0;
+        int size = sizeof error;
+        ok = getsockopt(s, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) == 0 && error == 0;
+    }
+    u_long blocking = 0;
+    ioctlsocket(s, FIONBIO, &blocking);
+    return ok;
+}
+
+bool vtSocketBind(VTSocket socket, const char* dottedAddress, uint16_t port) {
+    sockaddr_in address;
+    std::memset(&address, 0, sizeof address);
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = dottedAddress && *dottedAddress ? inet_addr(dottedAddress) : htonl(INADDR_ANY);
+    return bind(handleOf(socket), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+}
+
+bool vtSocketListen(VTSocket socket, int backlog) { return listen(handleOf(socket), backlog) == 0; }
+
+VTSocket vtSocketAccept(VTSocket socket) {
+    SOCKET client = accept(handleOf(socket), nullptr, nullptr);
+    return client == INVALID_SOCKET ? kVTInvalidSocket : static_cast<VTSocket>(client);
+}
+
+uint16_t vtSocketLocalPort(VTSocket socket) {
+    sockaddr_in address;
+    int size = sizeof address;
+    if (getsockname(handleOf(socket), reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
+    return ntohs(address.sin_port);
+}
+
+int64_t vtSocketSend(VTSocket socket, const void* bytes, uint32_t length,
+                     uint32_t timeoutMilliseconds) {
+    SOCKET s = handleOf(socket);
+    DWORD limit = timeoutMilliseconds;
+    setsockopt(s, SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&limit), sizeof limit);
+    int n = send(s, static_cast<const char*>(bytes), static_cast<int>(length), 0);
+    return n == SOCKET_ERROR ? -1 : n;
+}
+
+int64_t vtSocketReceive(VTSocket socket, void* buffer, uint32_t length,
+                        uint32_t timeoutMilliseconds) {
+    SOCKET s = handleOf(socket);
+    if (timeoutMilliseconds) {
+        int ready = waitFor(s, false, timeoutMilliseconds);
+        if (ready == 0) return kVTSocketTimedOut;
+        if (ready < 0) return kVTSocketFailed;
+    }
+    int n = recv(s, static_cast<char*>(buffer), static_cast<int>(length), 0);
+    return n == SOCKET_ERROR ? kVTSocketFailed : n;
+}
+
+void vtSocketShutdown(VTSocket socket) { shutdown(handleOf(socket), SD_BOTH); }
+
+void vtSocketClose(VTSocket socket) { closesocket(handleOf(socket)); }
+
+#endif  // !__WINE__

@@ -1,0 +1,357 @@
+// The transceiver's check cycle, and how it stays out of the user's way.
+//
+// Two threads meet here. The user's thread commits a change: it holds the
+// matrix's transaction lock and, still holding it, posts one delta per
+// addressee (post:to:). The transceiver's thread runs check cycles: it talks
+// to the relay over connections that may stall, and hands incoming deltas
+// to processDelta: of the pool's delegate, which begins a transaction on a
+// matrix and so wants the transaction lock. If the cycle held one lock from
+// start to end and post:to: took the same lock, the two threads would take
+// the two locks in opposite order (deadlock), and a Save would wait for a
+// stalled relay (a hung user).
+//
+// So there are two locks, with one rule each:
+//
+// - `_lock`, the store lock (the documented `lock`), guards the delta store,
+//   the user and the pool table. post:to: holds it for setAddressee: and
+//   addDelta:. The cycle holds it only around single store steps (count,
+//   firstDelta, removeDelta:) and lookups. Rule: nothing that can wait for
+//   the network, for a delegate or for any other lock of the system is ever
+//   done while holding it. The container's own lock is the only lock taken
+//   inside it, and that one is a leaf.
+//
+// - `_cycleMutex` makes check cycles exclusive (two threads calling
+//   checkWithPort:host: would otherwise send the same delta twice). It is
+//   held for the whole cycle, across network calls and processDelta:. Rule:
+//   post:to: never takes it.
+//
+// Hence no cycle in the wait-for graph: the committing thread, holding the
+// transaction lock, waits at most for `_lock`, whose holder waits for
+// nothing but the disk; the cycle calls processDelta: (which may wait for
+// the transaction lock) holding only `_cycleMutex`, which the committing
+// thread never wants. processDelta: may itself post (same thread, `_lock`
+// free). And no Save waits for the network: the longest a post waits is one
+// container store.
+//
+// What the protocol requires is kept: the elements of each exchange go out
+// and are read in the documented order, a delta leaves the store only after
+// the relay's 1 for it, and an incoming delta is acknowledged only after
+// processDelta: answered true. What changes is that a delta posted during a
+// cycle is stored at once instead of after the cycle; it may then go out in
+// the same cycle. To keep a steady stream of posts from holding the receive
+// phase back, the send phase sends at most as many deltas as it found
+// waiting when it began; the rest go in the next cycle.
+//
+// Stalled connections end through LXSocket's receive time-out (and connect
+// time-out), so a dead relay delays only the transceiver's own thread.
+#include "sync/LXTransceiver.h"
+
+#include "foundation/NSArray.h"
+#include "foundation/NSAutoreleasePool.h"
+#include "foundation/NSData.h"
+#include "foundation/NSString.h"
+#include "foundation/NSThread.h"
+#include "storage/NSArchiver.h"
+#include "storage/NSUnarchiver.h"
+#include "sync/LXSocket.h"
+
+namespace {
+
+LXTransceiver* gDefaultTransceiver = nullptr;
+
+// Holds the store lock for one scope.
+class StoreLock {
+public:
+    explicit StoreLock(NSLock* lock) : _lock(lock) { _lock->lock(); }
+    ~StoreLock() { _lock->unlock(); }
+    StoreLock(const StoreLock&) = delete;
+    StoreLock& operator=(const StoreLock&) = delete;
+
+private:
+    NSLock* _lock;
+};
+
+NSString* wireKey() { return NSString::stringWithUTF8String_(LXTransceiver::kWireKey); }
+
+const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
+
+}  // namespace
+
+void LXTransceiver::initialize() {
+    if (gDefaultTransceiver) return;
+    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    gDefaultTransceiver = LXTransceiver::alloc()->init();
+    pool->release();
+}
+
+LXTransceiver* LXTransceiver::defaultTransceiver() {
+    classObject()->ensureInitialized();
+    return gDefaultTransceiver;
+}
+
+LXTransceiver* LXTransceiver::init() {
+    NSObject::init();
+    _lock.adopt(static_cast<NSLock*>(NSLock::alloc()->init()));
+    _deltaRepository.adopt(LXDeltaRepository::alloc()->init());
+    _pools.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    return this;
+}
+
+void LXTransceiver::registerPool_(LXPool* pool) {
+    if (!pool || !pool->poolName()) return;
+    StoreLock held(_lock);
+    _pools->setObject_forKey_(pool, pool->poolName());
+}
+
+void LXTransceiver::setUser_(LXUser* user) {
+    StoreLock held(_lock);
+    _user.set(user);
+}
+
+LXUser* LXTransceiver::user() {
+    StoreLock held(_lock);
+    return NSAutorelease(NSRetain(_user.get()));
+}
+
+NSDictionary* LXTransceiver::pools() {
+    StoreLock held(_lock);
+    NSMutableDictionary* copy = NSMutableDictionary::dictionaryWithCapacity_(10);
+    NSArray* names = _pools->allKeys();
+    for (uint32_t i = 0; i < names->count(); i++) {
+        NSObject* name = names->objectAtIndex_(i);
+        copy->setObject_forKey_(_pools->objectForKey_(name), name);
+    }
+    return copy;
+}
+
+void LXTransceiver::post_to_(LXDelta* delta, LXUser* user) {
+    if (!delta) return;
+    StoreLock held(_lock);
+    delta->setAddressee_(user);
+    _deltaRepository->addDelta_(delta);
+}
+
+void LXTransceiver::lock() { _lock->lock(); }
+
+void LXTransceiver::unlock() { _lock->unlock(); }
+
+void LXTransceiver::setLifetime_(NSDate* date) {
+    StoreLock held(_lock);
+    _lifetime.set(date);
+}
+
+bool LXTransceiver::lifetimeHasPassed() {
+    StoreLock held(_lock);
+    return _lifetime && _lifetime->timeIntervalSinceNow() < 0;
+}
+
+void LXTransceiver::runUntilDate_(NSDate* date) {
+    setLifetime_(date);
+    run();
+}
+
+uint32_t LXTransceiver::relayPort() {
+    // The relay class lives with the relay; looked up by name so that the
+    // client's transceiver doesn't depend on it.
+    Class relay = NSClassFromCString("LXRelay");
+    SEL sel = NS_SEL("defaultPort");
+    if (relay && relay->lookupClassMethod(sel)) return NSSendClass<uint32_t>(relay, sel);
+    return 8888;
+}
+
+void LXTransceiver::run() { runWithPort_host_(relayPort(), "127.0.0.1"_ns); }
+
+void LXTransceiver::runWithHost_(NSString* host) { runWithPort_host_(relayPort(), host); }
+
+bool LXTransceiver::startWithHost_(NSString* host) {
+    _host.set(host);
+    // Neither target nor argument is retained by the thread: the default
+    // transceiver is never released, and it holds the host.
+    return NSThread::detachNewThread(NS_SEL("runWithHost:"), this, _host);
+}
+
+void LXTransceiver::runWithPort_host_(uint32_t port, NSString* host) {
+    if (!user()) {
+        LOG("not user has been assigned to the transceiver");
+        return;
+    }
+    _running = true;
+    for (;;) {
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        checkWithPort_host_(port, host);
+        bool last = lifetimeHasPassed();
+        pool->release();
+        if (last) break;
+        NSThread::sleepForTimeInterval_(_checkInterval);
+    }
+    _running = false;
+}
+
+void LXTransceiver::checkWithPort_host_(uint32_t port, NSString* host) {
+    std::lock_guard<std::mutex> cycle(_cycleMutex);
+    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    int counter = 1;
+    sendPhase(port, host, &counter);
+    receivePhase(port, host, user());
+    pool->release();
+}
+
+// Answers false when the phase ended at a delta that did not get through.
+bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
+    uint32_t budget;
+    {
+        StoreLock held(_lock);
+        budget = _deltaRepository->count();
+    }
+    for (uint32_t sent = 0;; sent++) {
+        NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
+        uint32_t waiting;
+        LXDelta* delta = nullptr;
+        {
+            StoreLock held(_lock);
+            waiting = _deltaRepository->count();
+            if (waiting != 0 && sent < budget) delta = _deltaRepository->firstDelta();
+        }
+        if (waiting == 0 || sent >= budget) {
+            round->release();
+            return true;
+        }
+        LOG("checking deltas - to be sent: %d", static_cast<int>(waiting));
+        if (!delta) {
+            // A record of the store that can't be read: it is not dropped
+            // (the disk may come back), and it holds back the others as a
+            // refused delta would.
+            LOG("stored delta could not be read");
+            round->release();
+            return false;
+        }
+        LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_(wireKey());
+        if (!socket || !socket->connect_port_(host, port)) {
+            NSRelease(socket);
+            round->release();
+            return false;
+        }
+        LOG("sending delta %d", (*counter)++);
+        socket->sendInt_(1);
+        socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
+        NSMutableData* data = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
+        NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
+        archiver->encodeObject_(delta);
+        archiver->release();
+        socket->sendData_(data);
+        data->release();
+        if (socket->readInt() != 1) {
+            LOG("reception not committed");
+            socket->release();
+            round->release();
+            return false;
+        }
+        {
+            StoreLock held(_lock);
+            _deltaRepository->removeDelta_(delta);
+        }
+        socket->release();
+        round->release();
+    }
+}
+
+void LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user) {
+    LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_(wireKey());
+    if (!socket || !socket->connect_port_(host, port)) {
+        NSRelease(socket);
+        return;
+    }
+    socket->sendInt_(2);
+    socket->sendString_(NSNil(user, &LXUser::uniqueId));
+    socket->sendString_("dummy_group"_ns);
+    int32_t count = socket->readInt();
+    LOG("should get %d delta(s)", count);
+    static const SEL processDelta = NSSelectorFromCString("processDelta:");
+    for (int32_t i = 0; i < count; i++) {
+        NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
+        LXDelta* delta = nullptr;
+        if (NSData* data = socket->readData()) {
+            NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
+            NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
+            unarchiver->release();
+            // Anything but a delta is as good as nothing.
+            if (object && object->isKindOfClass_(LXDelta::classObject())) delta = static_cast<LXDelta*>(object);
+        }
+        if (!delta) {
+            LOG("could not receive delta");
+            round->release();
+            break;
+        }
+        NSString* name = NSNil(delta->pool(), &LXPool::poolName);
+        LXPool* pool;
+        {
+            StoreLock held(_lock);
+            pool = static_cast<LXPool*>(NSAutorelease(NSRetain(name ? _pools->objectForKey_(name) : nullptr)));
+        }
+        if (!pool) {
+            LOG("pool %s not registered", textOf(name));
+            round->release();
+            break;
+        }
+        // Called holding no lock of the transceiver's but the cycle's (see
+        // the top of this file). A delegate that can't process deltas
+        // refuses them.
+        NSObject* delegate = pool->delegate();
+        bool accepted = delegate && delegate->respondsToSelector_(processDelta) &&
+                        delegate->performSelector_withObject_(processDelta, delta) != nullptr;
+        if (!accepted) {
+            LOG("delegate has refused to process delta");
+            round->release();
+            break;
+        }
+        socket->sendInt_(1);
+        round->release();
+    }
+    socket->release();
+}
+
+NSObject* LXTransceiver::performSelector_withObject_synchronized_(SEL sel, NSObject* object, bool) {
+    return performSelector_withObject_(sel, object);
+}
+
+NSObject* LXTransceiver::performSelector_withObject_withObject_synchronized_(SEL sel, NSObject* object1,
+                                                                            NSObject* object2, bool) {
+    return performSelector_withObject_withObject_(sel, object1, object2);
+}
+
+NSObject* LXTransceiver::performSelector_toTarget_withObject_synchronized_(SEL sel, NSObject* target,
+                                                                          NSObject* object, bool) {
+    return target ? target->performSelector_withObject_(sel, object) : nullptr;
+}
+
+NSObject* LXTransceiver::performSelector_toTarget_withObject_withObject_synchronized_(
+        SEL sel, NSObject* target, NSObject* object1, NSObject* object2, bool) {
+    return target ? target->performSelector_withObject_withObject_(sel, object1, object2) : nullptr;
+}
+
+NS_CLASS_BEGIN(LXTransceiver, NSObject)
+    NS_CLASS_METHOD(defaultTransceiver)
+    NS_METHOD(init)
+    NS_METHOD(registerPool_)
+    NS_METHOD(setUser_)
+    NS_METHOD(user)
+    NS_METHOD(post_to_)
+    NS_METHOD(lock)
+    NS_METHOD(unlock)
+    NS_METHOD(runUntilDate_)
+    NS_METHOD(run)
+    NS_METHOD(runWithHost_)
+    NS_METHOD(runWithPort_host_)
+    NS_METHOD(checkWithPort_host_)
+    NS_METHOD(performSelector_withObject_synchronized_)
+    NS_METHOD(performSelector_withObject_withObject_synchronized_)
+    NS_METHOD(performSelector_toTarget_withObject_synchronized_)
+    NS_METHOD(performSelector_toTarget_withObject_withObject_synchronized_)
+    NS_METHOD(startWithHost_)
+    NS_METHOD(setLifetime_)
+    NS_FIELD(_deltaRepository)
+    NS_FIELD(_pools)
+    NS_FIELD(_user)
+    NS_FIELD(_lock)
+    NS_FIELD(_lifetime)
+NS_CLASS_END(LXTransceiver)
