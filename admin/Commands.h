@@ -26,6 +26,9 @@ void printUsage(FILE* out);
 int runParseList(int argc, char** argv);  // ParseListCommand.cpp
 int runArchive(int argc, char** argv);    // ArchiveCommand.cpp
 int runContainer(int argc, char** argv);  // ContainerCommand.cpp
+int runConfig(int argc, char** argv);     // ConfigCommand.cpp
+int runKey(int argc, char** argv);        // KeyCommand.cpp
+int runSheet(int argc, char** argv);      // SheetCommand.cpp
 
 // Everything a stream holds, read to its end.
 std::string readAll(FILE* in);

@@ -6,8 +6,12 @@
 #include <vector>
 
 #include "app/VTLocalization.h"
+#include "app/VTUserKey.h"
+#include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
 #include "foundation/platform/Platform.h"
+#include "sheets/VTMatrix.h"
+#include "sheets/VTSheet.h"
 #include "toolkit/NSAlert.h"
 #include "toolkit/NSApplication.h"
 
@@ -70,8 +74,42 @@ int VTClientMain(void* instanceHandle) {
     // 5. First-run seeding of data/ from data/init.
     VTSeedDataDirectory();
 
-    LOG("start-up ends after seeding data/: user keys, the workspace and the windows are not built yet");
+    // 6. The user key. The dictionary lives to the end of the process.
+    NSMutableDictionary* userKey = VTUserKey::discoverInDirectory_("userkey"_ns);
+    if (!userKey) {
+        showAlert("error", "novukfound");
+        vtRemoveFile(kVTLockFile);
+        return 1;
+    }
+    userKey->retain();
+
+    // 7. The workspace: configuration, sheets and their records, and the
+    // first user row on an empty user sheet.
+    VTWorkspace* workspace = VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, userKey);
+    if (!workspace) {
+        // Nothing to show a user without a configuration; the workspace
+        // has logged what is missing. The localized table has no text for
+        // this operator's mistake, so the message is English like the log.
+        NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
+                "No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or unreadable."_ns)
+                ->runModal();
+        vtRemoveFile(kVTLockFile);
+        return 1;
+    }
+    workspace->retain();
+    NSArray* sheets = workspace->listOfSheets();
+    LOG("workspace: %u sheets", sheets->count());
+    for (uint32_t i = 0, n = sheets->count(); i < n; i++) {
+        auto* sheet = static_cast<VTSheet*>(sheets->objectAtIndex_(i));
+        LOG("sheet %s (%s): %u records", sheet->name()->UTF8String(), sheet->title()->UTF8String(),
+            sheet->matrix()->numberOfRows());
+    }
+
+    LOG("start-up ends after the workspace: the login window and the main window are not built yet");
     vtRemoveFile(kVTLockFile);
+    workspace->release();
+    userKey->release();
     pool->release();
     return 0;
 }

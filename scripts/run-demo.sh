@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs the demo installation: the
-# client under Wine (headless, non-interactive) in a fresh copy of demo/,
-# then vantor-admin on the demo's configuration list.
+# client under Wine (headless, non-interactive) in a fresh working directory
+# made from demo/ (its start-up builds the workspace and makes the first
+# admin's user row), then vantor-admin on that installation.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
@@ -22,8 +23,7 @@ done
 # The client writes everything relative to its working directory; each run
 # starts from a clean copy of the demo installation.
 workdir="$root/build/demo-run"
-rm -rf "$workdir"
-cp -a "$root/demo" "$workdir"
+bash "$root/scripts/new-workdir.sh" "$workdir"
 
 source "$root/scripts/wine-prefix.sh" "$root/build/wineprefix"
 export VANTOR_NONINTERACTIVE=1
@@ -33,6 +33,8 @@ status=0
 (cd "$workdir" && wine "$client") || status=$?
 echo "== vantor exited with status $status"
 
-echo "== vantor-admin parse-list conf/cro.vtr"
-(cd "$workdir" && "$admin" parse-list conf/cro.vtr)
+echo "== vantor-admin config check"
+(cd "$workdir" && "$admin" config check)
+echo "== vantor-admin sheet list"
+(cd "$workdir" && "$admin" sheet list)
 exit $status

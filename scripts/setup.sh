@@ -10,6 +10,7 @@ packages=(
     clang-14 libfuzzer-14-dev libclang-rt-14-dev
     wine wine64 wine64-tools libwine-dev fonts-wine
     xvfb xauth
+    fonts-liberation fonts-dejavu-core fonts-dejavu-extra
 )
 
 missing=()

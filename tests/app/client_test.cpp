@@ -1,6 +1,8 @@
 // The real client under Wine, headless and non-interactive, in temporary
-// working directories: its refusals, its first-run seeding of data/ and its
-// exit statuses, judged by files and log lines.
+// working directories: its refusals, its first-run seeding of data/, the
+// user key and the workspace, and its exit statuses, judged by files and
+// log lines. Each directory gets a small configuration and a first-admin
+// key, written here with the product's own key code.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +13,8 @@
 #include <sstream>
 #include <string>
 
+#include "app/VTUserKey.h"
+#include "foundation/Foundation.h"
 #include "tests/support/RunProgram.h"
 
 #if !defined(VANTOR_CLIENT_PATH) || !defined(VANTOR_WINE) || !defined(VANTOR_DEMO_DIR)
@@ -20,8 +24,14 @@
 namespace {
 
 const char kStopLine[] =
-        "start-up ends after seeding data/: user keys, the workspace and the windows are not built "
-        "yet\n";
+        "start-up ends after the workspace: the login window and the main window are not built yet\n";
+const char kConfiguration[] =
+        "((# the sheets the client needs, and one more)\n"
+        " ((name role) (field name as string))\n"
+        " ((name group) (field name as string) (field roles as string))\n"
+        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as string)\n"
+        "  (field company as string) (field role as string) (field groups as string))\n"
+        " ((name note labelled (My notes)) (field text as string)))\n";
 const char kRefusal[] =
         "alert: Error: An instance of this application is already running in the same working "
         "directory.\n";
@@ -37,6 +47,7 @@ protected:
         dir_ = testing::TempDir() + "vantor-client-" + info->name() + "-" + std::to_string(getpid());
         ASSERT_EQ(std::system(("rm -rf " + quoteShell(dir_) + " && mkdir -p " + quoteShell(dir_ + "/data/init")).c_str()),
                   0);
+        install(dir_);
     }
     void TearDown() override { std::system(("rm -rf " + quoteShell(dir_)).c_str()); }
 
@@ -48,6 +59,21 @@ protected:
                                    quoteShell(VANTOR_CLIENT_PATH));
     }
     vt_test::ProgramResult runClient() { return runClient(dir_); }
+
+    // A configuration and a first-admin key (no UniqueID yet).
+    static void install(const std::string& dir) {
+        ASSERT_EQ(std::system(("mkdir -p " + quoteShell(dir + "/conf") + " " + quoteShell(dir + "/userkey")).c_str()),
+                  0);
+        std::ofstream(dir + "/conf/cro.vtr", std::ios::binary) << kConfiguration;
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        NSMutableDictionary* key = NSMutableDictionary::dictionary();
+        key->setObject_forKey_("Ada Lovelace/Demo/Admin"_ns, "UserID"_ns);
+        key->setObject_forKey_("secret"_ns, "Password"_ns);
+        key->setObject_forKey_(NSNumber::numberWithBool_(false), "Admin"_ns);
+        EXPECT_TRUE(VTUserKey::writeUserKey_toFile_(
+                key, NSString::stringWithUTF8String_((dir + "/userkey/admin.vuk").c_str())));
+        pool->release();
+    }
 
     void write(const std::string& name, const std::string& content) {
         std::ofstream(dir_ + "/" + name, std::ios::binary) << content;
@@ -63,15 +89,53 @@ protected:
     std::string dir_;
 };
 
-TEST_F(ClientTest, ANormalStartRunsItsStepsAndLeavesNoLock) {
+// Whether the text ends with the stop line.
+bool stopped(const std::string& out) {
+    std::string stop = kStopLine;
+    return out.size() >= stop.size() && out.compare(out.size() - stop.size(), stop.size(), stop) == 0;
+}
+
+TEST_F(ClientTest, ANormalStartBuildsTheWorkspaceAndLeavesNoLock) {
     vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, kStopLine);
+    EXPECT_EQ(run.out,
+              std::string("no user unique ID\n"
+                          "run-time forms not rendered: VTActionTestForm is not in this program\n"
+                          "first admin: 1\n"
+                          "workspace: 4 sheets\n"
+                          "sheet role (Role): 0 records\n"
+                          "sheet group (Group): 0 records\n"
+                          "sheet user (User): 1 records\n"
+                          "sheet note (My notes): 0 records\n") +
+                      kStopLine);
     EXPECT_FALSE(exists("vantor.lock"));
+    EXPECT_TRUE(exists("conf/conf.vtr"));
+    EXPECT_TRUE(exists("_seen_.vci"));
 
+    // The first start filled in the admin key: the second neither logs the
+    // missing id nor repeats the first-user step.
     vt_test::ProgramResult again = runClient();
     EXPECT_EQ(again.status, 0);
-    EXPECT_EQ(again.out, kStopLine);
+    EXPECT_EQ(again.out.find("no user unique ID"), std::string::npos) << again.out;
+    EXPECT_EQ(again.out.find("first admin"), std::string::npos) << again.out;
+    EXPECT_NE(again.out.find("sheet user (User): 1 records\n"), std::string::npos) << again.out;
+    EXPECT_TRUE(stopped(again.out)) << again.out;
+}
+
+TEST_F(ClientTest, WithoutAKeyOrAConfigurationTheStartIsRefused) {
+    ASSERT_EQ(std::system(("rm -f " + quoteShell(dir_ + "/userkey/admin.vuk")).c_str()), 0);
+    write("userkey/a.vuk", "too short a name to be read");
+    vt_test::ProgramResult run = runClient();
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "alert: Error: No user key has been found.\n");
+    EXPECT_FALSE(exists("vantor.lock"));
+
+    install(dir_);
+    ASSERT_EQ(std::system(("rm -f " + quoteShell(dir_ + "/conf/cro.vtr")).c_str()), 0);
+    vt_test::ProgramResult bare = runClient();
+    EXPECT_EQ(bare.status, 1);
+    EXPECT_NE(bare.out.find("alert: Error: No configuration"), std::string::npos) << bare.out;
+    EXPECT_FALSE(exists("vantor.lock"));
 }
 
 TEST_F(ClientTest, ALockFileRefusesTheStartBeforeAnythingElse) {
@@ -87,9 +151,10 @@ TEST_F(ClientTest, ALockFileRefusesTheStartBeforeAnythingElse) {
     // A start in another directory is not affected.
     std::string other = dir_ + "-other";
     ASSERT_EQ(std::system(("mkdir -p " + quoteShell(other)).c_str()), 0);
+    install(other);
     vt_test::ProgramResult elsewhere = runClient(other);
     EXPECT_EQ(elsewhere.status, 0);
-    EXPECT_EQ(elsewhere.out, kStopLine);
+    EXPECT_TRUE(stopped(elsewhere.out)) << elsewhere.out;
     std::system(("rm -rf " + quoteShell(other)).c_str());
 }
 

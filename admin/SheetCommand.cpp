@@ -1,0 +1,128 @@
+// sheet list | sheet dump NAME: the sheets of the installation in the
+// working directory, built by the client's own workspace code from
+// conf/cro.vtr (or conf/conf.vtr), and one sheet's records.
+//
+//   list        one line per sheet in configuration order:
+//               NAME "TITLE" N records[, records of SOURCE]
+//   dump NAME   one JSON object per record that the sheet's table shows,
+//               in its initial order (sorted by the first field, through
+//               the sheet's filters; the current user is the one of the
+//               key that the client would find in userkey/, none without
+//               one): __recordId, the sheet's fields in field order, then
+//               the stamps that the record has. References show the
+//               display texts of the records they name, as the table does.
+//
+// Nothing of the user's is written: the configuration is not compiled and
+// no first-user row is made. The installation is opened as the client's
+// start opens it: first-run seeding from data/init (without it, the empty
+// user container made here would stop the client's own seeding later),
+// then containers that don't exist yet are created empty.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "Json.h"
+#include "app/VTClient.h"
+#include "app/VTLocalization.h"
+#include "app/VTUserKey.h"
+#include "app/VTWorkspace.h"
+#include "foundation/NSString.h"
+#include "sheets/VTMatrix.h"
+#include "sheets/VTSheet.h"
+#include "sheets/VTTableDataSource.h"
+#include "toolkit/NSTableView.h"
+
+namespace admin {
+
+// The installation's workspace, owned by the caller; nil with a message.
+VTWorkspace* newInstallationWorkspace(const char* command) {
+    LogToStderr redirect;
+    VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+    VTSeedDataDirectory();
+    NSArray* rows = VTWorkspace::configurationRowsFromFile_("conf/cro.vtr"_ns);
+    if (!rows) {
+        std::fprintf(stderr,
+                     "vantor-admin: %s: no configuration here (conf/cro.vtr or conf/conf.vtr); run it in an "
+                     "installation directory\n",
+                     command);
+        return nullptr;
+    }
+    NSMutableDictionary* key = VTUserKey::discoverInDirectory_("userkey"_ns);
+    return VTWorkspace::alloc()->initWithRows_userInfo_(rows, key ? key : NSMutableDictionary::dictionary());
+}
+
+namespace {
+
+int list(VTWorkspace* w) {
+    NSArray* sheets = w->listOfSheets();
+    for (uint32_t i = 0; i < sheets->count(); i++) {
+        auto* sheet = static_cast<VTSheet*>(sheets->objectAtIndex_(i));
+        std::string line = std::string(sheet->name()->UTF8String()) + " \"" + sheet->title()->UTF8String() + "\" " +
+                           std::to_string(sheet->matrix()->numberOfRows()) + " records";
+        if (!sheet->isPrimary()) line += std::string(", records of ") + sheet->primarySourceName()->UTF8String();
+        std::printf("%s\n", line.c_str());
+    }
+    return 0;
+}
+
+int dump(VTWorkspace* w, const char* name) {
+    VTSheet* sheet = w->sheetNamed_(NSString::stringWithUTF8String_(name));
+    if (!sheet) {
+        std::fprintf(stderr, "vantor-admin: sheet dump: no sheet named '%s'\n", name);
+        return 1;
+    }
+    auto* source = static_cast<VTTableDataSource*>(sheet->sheetTableView()->dataSource());
+    NSArray* fields = sheet->fields();
+    source->filter();
+    NSArray* records = source->allObjectsFiltered();
+    for (uint32_t r = 0; r < records->count(); r++) {
+        auto* record = static_cast<NSDictionary*>(records->objectAtIndex_(r));
+        NSMutableDictionary* shown = NSMutableDictionary::dictionary();
+        std::vector<NSObject*> order;
+        auto put = [&](NSString* key, NSObject* value) {
+            if (!value) return;
+            shown->setObject_forKey_(value, key);
+            order.push_back(key);
+        };
+        put("__recordId"_ns, record->objectForKey_("__recordId"_ns));
+        for (uint32_t f = 0; f < fields->count(); f++) {
+            auto* key = static_cast<NSString*>(static_cast<NSArray*>(fields->objectAtIndex_(f))->objectAtIndex_(0));
+            NSObject* value = record->objectForKey_(key);
+            put(key, value ? source->resolveValue_forField_(value, key) : nullptr);
+        }
+        for (const char* stamp : {"__creator", "__created", "__modifier", "__modified"}) {
+            NSString* key = NSString::stringWithUTF8String_(stamp);
+            put(key, record->objectForKey_(key));
+        }
+        std::string json;
+        appendJSON(&json, shown, [&](NSDictionary* d) { return d == shown ? &order : nullptr; });
+        std::printf("%s\n", json.c_str());
+    }
+    return 0;
+}
+
+int usage() {
+    std::fprintf(stderr, "usage: vantor-admin sheet list\n       vantor-admin sheet dump NAME\n");
+    return 2;
+}
+
+}  // namespace
+
+int runSheet(int argc, char** argv) {
+    bool listing = argc == 2 && std::strcmp(argv[1], "list") == 0;
+    bool dumping = argc == 3 && std::strcmp(argv[1], "dump") == 0;
+    if (!listing && !dumping) return usage();
+    VTWorkspace* w = newInstallationWorkspace(listing ? "sheet list" : "sheet dump");
+    if (!w) return 1;
+    int status = listing ? list(w) : dump(w, argv[2]);
+    std::fflush(stdout);
+    {
+        LogToStderr redirect;
+        w->release();
+    }
+    return status;
+}
+
+}  // namespace admin

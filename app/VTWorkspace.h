@@ -1,0 +1,116 @@
+// The workspace: the central object of the client. It turns the
+// configuration into sheets and holds them by name and in order, holds the
+// user key dictionary, owns the seen sets and answers the menu actions.
+// Its questions about the current user and their rights are in
+// VTWorkspaceRights.cpp.
+//
+// Compiled configuration, conf/conf.vtr:
+//   file    := encipher(archive, "Rk2pWn")
+//   archive := encodeObject: of { "Workspace": rows }
+//   rows    := the list LXListParser answers for conf/cro.vtr
+// A source file present wins and is compiled anew at every start.
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/NSArray.h"
+#include "foundation/NSDate.h"
+#include "foundation/NSDictionary.h"
+#include "foundation/NSSet.h"
+#include "storage/LXContainer.h"
+
+class VTMatrix;
+class VTSheet;
+
+class VTWorkspace : public NSObject {
+    NS_DECLARE_CLASS(VTWorkspace, NSObject)
+
+public:
+    // alloc, initWithFile:userInfo:, autorelease; nil without a
+    // configuration.
+    static VTWorkspace* workspaceWithFile_userInfo_(NSString* path, NSDictionary* userInfo);
+    // Builds the workspace from the source list at `path` (normally
+    // conf/cro.vtr) or, without it, from conf/conf.vtr; renders the
+    // released forms and runs the first-user step. Without a configuration
+    // it logs why, releases the receiver and answers nil.
+    VTWorkspace* initWithFile_userInfo_(NSString* path, NSDictionary* userInfo);
+    // Only steps 1 and 3 of initWithFile:userInfo: on rows already read: no
+    // compiled file, no forms, no first-user step. For tools that look at a
+    // configuration without changing an installation.
+    VTWorkspace* initWithRows_userInfo_(NSArray* rows, NSDictionary* userInfo);
+
+    // The configuration rows of a source list file, or of conf/conf.vtr when
+    // the source doesn't exist; nothing is written. nil (with a log line)
+    // when neither gives a list. Autoreleased.
+    static NSArray* configurationRowsFromFile_(NSString* path);
+    // The path of the compiled configuration.
+    static NSString* compiledConfigurationPath();
+
+    NSMutableDictionary* sheets() { return _sheets; }
+    NSMutableArray* listOfSheets() { return _listOfSheets; }
+    NSDictionary* userInfo() { return _userInfo; }
+    // Sends refresh to every other sheet that answers it.
+    void refreshSheetsExceptThisOne_(NSObject* sheet);
+    // Read from the _seen_ container on first use.
+    NSMutableDictionary* setsForSeen();
+    // The set of the matrix name; an empty one is entered if there is none.
+    NSMutableSet* setForSeenForKey_(NSString* key);
+    // Stores the whole dictionary in the _seen_ container.
+    void saveSetsForSeen();
+    // Sends terminate: with nil to the application object.
+    void menuFileQuit_(NSObject* sender);
+
+    // Rights (VTWorkspaceRights.cpp).
+    NSString* currentUserId();
+    NSString* currentUserUniqueId();
+    NSMutableArray* allUsers();
+    NSMutableArray* allUsersWithUniqueID();
+    NSMutableArray* allOtherUsers();
+    NSMutableArray* allOtherUsersWithUniqueID();
+    // The row of the current user in the user matrix; -1 after the
+    // nouserrow alert if terminate: returns.
+    int32_t currentUserRow();
+    NSString* currentUserRole();
+    NSMutableArray* currentUserGroups();
+    NSMutableSet* rolesForCurrentUser();
+    bool currentUserCanDoAction_inSheet_(NSString* action, VTSheet* sheet);
+    bool currentUserCanSee_(VTSheet* sheet);
+    bool currentUserCanRead_(VTSheet* sheet);
+    bool currentUserCanDeposit_(VTSheet* sheet);
+    bool currentUserCanUpdate_(VTSheet* sheet);
+    bool currentUserCanUpdateOwn_(VTSheet* sheet);
+    bool currentUserCanRemove_(VTSheet* sheet);
+    bool currentUserCanRemoveOwn_(VTSheet* sheet);
+    // manager 4, editor 3, author 2, depositor 1, anything else 0.
+    static int32_t roleWithString_(NSString* role);
+
+    // Replication hooks of the matrices; see VTWorkspace.cpp.
+    void synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record, NSObject* sheet);
+    void synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet);
+
+    // Beyond the documented interface.
+    VTSheet* sheetNamed_(NSString* name);
+    NSObject* pool() { return _pool; }
+    NSDate* lastSyncBeep() { return _lastSyncBeep; }
+    LXContainer* containerForSeen() { return _containerForSeen; }
+
+    void dealloc() override;
+
+protected:
+    ~VTWorkspace() override = default;
+
+private:
+    bool setUp(NSDictionary* userInfo);
+    void buildSheets(NSArray* rows);
+    void renderForms();
+    void firstUserStep();
+    VTMatrix* matrixNamed(const char* name);
+
+    Ref<NSMutableDictionary> _sheets;
+    Ref<NSMutableArray> _listOfSheets;
+    Ref<NSDictionary> _userInfo;
+    Ref<NSObject> _pool;
+    Ref<NSDate> _lastSyncBeep;
+    Ref<LXContainer> _containerForSeen;
+    Ref<NSMutableDictionary> _setsForSeen;
+};

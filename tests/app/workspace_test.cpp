@@ -1,0 +1,211 @@
+// The workspace: the compiled configuration, the first-user step and the
+// seen sets, in real working directories.
+#include "workspace_fixture.h"
+
+#include "sheets/LXListParser.h"
+#include "storage/NSUnarchiver.h"
+
+namespace {
+
+std::string sheetNames(VTWorkspace* w) {
+    std::string out;
+    NSArray* list = w->listOfSheets();
+    for (uint32_t i = 0; i < list->count(); i++) {
+        auto* sheet = static_cast<VTSheet*>(list->objectAtIndex_(i));
+        out += (i ? " " : "") + std::string(sheet->name()->UTF8String()) + "(" + sheet->title()->UTF8String() + "," +
+               std::to_string(sheet->fields()->count()) + ")";
+    }
+    return out;
+}
+
+NSObject* decodeCompiled() {
+    NSData* data = NSData::dataWithContentsOfFile_("conf/conf.vtr"_ns);
+    data->decryptWithKey_("Rk2pWn"_ns);
+    NSUnarchiver* u = NSUnarchiver::alloc()->initForReadingWithData_(data);
+    NSObject* root = NSRetain(u->decodeObject());
+    u->release();
+    return NSAutorelease(root);
+}
+
+constexpr const char kSheets[] = "role(Role,1) group(Group,2) user(User,6) task(Open tasks,2)";
+
+TEST_F(WorkspaceTest, TheSourceWinsIsCompiledAndTheCompiledFileRunsAlone) {
+    writeFile("conf/cro.vtr", kSmallConfiguration);
+    writeFile("conf/conf.vtr", "an old compiled file of another meaning");
+    NSDictionary* k = key("Ada Lovelace/Demo/Acme", "u1");
+
+    VTWorkspace* first = build(k);
+    ASSERT_NE(first, nullptr);
+    // The comment row makes no sheet.
+    EXPECT_EQ(sheetNames(first), kSheets);
+    EXPECT_EQ(first->sheets()->count(), 4u);
+    // The compiled file holds exactly what the parser made of the source.
+    NSObject* root = decodeCompiled();
+    ASSERT_NE(root, nullptr);
+    ASSERT_TRUE(root->isKindOfClass_(NSDictionary::classObject()));
+    EXPECT_EQ(static_cast<NSDictionary*>(root)->count(), 1u);
+    NSObject* rows = static_cast<NSDictionary*>(root)->objectForKey_("Workspace"_ns);
+    NSArray* parsed = LXListParser::listParserWithString_(ns(kSmallConfiguration))->parse();
+    ASSERT_NE(rows, nullptr);
+    EXPECT_TRUE(rows->isEqual_(parsed));
+    std::string compiled = readFile("conf/conf.vtr");
+    first->release();
+
+    // A second start with the source writes the same bytes again.
+    VTWorkspace* again = build(k);
+    EXPECT_EQ(readFile("conf/conf.vtr"), compiled);
+    again->release();
+
+    // Without the source the compiled file runs, with the same sheets.
+    std::filesystem::remove("conf/cro.vtr");
+    VTWorkspace* alone = build(k);
+    ASSERT_NE(alone, nullptr);
+    EXPECT_EQ(sheetNames(alone), kSheets);
+    EXPECT_EQ(readFile("conf/conf.vtr"), compiled);
+    alone->release();
+}
+
+TEST_F(WorkspaceTest, WithoutAUsableConfigurationThereIsNoWorkspace) {
+    std::string log;
+    EXPECT_EQ(build(key("Ada Lovelace/Demo/Acme", "u1"), &log), nullptr);
+    EXPECT_EQ(log, "no configuration: neither conf/cro.vtr nor a readable conf/conf.vtr\n");
+
+    // A compiled file that doesn't decode is no configuration either.
+    writeFile("conf/conf.vtr", "garbage that deciphers to no archive");
+    EXPECT_EQ(build(key("Ada Lovelace/Demo/Acme", "u1"), &log), nullptr);
+    EXPECT_NE(log.find("no configuration"), std::string::npos) << log;
+
+    // A source that doesn't parse leaves the compiled file alone and does
+    // not fall back to it.
+    writeFile("conf/cro.vtr", "((name role) (field name as string)");
+    EXPECT_EQ(build(key("Ada Lovelace/Demo/Acme", "u1"), &log), nullptr);
+    EXPECT_EQ(readFile("conf/conf.vtr"), "garbage that deciphers to no archive");
+    EXPECT_NE(log.find("configuration conf/cro.vtr does not parse; conf/conf.vtr is left as it was\n"),
+              std::string::npos)
+            << log;
+}
+
+TEST_F(WorkspaceTest, RunTimeFormsWaitForTheirActionClass) {
+    if (NSClassFromCString("VTActionTestForm")) GTEST_SKIP() << "the run-time forms are built in";
+    writeFile("conf/cro.vtr", kSmallConfiguration);
+    std::string log;
+    VTWorkspace* w = build(key("Ada Lovelace/Demo/Acme", "u1"), &log);
+    EXPECT_NE(log.find("run-time forms not rendered: VTActionTestForm is not in this program\n"), std::string::npos)
+            << log;
+    w->release();
+}
+
+class FirstUserTest : public WorkspaceTest {
+protected:
+    void SetUp() override {
+        WorkspaceTest::SetUp();
+        writeFile("conf/cro.vtr", kSmallConfiguration);
+        seed("group", {{{"__recordId", "g-designers"}, {"name", "Designers"}},
+                       {{"__recordId", "g-all"}, {"name", "All"}},
+                       {{"__recordId", "g-admins"}, {"name", "Admins"}},
+                       {{"__recordId", "g-other"}, {"name", "Other"}}});
+    }
+    static NSString* userValue(VTWorkspace* w, const char* field) {
+        return static_cast<NSString*>(w->sheetNamed_("user"_ns)->matrix()->valueInRow_column_(0, ns(field)));
+    }
+    // The ids of the named groups, in the group matrix's row order.
+    static std::string groupIds(VTWorkspace* w, std::initializer_list<const char*> names) {
+        std::string out;
+        NSArray* rows = w->sheetNamed_("group"_ns)->matrix()->allObjectsSorted();
+        for (uint32_t i = 0; i < rows->count(); i++) {
+            auto* record = static_cast<NSDictionary*>(rows->objectAtIndex_(i));
+            for (const char* name : names)
+                if (record->objectForKey_("name"_ns)->isEqual_(ns(name)))
+                    out += (out.empty() ? "" : " ") + str(record->objectForKey_("__recordId"_ns));
+        }
+        return out;
+    }
+};
+
+TEST_F(FirstUserTest, TheFirstAdminGetsAFreshIdWrittenToTheAdminKeyOnce) {
+    NSMutableDictionary* k = key("Ada Lovelace/Demo/Admin", nullptr, "pass word");
+    std::string log;
+    VTWorkspace* w = build(k, &log);
+    ASSERT_NE(w, nullptr);
+    EXPECT_NE(log.find("first admin: 1\n"), std::string::npos) << log;
+    VTMatrix* users = w->sheetNamed_("user"_ns)->matrix();
+    ASSERT_EQ(users->numberOfRows(), 1u);
+    EXPECT_EQ(str(userValue(w, "firstName")), "Ada");
+    EXPECT_EQ(str(userValue(w, "lastName")), "Lovelace");
+    EXPECT_EQ(str(userValue(w, "orgUnit")), "Demo");
+    EXPECT_EQ(str(userValue(w, "company")), "Admin");
+    EXPECT_EQ(str(userValue(w, "role")), "manager");
+    EXPECT_EQ(str(userValue(w, "groups")), groupIds(w, {"Admins", "Designers"}));
+    EXPECT_EQ(str(userValue(w, "__creator")), "Ada Lovelace/Demo/Admin");
+    // The fresh id went into the key dictionary and into userkey/admin.vuk.
+    NSString* id = userValue(w, "__recordId");
+    EXPECT_EQ(str(k->objectForKey_("UniqueID"_ns)), str(id));
+    NSDictionary* written = VTUserKey::userKeyWithContentsOfFile_("userkey/admin.vuk"_ns);
+    ASSERT_NE(written, nullptr);
+    EXPECT_EQ(str(written->objectForKey_("UniqueID"_ns)), str(id));
+    EXPECT_EQ(str(written->objectForKey_("Password"_ns)), "pass word");
+    EXPECT_EQ(str(written->objectForKey_("UserID"_ns)), "Ada Lovelace/Demo/Admin");
+    std::string keyBytes = readFile("userkey/admin.vuk");
+    std::string stored = str(id);
+    w->release();
+
+    // The second start finds the row: nothing is written again.
+    NSMutableDictionary* again = VTUserKey::userKeyWithContentsOfFile_("userkey/admin.vuk"_ns);
+    VTWorkspace* second = build(again, &log);
+    EXPECT_EQ(log.find("first admin"), std::string::npos) << log;
+    EXPECT_EQ(second->sheetNamed_("user"_ns)->matrix()->numberOfRows(), 1u);
+    EXPECT_EQ(str(userValue(second, "__recordId")), stored);
+    EXPECT_EQ(readFile("userkey/admin.vuk"), keyBytes);
+    EXPECT_EQ(second->currentUserRow(), 0);
+    second->release();
+}
+
+TEST_F(FirstUserTest, AnyOtherFirstUserKeepsTheIdOfItsKeyAndJoinsAll) {
+    NSMutableDictionary* k = key("Bob Builder/Sales/Acme", "1700000000.5-3-42");
+    std::string log;
+    VTWorkspace* w = build(k, &log);
+    EXPECT_NE(log.find("first admin: 0\n"), std::string::npos) << log;
+    EXPECT_EQ(str(userValue(w, "__recordId")), "1700000000.5-3-42");
+    EXPECT_EQ(str(userValue(w, "role")), "manager");
+    EXPECT_EQ(str(userValue(w, "groups")), "g-all");
+    EXPECT_EQ(str(userValue(w, "company")), "Acme");
+    EXPECT_FALSE(std::filesystem::exists("userkey/admin.vuk"));
+    // The record is found by the id it carries, in this run already.
+    EXPECT_NE(w->sheetNamed_("user"_ns)->matrix()->objectWithRecordId_("1700000000.5-3-42"_ns), nullptr);
+    w->release();
+
+    VTWorkspace* second = build(k, &log);
+    EXPECT_EQ(log.find("first admin"), std::string::npos) << log;
+    EXPECT_EQ(second->sheetNamed_("user"_ns)->matrix()->numberOfRows(), 1u);
+    EXPECT_EQ(str(userValue(second, "__recordId")), "1700000000.5-3-42");
+    second->release();
+}
+
+TEST_F(FirstUserTest, AnIdentityOfTheWrongShapeWritesNoRow) {
+    std::string log;
+    VTWorkspace* w = build(key("Nobody/Demo", "x"), &log);
+    EXPECT_NE(log.find("first user: user id 'Nobody/Demo' is not of the form 'First Last/Unit/Company'; no user row "
+                       "written\n"),
+              std::string::npos)
+            << log;
+    EXPECT_EQ(w->sheetNamed_("user"_ns)->matrix()->numberOfRows(), 0u);
+    w->release();
+}
+
+TEST_F(WorkspaceTest, SeenSetsLiveInTheirOwnContainer) {
+    writeFile("conf/cro.vtr", kSmallConfiguration);
+    VTWorkspace* w = build(key("Ada Lovelace/Demo/Acme", "u1"));
+    EXPECT_TRUE(std::filesystem::exists("_seen_.vcd"));
+    NSMutableSet* set = w->setForSeenForKey_("task"_ns);
+    EXPECT_EQ(set->count(), 0u);
+    EXPECT_EQ(w->setForSeenForKey_("task"_ns), set);
+    set->addObject_("r1"_ns);
+    w->saveSetsForSeen();
+    w->release();
+
+    VTWorkspace* again = build(key("Ada Lovelace/Demo/Acme", "u1"));
+    EXPECT_TRUE(again->setForSeenForKey_("task"_ns)->member_("r1"_ns));
+    again->release();
+}
+
+}  // namespace
