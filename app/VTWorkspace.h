@@ -84,6 +84,11 @@ public:
     // manager 4, editor 3, author 2, depositor 1, anything else 0.
     static int32_t roleWithString_(NSString* role);
 
+    // At login: the replication pool with the workspace as its delegate,
+    // the user for the default transceiver, and the transceiver's thread
+    // on the host of transceiver.txt (VTWorkspaceSync.cpp).
+    void startTransceiver();
+
     // Replication hooks of the matrices; see VTWorkspace.cpp.
     void synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record, NSObject* sheet);
     void synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet);

@@ -1,6 +1,9 @@
 // The workspace: the compiled configuration, the first-user step and the
 // seen sets, in real working directories.
 #include "workspace_fixture.h"
+#include "sync/LXPool.h"
+#include "sync/LXTransceiver.h"
+#include "sync/LXUser.h"
 
 #include "sheets/LXListParser.h"
 #include "storage/NSUnarchiver.h"
@@ -209,3 +212,26 @@ TEST_F(WorkspaceTest, SeenSetsLiveInTheirOwnContainer) {
 }
 
 }  // namespace
+
+TEST_F(FirstUserTest, StartingTheTransceiverRegistersThePoolAndTheUserAndRunsOnTheHostOfTheFile) {
+    NSMutableDictionary* k = key("Bob Builder/Sales/Acme", "1700000000.5-3-42");
+    std::string log;
+    VTWorkspace* w = build(k, &log);
+    ASSERT_NE(w, nullptr);
+    writeFile("transceiver.txt", "  127.0.0.1\r\n");
+    LXTransceiver* transceiver = LXTransceiver::defaultTransceiver();
+    // One cycle and the thread ends: the lifetime is already over.
+    transceiver->setLifetime_(NSDate::date()->addTimeInterval_(-1));
+    uint32_t threads = NSThread::registeredThreadCount();
+    logOf([&] { w->startTransceiver(); });
+
+    auto* pool = static_cast<LXPool*>(w->pool());
+    ASSERT_NE(pool, nullptr);
+    EXPECT_EQ(str(pool->poolName()), "Rk2pWn");
+    EXPECT_EQ(pool->delegate(), w);
+    EXPECT_EQ(str(transceiver->user()->uniqueId()), "1700000000.5-3-42");
+    EXPECT_EQ(str(transceiver->user()->organization()), "Acme");
+    for (int i = 0; i < 200 && NSThread::registeredThreadCount() > threads; i++) NSThread::sleepForTimeInterval_(0.05);
+    EXPECT_EQ(NSThread::registeredThreadCount(), threads) << "the transceiver's thread ended with its lifetime";
+    w->release();
+}
