@@ -102,6 +102,10 @@ public:
 
     void dealloc() override;
 
+    // The display text of one referenced record: the display fields' raw
+    // values (or their names), each followed by a blank, trimmed.
+    static NSString* displayText(NSDictionary* record, NSArray* displayFields);
+
 protected:
     ~VTMatrix() override = default;
 
@@ -109,9 +113,6 @@ private:
     // Appends a record (under writeLock) and enters it in index.
     void appendRecord(NSMutableDictionary* record);
     void addPending(NSMutableDictionary* record, NSString* kind);
-    // The display text of one referenced record: the display fields' raw
-    // values (or their names), each followed by a blank, trimmed.
-    static NSString* displayText(NSDictionary* record, NSArray* displayFields);
     friend class VTTableDataSource;
 
     Ref<LXContainer> _container;

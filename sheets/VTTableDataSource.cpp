@@ -41,14 +41,7 @@ const char* textOf(NSDictionary* record, NSString* key) {
 NSString* displayTextOf(VTMatrix* target, NSString* id, NSArray* displayFields) {
     NSDictionary* record = target ? target->objectWithRecordId_(id) : nullptr;
     if (!record) return ""_ns;
-    NSMutableString* text = NSMutableString::string();
-    for (uint32_t i = 0, n = displayFields ? displayFields->count() : 0; i < n; i++) {
-        NSObject* name = displayFields->objectAtIndex_(i);
-        NSObject* value = record->objectForKey_(name);
-        text->appendString_(value ? value->description() : name->description());
-        text->appendString_(" "_ns);
-    }
-    return text->trim();
+    return VTMatrix::displayText(record, displayFields);
 }
 
 bool containsEqual(NSArray* list, NSObject* object) {
