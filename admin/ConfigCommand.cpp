@@ -163,13 +163,13 @@ struct Checker {
 };
 
 void Checker::checkField(NSArray* c, int line, bool named) {
-    NSObject* spec = c->count() > 1 ? c->objectAtIndex_(1) : nullptr;
-    bool specOk = isAtom(spec) || (words(spec) && static_cast<NSArray*>(spec)->count() >= 2);
-    if (!specOk) return report(true, line, c, "the field's name must be a word or (key labelled words...)");
+    NSObject* nameForm = c->count() > 1 ? c->objectAtIndex_(1) : nullptr;
+    bool nameFormOk = isAtom(nameForm) || (words(nameForm) && static_cast<NSArray*>(nameForm)->count() >= 2);
+    if (!nameFormOk) return report(true, line, c, "the field's name must be a word or (key labelled words...)");
     if (c->count() < 4) return report(true, line, c, "too few elements: (field <name> as <type> ...)");
     if (!atomAt(c, 3)) return report(true, line, c, "the type must be a word");
     if (!named) return report(true, line, c, "a field before the name clause");
-    std::string key = isAtom(spec) ? word(spec) : word(static_cast<NSArray*>(spec)->objectAtIndex_(0));
+    std::string key = isAtom(nameForm) ? word(nameForm) : word(static_cast<NSArray*>(nameForm)->objectAtIndex_(0));
     std::string type = word(c->objectAtIndex_(3));
     if (type == "string" || type == "multiline" || type == "datepicker" || type == "datetimepicker") {
     } else if (type == "enum") {

@@ -25,14 +25,14 @@ struct Pool {
 // every word.
 std::string wordText(size_t bytes) {
     std::string text;
-    unsigned seed = 1;
+    unsigned state = 1;
     while (text.size() < bytes) {
-        seed = seed * 1103515245 + 12345;
-        size_t n = 2 + (seed >> 16) % 8;
+        state = state * 1103515245 + 12345;
+        size_t n = 2 + (state >> 16) % 8;
         for (size_t i = 0; i < n; i++)
-            text.push_back(static_cast<char>('a' + (seed >> (i + 3)) % 26));
+            text.push_back(static_cast<char>('a' + (state >> (i + 3)) % 26));
         text += "\xC3\xA4";
-        text.push_back((seed >> 20) % 8 == 0 ? '\n' : ' ');
+        text.push_back((state >> 20) % 8 == 0 ? '\n' : ' ');
     }
     return text;
 }

@@ -23,16 +23,16 @@ if [[ ! -x "$out/archive_fuzzer" || -n "$(find "${sources[@]}" foundation/*.h st
         -fno-sanitize-recover=all -I. "${sources[@]}" -lpthread -o "$out/archive_fuzzer"
 fi
 
-# Seeds: the number 3, the string abc, the shared null, an array holding abc.
+# First entries: the number 3, the string abc, the shared null, an array holding abc.
 corpus="$out/archive-corpus"
-seed() { printf "$2" > "$corpus/seed-$1"; }
+add_to_corpus() { printf "$2" > "$corpus/start-$1"; }
 number3='\x09\x00\x00\x00NSNumber\x00\x08\x00\x00\x00\x00\x00\x00\x00\x00\x00\x08\x40'
 abc='\x09\x00\x00\x00NSString\x00\x04\x00\x00\x00abc\x00'
-seed number "$number3"
-seed string "$abc"
-seed null '\x07\x00\x00\x00NSNull\x00\x09\x00\x00\x00NSNumber\x00\x08\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00'
-seed array "\x0f\x00\x00\x00NSMutableArray\x00\x09\x00\x00\x00NSNumber\x00\x08\x00\x00\x00\x00\x00\x00\x00\x00\x00\xf0\x3f$abc"
-seed dictionary "\x14\x00\x00\x00NSMutableDictionary\x00\x09\x00\x00\x00NSNumber\x00\x08\x00\x00\x00\x00\x00\x00\x00\x00\x00\xf0\x3f$abc$number3"
+add_to_corpus number "$number3"
+add_to_corpus string "$abc"
+add_to_corpus null '\x07\x00\x00\x00NSNull\x00\x09\x00\x00\x00NSNumber\x00\x08\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00'
+add_to_corpus array "\x0f\x00\x00\x00NSMutableArray\x00\x09\x00\x00\x00NSNumber\x00\x08\x00\x00\x00\x00\x00\x00\x00\x00\x00\xf0\x3f$abc"
+add_to_corpus dictionary "\x14\x00\x00\x00NSMutableDictionary\x00\x09\x00\x00\x00NSNumber\x00\x08\x00\x00\x00\x00\x00\x00\x00\x00\x00\xf0\x3f$abc$number3"
 
 if [[ $# -eq 0 ]]; then
     set -- -max_total_time=60

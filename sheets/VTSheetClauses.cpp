@@ -5,8 +5,8 @@
 //   clause     := '(' keyword element* ')'        unknown keywords are skipped
 //
 //   (source <sheet>)                  (name <name> [labelled (<word>...)])
-//   (field|formfield|hiddenfield <spec> as <type> <args>)
-//       spec := <key> | (<key> labelled <word>...)
+//   (field|formfield|hiddenfield <fieldname> as <type> <args>)
+//       fieldname := <key> | (<key> labelled <word>...)
 //       type := string | multiline | datepicker | datetimepicker
 //             | enum (<value>...) | reference|multireference <sheet> (<field>...)
 //   (readOwn) (createdInView) (modifiedInView) (creatorInView) (modifierInView)
@@ -156,14 +156,14 @@ void VTSheetClauses::nameClause(NSString* sourceName) {
 }
 
 void VTSheetClauses::fieldClause(NSString* kind) {
-    NSObject* spec = at(1);
+    NSObject* nameForm = at(1);
     NSString* key = nullptr;
     NSString* label = nullptr;
-    if (isAtom(spec)) {
-        key = static_cast<NSString*>(spec);
+    if (isAtom(nameForm)) {
+        key = static_cast<NSString*>(nameForm);
         label = key->capitalizedString();
-    } else if (spec) {
-        NSArray* parts = words(spec);
+    } else if (nameForm) {
+        NSArray* parts = words(nameForm);
         if (parts && parts->count() < 2) fail("too few elements in the field's name and label");
         if (failed) return;
         key = static_cast<NSString*>(parts->objectAtIndex_(0));

@@ -17,16 +17,16 @@ protected:
                           " ((name removable) (field title as string) (restrict removeown (owners)))\n"
                           " ((name plain) (field title as string))\n"
                           ")\n");
-        seed("role", {{{"__recordId", "r-owner"}, {"name", "owners"}},
+        storeRecords("role", {{{"__recordId", "r-owner"}, {"name", "owners"}},
                       {{"__recordId", "r-seer"}, {"name", "seers"}},
                       {{"__recordId", "r-editor"}, {"name", "editors"}}});
         // Two records named Staff pool their roles; the user belongs to the
         // first only. "r-gone" names no role.
-        seed("group", {{{"__recordId", "g-staff1"}, {"name", "Staff"}, {"roles", "r-owner"}},
+        storeRecords("group", {{{"__recordId", "g-staff1"}, {"name", "Staff"}, {"roles", "r-owner"}},
                        {{"__recordId", "g-staff2"}, {"name", "Staff"}, {"roles", "r-gone  r-seer"}},
                        {{"__recordId", "g-empty"}, {"name", "Empty"}},
                        {{"__recordId", "g-editors"}, {"name", "Editors"}, {"roles", "r-editor"}}});
-        seed("user", {{{"__recordId", "u-ada"}, {"firstName", "Ada"}, {"lastName", "Lovelace"}, {"orgUnit", "Demo"},
+        storeRecords("user", {{{"__recordId", "u-ada"}, {"firstName", "Ada"}, {"lastName", "Lovelace"}, {"orgUnit", "Demo"},
                        {"company", "Acme"}, {"role", "editor"}, {"groups", "g-staff1 g-removed g-empty"}},
                       {{"__recordId", "u-bob"}, {"firstName", "Bob"}, {"lastName", "Builder"}, {"orgUnit", "Sales"},
                        {"company", "Acme"}, {"role", "author"}, {"groups", "g-editors"}}});

@@ -1,5 +1,5 @@
 // A fresh working directory per test (conf/, data/, userkey/), the English
-// table installed, and helpers to seed containers and write keys. Included
+// table installed, and helpers to fill containers and write keys. Included
 // by one test file per program.
 #pragma once
 
@@ -64,7 +64,7 @@ protected:
     }
 
     // Stores records, given as (field, value) lists, in data/<stem>.
-    static void seed(const char* stem, std::initializer_list<std::initializer_list<std::pair<const char*, const char*>>> records) {
+    static void storeRecords(const char* stem, std::initializer_list<std::initializer_list<std::pair<const char*, const char*>>> records) {
         LXContainer* c = LXContainer::alloc()->initWithName_(NSString::stringWithFormat_("data/%s", stem));
         for (auto& fields : records) {
             NSMutableDictionary* record = NSMutableDictionary::dictionary();

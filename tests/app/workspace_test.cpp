@@ -103,7 +103,7 @@ protected:
     void SetUp() override {
         WorkspaceTest::SetUp();
         writeFile("conf/cro.vtr", kSmallConfiguration);
-        seed("group", {{{"__recordId", "g-designers"}, {"name", "Designers"}},
+        storeRecords("group", {{{"__recordId", "g-designers"}, {"name", "Designers"}},
                        {{"__recordId", "g-all"}, {"name", "All"}},
                        {{"__recordId", "g-admins"}, {"name", "Admins"}},
                        {{"__recordId", "g-other"}, {"name", "Other"}}});

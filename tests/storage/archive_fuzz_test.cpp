@@ -1,6 +1,6 @@
 // A million damaged archives through the reader: bit flips, truncations,
 // overwritten length fields, inserted and deleted bytes, and splices of
-// valid archives, all from a fixed seed so that a failure repeats. Under
+// valid archives, all from a fixed start of the generator so that a failure repeats. Under
 // the sanitizer build this proves no crash, no read outside the data, no
 // leak and no hang; whatever decodes is archived again.
 #include <fcntl.h>

@@ -46,11 +46,11 @@ int versionOf(LXManagedObject* object) {
 }
 
 // The child: works on the container until it is killed.
-[[noreturn]] void runChild(const std::string& stem, int fd, uint32_t seed, int firstVersion) {
+[[noreturn]] void runChild(const std::string& stem, int fd, uint32_t randomStart, int firstVersion) {
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     LXContainer* box = LXContainer::alloc()->initWithName_(ns(stem));
     if (box->isDamaged()) _exit(4);
-    std::mt19937 random(seed);
+    std::mt19937 random(randomStart);
     int version = firstVersion;
     for (;;) {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();

@@ -197,10 +197,10 @@ std::string derivedFreeList(LXContainer* box) {
 TEST_F(ContainerTest, FreeAreasFollowTheIndexThroughRandomWork) {
     LXContainer* box = open();
     std::vector<LXManagedObject*> live;
-    unsigned seed = 7;
-    auto next = [&seed](unsigned n) {
-        seed = seed * 1103515245u + 12345u;
-        return (seed >> 8) % n;
+    unsigned state = 7;
+    auto next = [&state](unsigned n) {
+        state = state * 1103515245u + 12345u;
+        return (state >> 8) % n;
     };
     for (int step = 0; step < 400; step++) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
@@ -748,8 +748,8 @@ class MappingWorker : public NSObject {
     NS_DECLARE_CLASS(MappingWorker, NSObject)
 
 public:
-    void work_(NSObject* seed) {
-        int base = static_cast<NSNumber*>(seed)->intValue();
+    void work_(NSObject* state) {
+        int base = static_cast<NSNumber*>(state)->intValue();
         NSAutoreleasePool* local = NSAutoreleasePool::alloc()->init();
         for (int round = 0; round < 15; round++) {
             NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
@@ -780,7 +780,7 @@ NS_CLASS_END(MappingWorker)
 TEST_F(ContainerTest, MappingIsSafeFromTwoThreads) {
     LXContainer* box = open();
     for (int i = 0; i < 20; i++) {
-        Note* note = newNote("seed", i);
+        Note* note = newNote("state", i);
         box->set_(note);
         note->release();
     }
