@@ -17,6 +17,7 @@
 #include "storage/LXContainer.h"
 #include "storage/LXManagedObject.h"
 #include "storage/NSArchiver.h"
+#include "tests/support/TestSupport.h"
 
 #ifndef VANTOR_ADMIN_PATH
 #error "the build passes the path of vantor-admin as VANTOR_ADMIN_PATH"
@@ -54,17 +55,7 @@ protected:
     std::string stem;
 };
 
-std::string archiveBytes(NSObject* object) {
-    NSMutableData* data = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-    NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
-    archiver->encodeObject_(object);
-    archiver->release();
-    void* bytes = data->bytes();
-    std::string out(static_cast<char*>(bytes), data->length());
-    free(bytes);
-    data->release();
-    return out;
-}
+using vt_test::archiveBytes;
 
 TEST_F(ContainerCommandTest, StoreDumpRestoreRemove) {
     Result first = run("container store '" + stem + "'", R"({"name":"Alice","age":41,"tags":["a","b"]})");

@@ -20,6 +20,7 @@
 #include "sheets/VTSheet.h"
 #include "sheets/VTTableDataSource.h"
 #include "storage/LXContainer.h"
+#include "tests/support/TestSupport.h"
 
 class WorkspaceTest : public testing::Test {
 public:
@@ -50,10 +51,7 @@ protected:
 
     template <class F>
     static std::string logOf(F&& f) {
-        testing::internal::CaptureStdout();
-        f();
-        std::fflush(stdout);
-        return testing::internal::GetCapturedStdout();
+        return vt_test::logOf(f);
     }
     static void writeFile(const std::string& path, const std::string& bytes) {
         std::ofstream(path, std::ios::binary) << bytes;

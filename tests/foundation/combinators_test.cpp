@@ -19,20 +19,13 @@
 #include "foundation/NSThread.h"
 #include "foundation/NSValue.h"
 #include "foundation/platform/Platform.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-template <class F>
-bool waitUntil(F done) {
-    auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-        if (Clock::now() > deadline) return false;
-        vtSleepMilliseconds(1);
-    }
-    return true;
-}
+using vt_test::waitUntil;
 
 std::string text(NSObject* s) { return s ? static_cast<NSString*>(s)->UTF8String() : "(nil)"; }
 

@@ -31,22 +31,13 @@
 #include "foundation/NSTimer.h"
 #include "foundation/NSValue.h"
 #include "foundation/platform/Platform.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Polls until `done` holds or 5 seconds have passed; the tests' stand-in
-// for a join, which the thread model doesn't have.
-template <class F>
-bool waitUntil(F done) {
-    auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-        if (Clock::now() > deadline) return false;
-        vtSleepMilliseconds(1);
-    }
-    return true;
-}
+using vt_test::waitUntil;
 
 bool waitForThreadsToEnd() {
     return waitUntil([] { return NSThread::registeredThreadCount() == 0; });

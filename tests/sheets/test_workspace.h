@@ -19,6 +19,7 @@
 #include "foundation/NSSet.h"
 #include "foundation/NSString.h"
 #include "sheets/VTTableDataSource.h"
+#include "tests/support/TestSupport.h"
 
 class TestWorkspace : public NSObject {
     NS_DECLARE_CLASS(TestWorkspace, NSObject)
@@ -110,13 +111,9 @@ protected:
         VTTableDataSource::resetIdentityForTesting();
     }
 
-    // The log lines a block writes.
     template <class F>
     static std::string logOf(F&& f) {
-        testing::internal::CaptureStdout();
-        f();
-        std::fflush(stdout);
-        return testing::internal::GetCapturedStdout();
+        return vt_test::logOf(f);
     }
 
     static std::string str(NSObject* o) {

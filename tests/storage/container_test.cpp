@@ -20,6 +20,7 @@
 #include "storage/LXManagedObject.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -37,17 +38,7 @@ bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
 
-std::string archiveBytes(NSObject* object) {
-    NSMutableData* data = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-    NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
-    archiver->encodeObject_(object);
-    archiver->release();
-    void* bytes = data->bytes();
-    std::string out(static_cast<char*>(bytes), data->length());
-    free(bytes);
-    data->release();
-    return out;
-}
+using vt_test::archiveBytes;
 
 // -1 for a missing value, -2 for an object that is no managed object (an
 // index file that does not decode).

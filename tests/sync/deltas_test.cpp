@@ -14,15 +14,6 @@ using namespace synctest;
 
 namespace {
 
-// The default transceiver opens "_deltas_" in the working directory when it
-// is first used: give the whole program a directory of its own.
-class WorkDirEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override { dir.reset(new ScopedWorkDir()); }
-    void TearDown() override { dir.reset(); }
-    std::unique_ptr<ScopedWorkDir> dir;
-};
-const auto* const environment = ::testing::AddGlobalTestEnvironment(new WorkDirEnvironment);
 
 std::string text(NSString* s) { return s ? s->UTF8String() : "<nil>"; }
 

@@ -4,6 +4,7 @@
 // Included by one test file per program.
 #pragma once
 
+#include <memory>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -378,5 +379,20 @@ private:
     std::function<Mode(int)> _modes;
     std::vector<std::string> _events;
 };
+
+}  // namespace synctest
+
+namespace synctest {
+
+// The default transceiver opens "_deltas_" in the working directory when it
+// is first used: every program that includes this file gets a directory of
+// its own for its whole run.
+class WorkDirEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override { dir.reset(new ScopedWorkDir()); }
+    void TearDown() override { dir.reset(); }
+    std::unique_ptr<ScopedWorkDir> dir;
+};
+inline const auto* const kWorkDirEnvironment = ::testing::AddGlobalTestEnvironment(new WorkDirEnvironment);
 
 }  // namespace synctest

@@ -57,13 +57,6 @@ NS_CLASS_END(TestDelegate)
 
 namespace {
 
-class WorkDirEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override { dir.reset(new ScopedWorkDir()); }
-    void TearDown() override { dir.reset(); }
-    std::unique_ptr<ScopedWorkDir> dir;
-};
-const auto* const environment = ::testing::AddGlobalTestEnvironment(new WorkDirEnvironment);
 
 const char* kMe = "Jane Doe/R&D/Acme-2-b";
 const char* kOther = "John Smith/Sales/Acme-1";
