@@ -22,6 +22,8 @@
 #include "storage/LXContainer.h"
 #include "tests/support/TestSupport.h"
 
+using vt_test::logOf;
+
 class WorkspaceTest : public testing::Test {
 public:
     static std::string readFile(const std::string& path) {
@@ -49,10 +51,6 @@ protected:
         VTTableDataSource::resetIdentityForTesting();
     }
 
-    template <class F>
-    static std::string logOf(F&& f) {
-        return vt_test::logOf(f);
-    }
     static void writeFile(const std::string& path, const std::string& bytes) {
         std::ofstream(path, std::ios::binary) << bytes;
     }

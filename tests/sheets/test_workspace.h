@@ -21,6 +21,8 @@
 #include "sheets/VTTableDataSource.h"
 #include "tests/support/TestSupport.h"
 
+using vt_test::logOf;
+
 class TestWorkspace : public NSObject {
     NS_DECLARE_CLASS(TestWorkspace, NSObject)
 
@@ -111,10 +113,6 @@ protected:
         VTTableDataSource::resetIdentityForTesting();
     }
 
-    template <class F>
-    static std::string logOf(F&& f) {
-        return vt_test::logOf(f);
-    }
 
     static std::string str(NSObject* o) {
         if (!o) return "nil";
