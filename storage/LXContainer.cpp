@@ -303,9 +303,49 @@ bool LXContainer::writeIndex() {
         ok = false;
     }
     if (!ok) return false;
-    if (std::rename(tmpPath.c_str(), _indexPath.c_str()) == 0) return true;
-    std::remove(_indexPath.c_str());
-    return std::rename(tmpPath.c_str(), _indexPath.c_str()) == 0;
+    if (std::rename(tmpPath.c_str(), _indexPath.c_str()) != 0) {
+        std::remove(_indexPath.c_str());
+        if (std::rename(tmpPath.c_str(), _indexPath.c_str()) != 0) return false;
+    }
+    // The index on disk no longer names the blocks a batch freed: their
+    // space may now be reused.
+    if (_batchDepth == 0) {
+        for (const Block& block : _freedInBatch) vacate(block.offset, block.length);
+        _freedInBatch.clear();
+    }
+    return true;
+}
+
+void LXContainer::freeBlock(const Block& block) {
+    if (_batchDepth > 0 || !_freedInBatch.empty()) {
+        _freedInBatch.push_back(block);
+    } else {
+        vacate(block.offset, block.length);
+    }
+}
+
+void LXContainer::beginBatch() {
+    _lock->lock();
+    _batchDepth++;
+    _lock->unlock();
+}
+
+bool LXContainer::endBatch() {
+    _lock->lock();
+    bool ok = false;
+    if (_batchDepth > 0) {
+        _batchDepth--;
+        ok = _batchDepth > 0 || (!_damaged && writeIndex());
+    }
+    _lock->unlock();
+    return ok;
+}
+
+bool LXContainer::inBatch() {
+    _lock->lock();
+    bool open = _batchDepth > 0;
+    _lock->unlock();
+    return open;
 }
 
 // ---------------------------------------------------------------------------
@@ -441,14 +481,14 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
     indexKeyChanged(lengths, key);
     occupy(offset, length);
     auto old = _blocks.find(identifier);
-    if (old != _blocks.end()) vacate(old->second.offset, old->second.length);
+    if (old != _blocks.end()) freeBlock(old->second);
     _blocks[identifier] = Block{offset, length};
     if (offset + length > _size) {
         _size = offset + length;
         _index->setObject_forKeyPath_(NSNumber::numberWithLong_(_size), "meta.filesize"_ns);
     }
     if (isNew) _index->setObject_forKeyPath_(NSNumber::numberWithInt_(_maxId), "meta.maxid"_ns);
-    bool ok = writeIndex();
+    bool ok = _batchDepth > 0 || writeIndex();
     _lock->unlock();
     return ok ? identifier : -1;
 }
@@ -481,10 +521,10 @@ bool LXContainer::remove_(LXManagedObject* object) {
     }
     auto old = _blocks.find(identifier);
     if (old != _blocks.end()) {
-        vacate(old->second.offset, old->second.length);
+        freeBlock(old->second);
         _blocks.erase(old);
     }
-    bool ok = writeIndex();
+    bool ok = _batchDepth > 0 || writeIndex();
     _lock->unlock();
     return ok;
 }
