@@ -234,16 +234,22 @@ bool LXSocket::acceptLength(int32_t length, const char* what) {
     return false;
 }
 
+// The length and the payload go out in one send. In two, an exchange of
+// turns (write, write, read) meets Nagle's algorithm: the payload waits for
+// the peer's delayed acknowledgement of the length, 40 ms per element on
+// Linux. The bytes on the wire are the same.
 bool LXSocket::sendData_(NSData* data) {
     if (!data) return false;
     if (_encryptionKey) data->encryptWithKey_(_encryptionKey);
     uint32_t length = data->length();
-    if (!sendInt_(static_cast<int32_t>(length))) return false;
-    if (length == 0) return true;
-    void* bytes = data->bytes();
-    bool sent = sendBytes_length_(bytes, length);
-    std::free(bytes);
-    return sent;
+    std::string element(4, '\0');
+    putLittle(reinterpret_cast<unsigned char*>(&element[0]), length, 4);
+    if (length > 0) {
+        void* bytes = data->bytes();
+        element.append(static_cast<const char*>(bytes), length);
+        std::free(bytes);
+    }
+    return sendBytes_length_(element.data(), static_cast<uint32_t>(element.size()));
 }
 
 NSData* LXSocket::readData() {

@@ -1,0 +1,126 @@
+// vantor-relay: the relay server. The documented entry (a pool, +[LXRelay
+// relay], run) with the few options an operator needs:
+//
+//   vantor-relay [--port N] [--dir DIR] [--timeout SECONDS]
+//
+// Exit status: 2 for bad options (usage on standard error), 1 when the
+// working directory can't be entered or the port can't be bound ("socket
+// not bound"), so that a service manager or script sees the failure; 0 only
+// if the loop ended by itself.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "foundation/Foundation.h"
+#include "sync/LXRelay.h"
+#include "sync/LXSocket.h"
+
+namespace {
+
+void usage(FILE* out) {
+    std::fprintf(out,
+                 "usage: vantor-relay [--port N] [--dir DIR] [--timeout SECONDS]\n"
+                 "  --port N           TCP port on all local addresses (default %u; 0: any free\n"
+                 "                     port, named by the line \"listening on port N\")\n"
+                 "  --dir DIR          working directory holding the store _relay_.vcd/.vci\n"
+                 "                     (default: the current directory; must exist)\n"
+                 "  --timeout SECONDS  how long each element of a client's exchange may take\n"
+                 "                     before the connection is dropped (default %g; 0: no limit)\n"
+                 "  --help             this text\n",
+                 LXRelay::defaultPort(), LXSocket::kDefaultReceiveTimeout);
+}
+
+bool parsePort(const char* text, uint32_t* port) {
+    char* end = nullptr;
+    errno = 0;
+    long value = std::strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || value < 0 || value > 65535) return false;
+    *port = static_cast<uint32_t>(value);
+    return true;
+}
+
+bool parseSeconds(const char* text, double* seconds) {
+    char* end = nullptr;
+    errno = 0;
+    double value = std::strtod(text, &end);
+    // A day is far beyond any exchange; the bound keeps the conversion to
+    // milliseconds in range.
+    if (errno != 0 || end == text || *end != '\0' || !(value >= 0) || value > 86400) return false;
+    *seconds = value;
+    return true;
+}
+
+int badUsage(const char* what, const char* argument) {
+    std::fprintf(stderr, "vantor-relay: %s: %s\n", what, argument);
+    usage(stderr);
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Operators and tests follow the log through a pipe or a file: each line
+    // must get there when it is written, not when a buffer fills.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    // Sockets already send with MSG_NOSIGNAL; this covers standard output
+    // piped to a reader that has gone away, which must not end the relay.
+    signal(SIGPIPE, SIG_IGN);
+
+    uint32_t port = LXRelay::defaultPort();
+    const char* dir = nullptr;
+    double timeout = -1;
+    for (int i = 1; i < argc; i++) {
+        std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            usage(stdout);
+            return 0;
+        }
+        std::string name = arg;
+        const char* value = nullptr;
+        size_t equals = arg.find('=');
+        if (arg.compare(0, 2, "--") == 0 && equals != std::string::npos) {
+            name = arg.substr(0, equals);
+            value = argv[i] + equals + 1;
+        }
+        if (name != "--port" && name != "--dir" && name != "--timeout") return badUsage("unknown option", argv[i]);
+        if (!value) {
+            if (i + 1 >= argc) return badUsage("missing value for", argv[i]);
+            value = argv[++i];
+        }
+        if (name == "--port") {
+            if (!parsePort(value, &port)) return badUsage("not a port (0-65535)", value);
+        } else if (name == "--dir") {
+            if (!*value) return badUsage("empty directory for", name.c_str());
+            dir = value;
+        } else if (!parseSeconds(value, &timeout)) {
+            return badUsage("not a number of seconds (0-86400)", value);
+        }
+    }
+
+    // The directory is not created: a mistyped path would otherwise start
+    // an empty relay beside the real store, and the deltas queued there
+    // would wait unseen for clients that never collect from it.
+    if (dir && chdir(dir) != 0) {
+        std::fprintf(stderr, "vantor-relay: can't enter %s: %s\n", dir, std::strerror(errno));
+        return 1;
+    }
+    // Before any socket exists: the listening socket takes the default, and
+    // each accepted one takes the listener's.
+    if (timeout >= 0) LXSocket::setDefaultReceiveTimeout_(timeout);
+
+    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    LXRelay* relay = LXRelay::relay();
+    if (port == LXRelay::defaultPort()) {
+        relay->run();
+    } else {
+        relay->runWithPort_(port);
+    }
+    bool failed = relay->bindFailed();
+    pool->release();
+    return failed ? 1 : 0;
+}

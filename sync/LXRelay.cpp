@@ -1,0 +1,278 @@
+// The relay's side of the protocol, and how it meets the client's.
+//
+// The transceiver (LXTransceiver.cpp) puts a fixed sequence on the wire, and
+// the relay reads exactly that sequence, element by element:
+//
+//   deposit  C: int 1, string addressee-uniqueId, data archive-of-LXDelta
+//            R: int 1 once the delta is on disk
+//   collect  C: int 2, string collecting-uniqueId, string "dummy_group"
+//            R: int N, then N times { R: data archive-of-LXDelta, C: int 1 }
+//
+// So a deposit is readString then readObject, and a collect is readString
+// twice. "dummy_group" is read and ignored: nothing on either side gives it
+// a meaning.
+//
+// Queue key. A collect can name its user only by uniqueId, so the queues are
+// keyed by the addressee's uniqueId: on deposit, and when init rebuilds them
+// from the container (delta->addressee()->uniqueId()). The full identity
+// string would never match a collect.
+//
+// What a deposit must be. The relay reads no contents, but it stores only
+// what it can deliver: an LXDelta whose addressee has a non-empty uniqueId
+// equal to the string ahead of it. Anything else is refused with a log
+// line: nothing is stored and no acknowledgement goes out, so an honest
+// client keeps its copy. A mismatching string is refused rather than
+// trusted either way, because one of the two is wrong and a delta queued
+// under the wrong user is lost to its addressee.
+//
+// Durability. The acknowledgement goes out only after set: has answered an
+// id, which means the container's index file naming the delta has been
+// replaced on disk. A store that fails (set: answers -1, or the container
+// was found damaged at open and refuses every change) is logged and not
+// acknowledged: the client keeps the delta and deposits it again later.
+//
+// Delivery. A collect sends the count of the user's queue, then the deltas
+// from its head in strict alternation with the acknowledgements. Anything
+// but the int 1 (another value, a closed connection, the receive time-out)
+// logs "reception not committed" and ends the collect: that delta stays at
+// the head, with all behind it. A 1 removes the head from the queue and
+// deletes its record.
+//
+// Bad clients. Each element must arrive within LXSocket's receive time-out
+// and each announced length must be within its maximum (both logged by the
+// socket, which then reads as closed), so one thread serving one connection
+// at a time is held back by a stalled client for at most the time-out per
+// element. Sends to a peer that went away fail instead of raising SIGPIPE
+// (the platform layer sends with MSG_NOSIGNAL).
+#include "sync/LXRelay.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "foundation/NSArray.h"
+#include "foundation/NSAutoreleasePool.h"
+#include "foundation/NSData.h"
+#include "foundation/NSString.h"
+#include "foundation/NSThread.h"
+#include "foundation/NSValue.h"
+#include "storage/NSArchiver.h"
+#include "sync/LXDelta.h"
+
+namespace {
+
+NSString* wireKey() { return NSString::stringWithUTF8String_(LXRelay::kWireKey); }
+
+const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
+
+// The queue key of a delta: its addressee's uniqueId, or nil when it has
+// none a collect could name.
+NSString* queueKeyOf(LXDelta* delta) {
+    NSString* key = NSNil(delta->addressee(), &LXUser::uniqueId);
+    return key && key->length() > 0 ? key : nullptr;
+}
+
+// Holds the relay's lock for one scope.
+class Held {
+public:
+    explicit Held(NSLock* lock) : _lock(lock) { _lock->lock(); }
+    ~Held() { _lock->unlock(); }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+
+private:
+    NSLock* _lock;
+};
+
+}  // namespace
+
+LXRelay* LXRelay::init() {
+    NSObject::init();
+    _index.adopt(static_cast<VTKeyedArrays*>(VTKeyedArrays::alloc()->init()));
+    _container.adopt(LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(kContainerName)));
+    _lock.adopt(static_cast<NSLock*>(NSLock::alloc()->init()));
+
+    // The ids come from a set, in no useful order. Ids grow with arrival, so
+    // taking them in numeric order gives each queue back the order in which
+    // its deltas arrived, which is what a queue means.
+    NSArray* ids = _container->idsForClass_(LXDelta::classObject());
+    std::vector<int> order;
+    order.reserve(ids->count());
+    for (uint32_t i = 0; i < ids->count(); i++) {
+        order.push_back(static_cast<NSString*>(ids->objectAtIndex_(i))->intValue());
+    }
+    std::sort(order.begin(), order.end());
+
+    int restored = 0;
+    for (int identifier : order) {
+        // One pool per record: the built deltas and their mapping entries go
+        // at once, so a queue of 100,000 never lives in memory as objects.
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        auto* delta = static_cast<LXDelta*>(_container->queryById_class_(identifier, LXDelta::classObject()));
+        NSString* key = delta ? queueKeyOf(delta) : nullptr;
+        if (key) {
+            _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
+            restored++;
+        } else {
+            // Left in the store for an operator; it can be delivered to no one.
+            LOG("stored delta %d has no addressee - not queued", identifier);
+        }
+        pool->release();
+    }
+    LOG("%d delta(s) restored", restored);
+    return this;
+}
+
+LXRelay* LXRelay::relay() { return NSAutorelease(LXRelay::alloc()->init()); }
+
+uint32_t LXRelay::defaultPort() { return 8888; }
+
+void LXRelay::run() { runWithPort_(defaultPort()); }
+
+void LXRelay::runUntilDate_(NSDate* date) {
+    _lifetime.set(date);
+    run();
+}
+
+bool LXRelay::lifetimeHasPassed() { return _lifetime && _lifetime->timeIntervalSinceNow() < 0; }
+
+void LXRelay::runWithPort_(uint32_t port) {
+    _boundPort = 0;
+    _bindFailed = false;
+    LXSocket* listener = LXSocket::alloc()->initWithEncryptionKey_(wireKey());
+    // A socket that binds but can't listen is as useless as one that
+    // doesn't bind: both end the run the same way, rather than looping on
+    // accepts that can only fail.
+    if (!listener || !listener->bindToPort_(port) || !listener->listen_(10)) {
+        LOG("socket not bound");
+        _bindFailed = true;
+        NSRelease(listener);
+        return;
+    }
+    // With port 0 the system picks the port: the log names the one bound,
+    // so that whoever started the relay can find it.
+    _boundPort = listener->localPort();
+    NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
+    for (;;) {
+        NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
+        LOG("listening on port %d", static_cast<int>(_boundPort));
+        LXSocket* connection = listener->accept();
+        if (!connection) {
+            LOG("could accept connection");
+            // accept fails at once while the cause lasts (no descriptors
+            // left): a pause keeps the loop from spinning on it.
+            NSThread::sleepForTimeInterval_(0.1);
+        } else {
+            serve(connection);
+            connection->release();
+        }
+        bool last = lifetimeHasPassed();
+        round->release();
+        if (last) break;
+    }
+    outer->release();
+    listener->release();
+}
+
+void LXRelay::serve(LXSocket* connection) {
+    int32_t command = connection->readInt();
+    if (connection->isBroken()) {
+        // Closed or timed out before a whole command arrived: there is no
+        // command to log, and nothing to answer.
+        LOG("connection closed before its command");
+        return;
+    }
+    Held held(_lock);
+    LOG("new connection accepted - %d", command);
+    if (command == 1) {
+        processIncoming_(connection);
+    } else if (command == 2) {
+        processOutgoing_(connection);
+    } else {
+        LOG("unknown command %d - connection closed", command);
+    }
+}
+
+void LXRelay::processIncoming_(LXSocket* socket) {
+    NSString* announced = socket->readString();
+    NSObject* object = announced ? socket->readObject() : nullptr;
+    if (!object) {
+        LOG("deposit refused: no delta received");
+        return;
+    }
+    auto* delta = object->isKindOfClass_(LXDelta::classObject()) ? static_cast<LXDelta*>(object) : nullptr;
+    NSString* key = delta ? queueKeyOf(delta) : nullptr;
+    if (!key) {
+        LOG("deposit refused: not a delta with an addressee");
+        return;
+    }
+    if (!key->isEqual_(announced)) {
+        LOG("deposit refused: announced for %s, addressed to %s", textOf(announced), textOf(key));
+        return;
+    }
+    int identifier = _container->set_(delta);
+    if (identifier < 0) {
+        LOG("deposit not stored: %s - no acknowledgement", textOf(delta->description()));
+        // When the block went in but the index file didn't, the record is
+        // in the container's memory and would reach disk with the next
+        // write, then come back at a restart beside the copy the client
+        // deposits again. Taking it out keeps the two in step.
+        _container->delete_(delta);
+        return;
+    }
+    _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
+    LOG("delta enqueued: %s, total users: %u", textOf(delta->description()), _index->dict()->count());
+    socket->sendInt_(1);
+}
+
+void LXRelay::processOutgoing_(LXSocket* socket) {
+    NSString* user = socket->readString();
+    NSString* group = user ? socket->readString() : nullptr;
+    if (!group) {
+        LOG("collect refused: no user received");
+        return;
+    }
+    NSMutableArray* queue = _index->objectsForKey_(user);
+    socket->sendInt_(static_cast<int32_t>(queue->count()));
+    while (queue->count() > 0) {
+        NSAutoreleasePool* turn = NSAutoreleasePool::alloc()->init();
+        int identifier = static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue();
+        NSObject* delta = _container->queryById_class_(identifier, LXDelta::classObject());
+        if (!delta) {
+            // The record can't be read (the disk failed under it): it leaves
+            // the queue, so that it doesn't hold back the rest of the user's
+            // deltas, but not the store, where the next start finds it
+            // again. The client, promised one more delta, reads the next one
+            // in its place or a closed connection.
+            LOG("stored delta %d could not be read - skipped", identifier);
+            queue->removeObjectAtIndex_(0);
+            turn->release();
+            continue;
+        }
+        socket->sendObject_(delta);
+        if (socket->readInt() != 1) {
+            LOG("reception not committed");
+            turn->release();
+            return;
+        }
+        queue->removeObjectAtIndex_(0);
+        _container->delete_(delta);
+        turn->release();
+    }
+}
+
+NS_CLASS_BEGIN(LXRelay, NSObject)
+    NS_METHOD(init)
+    NS_CLASS_METHOD(relay)
+    NS_CLASS_METHOD(defaultPort)
+    NS_METHOD(run)
+    NS_METHOD(runUntilDate_)
+    NS_METHOD(runWithPort_)
+    NS_METHOD(processIncoming_)
+    NS_METHOD(processOutgoing_)
+    NS_FIELD(_index)
+    NS_FIELD(_lifetime)
+    NS_FIELD(_container)
+    NS_FIELD(_lock)
+NS_CLASS_END(LXRelay)

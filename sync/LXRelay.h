@@ -1,0 +1,86 @@
+// LXRelay: the store-and-forward server between clients. Clients deposit
+// deltas addressed to other users (command 1) and collect those addressed
+// to themselves (command 2), one TCP connection per command; the relay
+// never connects to anyone. Every undelivered delta lives in the container
+// "_relay_" of the working directory, so a restart loses nothing; the
+// queues are derived from it at start. How the two ends of the wire meet is
+// written at the top of LXRelay.cpp and in docs/wire-format.md.
+//
+// One thread, one connection at a time. A client that stops in the middle
+// of an exchange holds the others back for at most LXSocket's receive
+// time-out per element (set for the process with
+// LXSocket::setDefaultReceiveTimeout: before run).
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/NSDate.h"
+#include "foundation/NSLock.h"
+#include "foundation/NSObject.h"
+#include "sheets/VTKeyedArrays.h"
+#include "storage/LXContainer.h"
+#include "sync/LXSocket.h"
+
+class LXRelay : public NSObject {
+    NS_DECLARE_CLASS(LXRelay, NSObject)
+
+public:
+    // The key of data elements, the same as the transceiver's.
+    static constexpr const char* kWireKey = "Mq7Tarn";
+    // The name of the relay's container in the working directory.
+    static constexpr const char* kContainerName = "_relay_";
+
+    // Opens (or creates) "_relay_" and rebuilds the queues from it; logs
+    // "%d delta(s) restored".
+    LXRelay* init() override;
+    // alloc, init, autorelease.
+    static LXRelay* relay();
+    // 8888.
+    static uint32_t defaultPort();
+    // runWithPort: with +defaultPort.
+    void run();
+    // Stores the date as the lifetime (retained) and sends run. The loop
+    // looks at the lifetime after each connection: it ends after the first
+    // connection that finds the date passed.
+    void runUntilDate_(NSDate* date);
+    // The accept loop on all local addresses. Port 0 takes any free port;
+    // "listening on port %d" names the port actually bound. A port that
+    // can't be bound or listened on logs "socket not bound" and returns
+    // (see boundPort).
+    void runWithPort_(uint32_t port);
+    // Command 1 on an accepted connection whose command int has been read:
+    // reads the addressee's uniqueId and the delta, stores it, queues it
+    // and acknowledges with 1 once it is on disk. A refused or unstored
+    // delta gets no acknowledgement.
+    void processIncoming_(LXSocket* socket);
+    // Command 2: reads the collecting user's uniqueId and the group string,
+    // sends the count of its queue, then each delta in turn, deleting each
+    // only after the client's 1 for it.
+    void processOutgoing_(LXSocket* socket);
+
+    // ---- Beyond the documented interface -------------------------------
+
+    VTKeyedArrays* index() { return _index; }
+    LXContainer* container() { return _container; }
+    // The port of the last runWithPort: once bound and listening; 0 while
+    // none runs yet or when the bind failed (vantor-relay's exit status).
+    uint32_t boundPort() const { return _boundPort; }
+    // True when the last runWithPort: could not bind or listen.
+    bool bindFailed() const { return _bindFailed; }
+
+    LXRelay() = default;
+
+protected:
+    ~LXRelay() override = default;
+
+private:
+    bool lifetimeHasPassed();
+    void serve(LXSocket* connection);
+
+    Ref<VTKeyedArrays> _index;
+    Ref<NSDate> _lifetime;
+    Ref<LXContainer> _container;
+    Ref<NSLock> _lock;
+    uint32_t _boundPort = 0;
+    bool _bindFailed = false;
+};
