@@ -17,14 +17,20 @@ LXDeltaRepository* LXDeltaRepository::deltaRepository() {
 void LXDeltaRepository::addDelta_(LXDelta* delta) { _container->set_(delta); }
 
 LXDelta* LXDeltaRepository::firstDelta() {
+    NSArray* ids = sortedIds();
+    return ids->count() ? deltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(0))) : nullptr;
+}
+
+NSArray* LXDeltaRepository::sortedIds() {
     NSArray* ids = _container->idsForClass_(LXDelta::classObject());
-    if (!ids || ids->count() == 0) return nullptr;
+    if (!ids) return NSMutableArray::array();
     // String order on purpose: the ids are the index's id strings, and the
     // sending order is the text order of those, not the order of posting.
-    NSArray* sorted = ids->sortedArrayUsingSelector_(NS_SEL("compare:"));
-    auto* first = static_cast<NSString*>(sorted->objectAtIndex_(0));
-    NSObject* delta = _container->queryById_class_(first->intValue(), LXDelta::classObject());
-    return static_cast<LXDelta*>(delta);
+    return ids->sortedArrayUsingSelector_(NS_SEL("compare:"));
+}
+
+LXDelta* LXDeltaRepository::deltaWithId_(NSString* identifier) {
+    return static_cast<LXDelta*>(_container->queryById_class_(identifier->intValue(), LXDelta::classObject()));
 }
 
 void LXDeltaRepository::removeDelta_(LXDelta* delta) { _container->delete_(delta); }

@@ -24,6 +24,12 @@ public:
     // "9"), autoreleased and known to the container so that removeDelta:
     // finds it; nil when the store is empty or that record can't be read.
     LXDelta* firstDelta();
+    // The ids of the stored deltas in sending order (text order),
+    // autoreleased; empty when there are none.
+    NSArray* sortedIds();
+    // The stored delta of one of those ids, as firstDelta answers it; nil
+    // when the record is gone or can't be read.
+    LXDelta* deltaWithId_(NSString* identifier);
     // Deletes the record of a delta that came from this repository.
     void removeDelta_(LXDelta* delta);
     // The number of stored deltas.

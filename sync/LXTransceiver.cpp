@@ -131,6 +131,11 @@ void LXTransceiver::post_to_(LXDelta* delta, LXUser* user) {
     _deltaRepository->addDelta_(delta);
 }
 
+uint32_t LXTransceiver::deltaCount() {
+    StoreLock held(_lock);
+    return _deltaRepository->count();
+}
+
 void LXTransceiver::lock() { _lock->lock(); }
 
 void LXTransceiver::unlock() { _lock->unlock(); }
@@ -191,32 +196,48 @@ void LXTransceiver::checkWithPort_host_(uint32_t port, NSString* host) {
     std::lock_guard<std::mutex> cycle(_cycleMutex);
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     int counter = 1;
-    sendPhase(port, host, &counter);
-    receivePhase(port, host, user());
+    int32_t waitingBefore = static_cast<int32_t>(deltaCount());
+    bool sent = sendPhase(port, host, &counter);
+    int32_t received = receivePhase(port, host, user());
+    _lastCycleSent = waitingBefore - static_cast<int32_t>(deltaCount());
+    _lastCycleReceived = received < 0 ? 0 : received;
+    _lastCycleComplete = sent && received >= 0;
     pool->release();
 }
 
 // Answers false when the phase ended at a delta that did not get through.
+// The phase sends the deltas it finds waiting when it begins, in the delta
+// store's order (ids as text), taking that order once: picking each next
+// delta afresh would sort every id of the store per delta sent, which a
+// store of tens of thousands of deltas (a burst of changes among many
+// users) can't afford. Deltas posted meanwhile go in the next cycle.
 bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
-    uint32_t budget;
+    Ref<NSArray> ids;
     {
         StoreLock held(_lock);
-        budget = _deltaRepository->count();
+        ids = retainRef(_deltaRepository->sortedIds());
     }
-    for (uint32_t sent = 0;; sent++) {
+    const uint32_t budget = ids->count();
+    // Acknowledged deltas leave the store in groups, each group with one
+    // write of the store's index instead of one per delta (the index is
+    // written whole, megabytes for a large store). A stop before a group is
+    // removed sends its deltas again in a later run, which delivery at
+    // least once allows; the store lock is held for the whole group, so no
+    // post waits for a group's removal to become durable.
+    Ref<NSMutableArray> acknowledged = adoptRef(NSMutableArray::alloc()->initWithCapacity_(kRemovalBatch));
+    struct Flush {
+        LXTransceiver* self;
+        NSMutableArray* deltas;
+        ~Flush() { self->removeDeltas(deltas); }
+    } flush{this, acknowledged};
+    for (uint32_t sent = 0; sent < budget; sent++) {
         NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
-        uint32_t waiting;
-        LXDelta* delta = nullptr;
+        LXDelta* delta;
         {
             StoreLock held(_lock);
-            waiting = _deltaRepository->count();
-            if (waiting != 0 && sent < budget) delta = _deltaRepository->firstDelta();
+            delta = _deltaRepository->deltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(sent)));
         }
-        if (waiting == 0 || sent >= budget) {
-            round->release();
-            return true;
-        }
-        LOG("checking deltas - to be sent: %d", static_cast<int>(waiting));
+        LOG("checking deltas - to be sent: %d", static_cast<int>(budget - sent));
         if (!delta) {
             // A record of the store that can't be read: it is not dropped
             // (the disk may come back), and it holds back the others as a
@@ -246,26 +267,39 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
             round->release();
             return false;
         }
-        {
-            StoreLock held(_lock);
-            _deltaRepository->removeDelta_(delta);
-        }
+        acknowledged->addObject_(delta);
+        if (acknowledged->count() >= kRemovalBatch) removeDeltas(acknowledged);
         socket->release();
         round->release();
     }
+    return true;
 }
 
-void LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user) {
+void LXTransceiver::removeDeltas(NSMutableArray* deltas) {
+    if (deltas->count() == 0) return;
+    StoreLock held(_lock);
+    LXContainer* store = _deltaRepository->container();
+    store->beginBatch();
+    for (uint32_t i = 0; i < deltas->count(); i++) _deltaRepository->removeDelta_(static_cast<LXDelta*>(deltas->objectAtIndex_(i)));
+    store->endBatch();
+    deltas->removeAllObjects();
+}
+
+// Answers the number of deltas processed and acknowledged, or -1 when the
+// phase ended before all that the relay announced were.
+int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user) {
     LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_(wireKey());
     if (!socket || !socket->connect_port_(host, port)) {
         NSRelease(socket);
-        return;
+        return -1;
     }
     socket->sendInt_(2);
     socket->sendString_(NSNil(user, &LXUser::uniqueId));
     socket->sendString_("dummy_group"_ns);
     int32_t count = socket->readInt();
     LOG("should get %d delta(s)", count);
+    // A count that can't be read (broken or closed connection) reads as 0.
+    int32_t processed = socket->isBroken() ? -1 : 0;
     static const SEL processDelta = NSSelectorFromCString("processDelta:");
     for (int32_t i = 0; i < count; i++) {
         NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
@@ -304,10 +338,16 @@ void LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user) {
             round->release();
             break;
         }
-        socket->sendInt_(1);
+        if (!socket->sendInt_(1)) {
+            // The relay keeps the delta and sends it again: delivered twice.
+            round->release();
+            break;
+        }
+        processed++;
         round->release();
     }
     socket->release();
+    return processed == count ? processed : -1;
 }
 
 NSObject* LXTransceiver::performSelector_withObject_synchronized_(SEL sel, NSObject* object, bool) {

@@ -89,6 +89,16 @@ public:
     void setLifetime_(NSDate* date);
     // Tests shorten the pause between cycles.
     void setCheckInterval_(double seconds) { _checkInterval = seconds; }
+    // The outgoing deltas waiting in the delta store.
+    uint32_t deltaCount();
+    // What the last check cycle did: the deltas that left the store, the
+    // incoming deltas processed and acknowledged, and whether both phases
+    // went through to their ends (the relay reached, nothing refused,
+    // nothing broken off). A tool that runs cycles itself stops when a
+    // complete cycle moved nothing.
+    int32_t lastCycleSent() const { return _lastCycleSent.load(); }
+    int32_t lastCycleReceived() const { return _lastCycleReceived.load(); }
+    bool lastCycleComplete() const { return _lastCycleComplete.load(); }
     // True while runWithPort:host: runs.
     bool isRunning() const { return _running.load(); }
     // The relay's port: +[LXRelay defaultPort] when that class is linked in,
@@ -101,8 +111,12 @@ protected:
     ~LXTransceiver() override = default;
 
 private:
+    // Acknowledged deltas removed from the store per index write.
+    static constexpr uint32_t kRemovalBatch = 64;
     bool sendPhase(uint32_t port, NSString* host, int* counter);
-    void receivePhase(uint32_t port, NSString* host, LXUser* user);
+    // Removes the deltas from the store in one batch and empties the array.
+    void removeDeltas(NSMutableArray* deltas);
+    int32_t receivePhase(uint32_t port, NSString* host, LXUser* user);
     bool lifetimeHasPassed();
 
     Ref<LXDeltaRepository> _deltaRepository;
@@ -115,4 +129,7 @@ private:
     std::mutex _cycleMutex;
     std::atomic<double> _checkInterval{kCheckInterval};
     std::atomic<bool> _running{false};
+    std::atomic<int32_t> _lastCycleSent{0};
+    std::atomic<int32_t> _lastCycleReceived{0};
+    std::atomic<bool> _lastCycleComplete{false};
 };
