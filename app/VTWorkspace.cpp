@@ -291,15 +291,6 @@ void VTWorkspace::saveSetsForSeen() {
 
 void VTWorkspace::menuFileQuit_(NSObject*) { NSApplication::sharedApplication()->terminate_(nullptr); }
 
-// Replication. The pool that carries changes to other users exists from
-// login on (startTransceiver, which comes with the transceiver). Before it,
-// a commit has nobody to tell, just as a message to the nil pool would do
-// nothing: these hooks answer the matrices' commits and do nothing more
-// until the pool exists.
-void VTWorkspace::synchronizeFields_ofObject_inSheet_(NSArray*, NSObject*, NSObject*) {}
-
-void VTWorkspace::synchronizeDeletionOfObjectWithId_inSheet_(NSString*, NSObject*) {}
-
 NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_CLASS_METHOD(workspaceWithFile_userInfo_)
     NS_METHOD(initWithFile_userInfo_)
@@ -333,8 +324,6 @@ NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_METHOD(currentUserCanRemoveOwn_)
     NS_METHOD(currentUserCanDoAction_inSheet_)
     NS_CLASS_METHOD(roleWithString_)
-    NS_METHOD(synchronizeFields_ofObject_inSheet_)
-    NS_METHOD(synchronizeDeletionOfObjectWithId_inSheet_)
     NS_METHOD(sheetNamed_)
     NS_METHOD(dealloc)
     NS_FIELD(_sheets)

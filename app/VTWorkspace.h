@@ -2,7 +2,7 @@
 // configuration into sheets and holds them by name and in order, holds the
 // user key dictionary, owns the seen sets and answers the menu actions.
 // Its questions about the current user and their rights are in
-// VTWorkspaceRights.cpp.
+// VTWorkspaceRights.cpp, its part in replication in VTWorkspaceSync.cpp.
 //
 // Compiled configuration, conf/conf.vtr:
 //   file    := encipher(archive, "Rk2pWn")
@@ -19,6 +19,8 @@
 #include "foundation/NSSet.h"
 #include "storage/LXContainer.h"
 
+class LXDelta;
+class LXPool;
 class VTMatrix;
 class VTSheet;
 
@@ -84,13 +86,27 @@ public:
     // manager 4, editor 3, author 2, depositor 1, anything else 0.
     static int32_t roleWithString_(NSString* role);
 
-    // At login: the replication pool with the workspace as its delegate,
-    // the user for the default transceiver, and the transceiver's thread
-    // on the host of transceiver.txt (VTWorkspaceSync.cpp).
-    void startTransceiver();
+    // Replication (VTWorkspaceSync.cpp).
 
-    // Replication hooks of the matrices; see VTWorkspace.cpp.
+    // At login: joinTransceiver, then the transceiver's thread on the host
+    // it answers.
+    void startTransceiver();
+    // Beyond the documented interface, for a headless tool that runs the
+    // check cycles itself on its own thread: the replication pool (made if
+    // need be) with the workspace as its delegate, registered with the
+    // default transceiver; the current user given to the transceiver; and
+    // the relay host of transceiver.txt, trimmed, autoreleased (empty
+    // without the file). No thread is started.
+    NSString* joinTransceiver();
+    // Applies an incoming delta on the transceiver's thread. True: taken in
+    // (or dropped on purpose), acknowledge it; false: leave it at the relay.
+    bool processDelta_(LXDelta* delta);
+    // One set delta for each other user.
     void synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record, NSObject* sheet);
+    // One set delta for each unique user string of `users`.
+    void synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, NSObject* record, NSObject* sheet,
+                                                     NSArray* users);
+    // One delete delta for each other user.
     void synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet);
 
     // Beyond the documented interface.
@@ -106,6 +122,8 @@ protected:
 
 private:
     bool setUp(NSDictionary* userInfo);
+    // The pool of outgoing deltas, made on first use (VTWorkspaceSync.cpp).
+    LXPool* replicationPool();
     void buildSheets(NSArray* rows);
     void renderForms();
     void firstUserStep();

@@ -1,26 +1,212 @@
-// The workspace's side of replication: what starts the transceiver.
+// The workspace's side of replication: joining the transceiver, packaging
+// each committed change once per addressee, and taking in what other users
+// sent.
+//
+// Contents of a delta (a dictionary inside the LXDelta):
+//   set    := { action: "set", fields: (name...), sheet: name, object: record }
+//   delete := { action: "delete", sheet: name, objectId: __recordId }
+// `sheet` is the name of the sheet the commit happened in (a secondary
+// sheet's own name); `object` is the whole record as committed, but a
+// receiver that knows the record applies only the fields named.
+//
+// Threads and locks. processDelta: runs on the transceiver's thread inside a
+// check cycle, holding only the transceiver's cycle lock, which no other
+// thread of the client ever takes (see LXTransceiver.cpp). It waits for a
+// matrix's transaction lock while a Save on the main thread has one open;
+// that Save, still holding it, waits at most for the transceiver's store
+// lock (post:to:), whose holder waits for nothing but the disk. So the
+// commit path never waits for the receive path, and the receive path waits
+// for the main thread only while holding nothing the main thread wants.
+//
+// The same holds for what the receive path does on the main thread's
+// behalf: the refresh of tables after an incoming change and the alert of
+// an unknown sheet come after the transaction is committed (or before any
+// is begun), holding no lock but the cycle's. Today there are no native
+// windows: the refresh reloads the object-side table view (NSTableView
+// keeps its state in fields) and nothing crosses to the main thread. Once
+// list views exist, their reload waits for the main thread to serve the
+// call; the main thread always gets back to its message loop to serve it,
+// because nothing it may be waiting for is held by the transceiver's thread.
+#include "app/VTLocalization.h"
 #include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
+#include "sheets/VTSheet.h"
+#include "sync/LXDelta.h"
 #include "sync/LXPool.h"
 #include "sync/LXTransceiver.h"
 #include "sync/LXUser.h"
+#include "toolkit/NSAlert.h"
 
-void VTWorkspace::startTransceiver() {
-    LXPool* pool = LXPool::alloc()->initWithName_("Rk2pWn"_ns);
-    _pool.adopt(pool);
+namespace {
+
+const char* textOf(NSObject* value) {
+    return value ? static_cast<NSString*>(value->description())->UTF8String() : "";
+}
+
+// Seconds that must have passed since the last sync beep for the next.
+constexpr double kSyncBeepInterval = 10.0;
+
+// The deltas of one change, one per addressee, go into the delta store with
+// a single write of its index (written whole, which for a store holding
+// the deltas of a burst among many users is megabytes per write). Each
+// delta's record is written as it is posted; a stop before the end of the
+// loop loses the change's deltas, as a stop between the commit's store of
+// the record and its posts would.
+class PostBatch {
+public:
+    PostBatch() : _store(LXTransceiver::defaultTransceiver()->deltaRepository()->container()) {
+        _store->beginBatch();
+    }
+    ~PostBatch() { _store->endBatch(); }
+    PostBatch(const PostBatch&) = delete;
+    PostBatch& operator=(const PostBatch&) = delete;
+
+private:
+    LXContainer* _store;
+};
+
+}  // namespace
+
+LXPool* VTWorkspace::replicationPool() {
+    // The pool is documented as made at login. A commit that replicates
+    // before it (a tool working on the records without a transceiver
+    // thread) still owes its deltas to the other users; with no pool they
+    // would be dropped without a word, since a delta's post goes through
+    // its pool. So the pool is made on first use, without a delegate: only
+    // joinTransceiver, which registers it for incoming deltas, makes the
+    // workspace its delegate (the pool retains its delegate, so a pool made
+    // here doesn't tie the workspace's life to itself).
+    if (!_pool) _pool.adopt(LXPool::alloc()->initWithName_("Rk2pWn"_ns));
+    return static_cast<LXPool*>(_pool.get());
+}
+
+NSString* VTWorkspace::joinTransceiver() {
+    LXPool* pool = replicationPool();
     pool->setDelegate_(this);
     LXTransceiver* transceiver = LXTransceiver::defaultTransceiver();
     transceiver->registerPool_(pool);
     transceiver->setUser_(LXUser::userWithString_(currentUserUniqueId()));
     // The relay's host: the whole file as text, trimmed. A missing file
-    // gives an empty host, and every cycle then logs that it can't connect.
+    // gives an empty host, and every cycle then fails to connect.
     NSData* bytes = NSData::dataWithContentsOfFile_("transceiver.txt"_ns);
-    NSString* host = NSAutorelease(NSString::alloc()->initWithData_encoding_(bytes, 4))->trim();
-    // The transceiver keeps the host and runs runWithHost: on a thread of
-    // its own (a Win32 thread in the client).
-    transceiver->startWithHost_(host);
+    return NSAutorelease(NSString::alloc()->initWithData_encoding_(bytes, 4))->trim();
 }
 
+void VTWorkspace::startTransceiver() {
+    // The transceiver retains the host and runs runWithHost: on a thread of
+    // its own (a Win32 thread in the client).
+    LXTransceiver::defaultTransceiver()->startWithHost_(joinTransceiver());
+}
+
+void VTWorkspace::synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record, NSObject* sheet) {
+    synchronizeFields_ofObject_inSheet_toUsers_(fields, record, sheet, allOtherUsersWithUniqueID());
+}
+
+void VTWorkspace::synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, NSObject* record, NSObject* sheet,
+                                                              NSArray* users) {
+    NSString* sheetName = NSSend<NSString*>(sheet, NS_SEL("name"));
+    if (!record || !sheetName || !users || users->count() == 0) return;
+    if (!fields) fields = NSMutableArray::array();
+    LXPool* pool = replicationPool();
+    LXUser* sender = LXUser::userWithString_(currentUserUniqueId());
+    PostBatch batch;
+    for (uint32_t i = 0, n = users->count(); i < n; i++) {
+        NSMutableDictionary* contents = NSDictionary::dictionaryWithObjectsAndKeys_(
+                "set"_ns, "action"_ns, fields, "fields"_ns, sheetName, "sheet"_ns, record, "object"_ns, nullptr);
+        LXUser* addressee = LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
+        // postTo: stores the delta for the transceiver's next cycle; it
+        // refuses (with its log line) an addressee equal to the sender.
+        LXDelta::deltaWithPool_sender_contents_(pool, sender, contents)->postTo_(addressee);
+    }
+}
+
+void VTWorkspace::synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet) {
+    NSString* sheetName = NSSend<NSString*>(sheet, NS_SEL("name"));
+    if (!recordId || !sheetName) return;
+    NSArray* users = allOtherUsersWithUniqueID();
+    if (users->count() == 0) return;
+    LXPool* pool = replicationPool();
+    LXUser* sender = LXUser::userWithString_(currentUserUniqueId());
+    PostBatch batch;
+    for (uint32_t i = 0, n = users->count(); i < n; i++) {
+        NSMutableDictionary* contents = NSDictionary::dictionaryWithObjectsAndKeys_(
+                "delete"_ns, "action"_ns, sheetName, "sheet"_ns, recordId, "objectId"_ns, nullptr);
+        LXUser* addressee = LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
+        LXDelta::deltaWithPool_sender_contents_(pool, sender, contents)->postTo_(addressee);
+    }
+}
+
+bool VTWorkspace::processDelta_(LXDelta* delta) {
+    NSObject* raw = delta ? delta->contents() : nullptr;
+    // Contents that are not a dictionary name no sheet, and are treated as
+    // a delta for an unknown sheet.
+    NSDictionary* contents = raw && raw->isKindOfClass_(NSDictionary::classObject()) ? static_cast<NSDictionary*>(raw)
+                                                                                    : nullptr;
+    NSObject* action = contents ? contents->objectForKey_("action"_ns) : nullptr;
+    NSObject* sheetName = contents ? contents->objectForKey_("sheet"_ns) : nullptr;
+    NSObject* sheet = sheetName ? _sheets->objectForKey_(sheetName) : nullptr;
+
+    if (!sheet) {
+        LOG("could not find sheet '%s'", textOf(sheetName));
+        // OK drops the delta; Cancel leaves it at the relay, and the
+        // question comes again in the next cycle.
+        NSAlert* alert =
+                NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                        VTLocalizedString("error"_ns), "OK"_ns, "Cancel"_ns, nullptr,
+                        VTLocalizedString("unknownsheet"_ns));
+        return alert->runModal() == 1;
+    }
+
+    if (action && action->isEqual_("set"_ns)) {
+        NSObject* fields = contents->objectForKey_("fields"_ns);
+        if (fields && !fields->isKindOfClass_(NSArray::classObject())) fields = nullptr;
+        NSObject* given = contents->objectForKey_("object"_ns);
+        if (!given || !given->isKindOfClass_(NSDictionary::classObject()) ||
+            !static_cast<NSDictionary*>(given)->objectForKey_("__recordId"_ns)) {
+            // Nothing to apply, now or ever: waiting at the relay would only
+            // hold back the deltas behind this one.
+            LOG("incoming set delta without a record for sheet '%s'", textOf(sheetName));
+            return true;
+        }
+        // A record of a matrix is changed in place, so the incoming one, which
+        // may itself become the record, must be mutable. The unarchiver gives
+        // back the class that was archived: a record archived from a matrix
+        // is mutable already, one archived as a plain NSDictionary (by
+        // another writer of deltas) is copied.
+        NSMutableDictionary* object = given->isKindOfClass_(NSMutableDictionary::classObject())
+                                              ? static_cast<NSMutableDictionary*>(given)
+                                              : static_cast<NSMutableDictionary*>(NSAutorelease(given->mutableCopy()));
+        if (sheet->respondsToSelector_(NS_SEL("didReceiveDelta:")))
+            NSSend<void>(sheet, NS_SEL("didReceiveDelta:"), static_cast<NSObject*>(NSRetain(object)));
+        NSSend<void>(sheet, NS_SEL("updateFields:ofObject:remote:"), fields, static_cast<NSObject*>(object), true);
+        // At most one beep per interval, however many deltas a cycle brings.
+        if (!_lastSyncBeep || _lastSyncBeep->timeIntervalSinceNow() < -kSyncBeepInterval) {
+            vtDefaultSoundBeep();
+            _lastSyncBeep.set(NSDate::date());
+        }
+        if (sheet->respondsToSelector_(NS_SEL("didProcessDelta:")))
+            NSSend<void>(sheet, NS_SEL("didProcessDelta:"), static_cast<NSObject*>(NSRetain(object)));
+        return true;
+    }
+
+    if (action && action->isEqual_("delete"_ns)) {
+        NSSend<void>(sheet, NS_SEL("updateDeletionOfObjectWithId:"), contents->objectForKey_("objectId"_ns));
+        return true;
+    }
+
+    LOG("unknown action for incoming delta: %s", textOf(action));
+    return false;
+}
+
+// processDelta: answers a bool, which the runtime hands back as the word 1
+// or 0: performSelector:withObject: (how the transceiver asks) answers a
+// non-nil object exactly for true.
 NS_EXTEND_CLASS(VTWorkspace, Sync)
+    NS_METHOD(processDelta_)
+    NS_METHOD(synchronizeFields_ofObject_inSheet_)
+    NS_METHOD(synchronizeFields_ofObject_inSheet_toUsers_)
+    NS_METHOD(synchronizeDeletionOfObjectWithId_inSheet_)
     NS_METHOD(startTransceiver)
+    NS_METHOD(joinTransceiver)
 NS_EXTEND_END

@@ -6,8 +6,8 @@
 // from then on, shown or not.
 //
 // The sheet asks its workspace by message only (sheets,
-// refreshSheetsExceptThisOne:, currentUserRole and the class operation
-// roleWithString:).
+// refreshSheetsExceptThisOne:, currentUserRole, userInfo and the class
+// operation roleWithString:).
 #pragma once
 
 #include <cstdint>
@@ -17,6 +17,7 @@
 #include "foundation/NSSet.h"
 #include "sheets/VTKeyedArrays.h"
 
+class NSNumber;
 class NSTableColumn;
 class NSTableView;
 class VTMatrix;
@@ -77,11 +78,39 @@ public:
     int32_t activeRow() { return _activeRow; }
     VTMatrix* source() { return _source; }
 
+    // Replication (VTSheetReplication.cpp). Incoming changes arrive on the
+    // transceiver's thread; the hooks of record editing on the main thread.
+
+    // updateFields:ofObject:remote: with false.
+    void updateFields_ofObject_(NSArray* fields, NSMutableDictionary* object);
+    // Applies a set delta: the record of `object`'s id (`object` itself
+    // when the id is new here) gets those of `fields` that `object` holds,
+    // committed without stamps or deltas; the record turns unseen and the
+    // tables are refreshed. `remote` changes nothing.
+    void updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary* object, bool remote);
+    // Applies a delete delta (an unknown id is ignored) and refreshes.
+    void updateDeletionOfObjectWithId_(NSString* recordId);
+    // Delivery of message records. Each hook is given an object retained for
+    // it and releases it.
+    // Before the fields are applied: a "sent" record addressed to this user
+    // becomes "delivered" in `object`.
+    void didReceiveDelta_(NSMutableDictionary* object);
+    // After: the addressee's client sends "delivered" out again.
+    void didProcessDelta_(NSMutableDictionary* object);
+    // On selection: the addressee's first look turns "delivered" into
+    // "read".
+    void didSelectRow_(NSNumber* row);
+    // In save's transaction: "sent", always part of the delta.
+    void willStoreRow_(NSNumber* row);
+    bool ignoresRowSelection() { return _ignoreRowSelection != 0; }
+
 protected:
     ~VTSheet() override = default;
 
 private:
     friend struct VTSheetClauses;
+    // The end of every incoming change (VTSheetReplication.cpp).
+    void refreshAfterIncomingChange();
 
     Ref<NSString> _name;
     Ref<NSString> _title;

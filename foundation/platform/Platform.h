@@ -45,6 +45,11 @@ int vtMessageBox(const char16_t* text, const char16_t* title, int style);
 // The system's default alert sound.
 void vtBeep();
 
+// The default sound, for the beep of incoming changes: MessageBeep(MB_OK)
+// on Win32, where vtBeep plays the simple beep (0xFFFFFFFF); POSIX has one
+// sound only and writes BEL to standard error as vtBeep does.
+void vtDefaultSoundBeep();
+
 // Registers the common control classes; the client calls it once at start.
 void vtInitCommonControls();
 

@@ -93,6 +93,8 @@ int vtMessageBox(const char16_t*, const char16_t*, int) { return kVTAnswerOk; }
 
 void vtBeep() { writeAll(STDERR_FILENO, "\a", 1); }
 
+void vtDefaultSoundBeep() { writeAll(STDERR_FILENO, "\a", 1); }
+
 void vtInitCommonControls() {}
 
 const char* vtGetEnv(const char* name) { return std::getenv(name); }

@@ -69,6 +69,8 @@ int vtMessageBox(const char16_t* text, const char16_t* title, int style) {
 
 void vtBeep() { MessageBeep(0xFFFFFFFF); }
 
+void vtDefaultSoundBeep() { MessageBeep(MB_OK); }
+
 void vtInitCommonControls() { InitCommonControls(); }
 
 const char* vtGetEnv(const char* name) { return std::getenv(name); }
@@ -228,6 +230,9 @@ bool vtSocketConnect(VTSocket socket, const char* dottedAddress, uint16_t port,
     address.sin_port = htons(port);
     address.sin_addr.s_addr = dottedAddress ? inet_addr(dottedAddress) : INADDR_NONE;
     if (s == INVALID_SOCKET || address.sin_addr.s_addr == INADDR_NONE) return false;
+    // As on POSIX: no Nagle delay for the protocol's small turns.
+    BOOL yes = TRUE;
+    setsockopt(s, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&yes), sizeof yes);
     u_long nonBlocking = timeoutMilliseconds ? 1 : 0;
     ioctlsocket(s, FIONBIO, &nonBlocking);
     bool ok = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
@@ -255,7 +260,10 @@ bool vtSocketListen(VTSocket socket, int backlog) { return listen(handleOf(socke
 
 VTSocket vtSocketAccept(VTSocket socket) {
     SOCKET client = accept(handleOf(socket), nullptr, nullptr);
-    return client == INVALID_SOCKET ? kVTInvalidSocket : static_cast<VTSocket>(client);
+    if (client == INVALID_SOCKET) return kVTInvalidSocket;
+    BOOL yes = TRUE;
+    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&yes), sizeof yes);
+    return static_cast<VTSocket>(client);
 }
 
 uint16_t vtSocketLocalPort(VTSocket socket) {

@@ -27,9 +27,8 @@ vt_test::ProgramResult admin(const std::string& dir, const std::string& argument
 
 // Action classes that come with later parts of the client; until they are
 // in the runtime table the demo may name them, and config check warns.
-const char* const kPendingActionClasses[] = {"VTActionCSVExport",         "VTActionCreatePDF",
-                                             "VTActionOpenReportDesigner", "VTActionTestForm",
-                                             "VTActionPushSpaces",         "VTActionUserKeyGenerator"};
+const char* const kPendingActionClasses[] = {"VTActionCSVExport", "VTActionCreatePDF", "VTActionOpenReportDesigner",
+                                             "VTActionTestForm", "VTActionUserKeyGenerator"};
 
 TEST(ConfigCommand, TheDemoConfigurationPassesAndNamesKnownActions) {
     vt_test::ProgramResult r = admin(VANTOR_DEMO_DIR, "config check conf/cro.vtr");

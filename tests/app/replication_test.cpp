@@ -1,0 +1,588 @@
+// Record replication between clients, in one process: each client is a
+// working directory with its own workspace and its own delta store, and a
+// test switches between them. What a commit posts is read back from the
+// store, put through the archive as the wire would, and handed to another
+// client's processDelta:. One test runs a real check cycle against a
+// scripted relay.
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "app/VTActionPushSpaces.h"
+#include "sync/LXDelta.h"
+#include "sync/LXDeltaRepository.h"
+#include "sync/LXTransceiver.h"
+#include "tests/sync/sync_test_support.h"
+#include "toolkit/NSTableView.h"
+#include "workspace_fixture.h"
+
+// Stands for another sheet's window side: notes each refresh, and whether
+// the watched sheet was ignoring row selections then.
+class RefreshProbe : public NSObject {
+    NS_DECLARE_CLASS(RefreshProbe, NSObject)
+
+public:
+    void refresh() {
+        refreshes++;
+        ignoring = watched && watched->ignoresRowSelection();
+    }
+    VTSheet* watched = nullptr;
+    int refreshes = 0;
+    bool ignoring = false;
+
+    RefreshProbe() = default;
+
+protected:
+    ~RefreshProbe() override = default;
+};
+
+NS_CLASS_BEGIN(RefreshProbe, NSObject)
+    NS_METHOD(refresh)
+NS_CLASS_END(RefreshProbe)
+
+namespace {
+
+constexpr const char kConfiguration[] =
+        "(\n"
+        " ((name role) (field name as string))\n"
+        " ((name group) (field name as string) (field roles as string))\n"
+        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as string)\n"
+        "  (field company as string) (field role as string) (field groups as string))\n"
+        " ((name task) (field title as string) (field note as string) (hiddenfield state as string))\n"
+        " ((source task) (name mytasks) (field title as string))\n"
+        " ((name message) (field subject as string) (field whom as reference user (firstName lastName))\n"
+        "  (hiddenfield status as string) (hiddenfield dummy as string))\n"
+        " ((source message) (name outbox) (field subject as string) (hiddenfield status as string))\n"
+        ")\n";
+
+struct Person {
+    const char* id;
+    const char* first;
+    const char* last;
+    const char* unit;
+};
+const Person kAda{"a-1", "Ada", "Lovelace", "Demo"};
+const Person kBob{"b-2", "Bob", "Builder", "Sales"};
+const Person kCy{"c-3", "Cy", "Young", "Ops"};
+
+std::string userIdOf(const Person& p) { return std::string(p.first) + " " + p.last + "/" + p.unit + "/Acme"; }
+std::string uniqueOf(const Person& p) { return userIdOf(p) + "-" + p.id; }
+
+struct Client {
+    std::string dir;
+    VTWorkspace* w = nullptr;
+    LXDeltaRepository* outbox = nullptr;
+    VTSheet* sheet(const char* name) { return w->sheetNamed_(NSString::stringWithUTF8String_(name)); }
+    VTMatrix* matrix(const char* name) { return sheet(name)->matrix(); }
+};
+
+}  // namespace
+
+class ReplicationTest : public WorkspaceTest {
+protected:
+    void SetUp() override {
+        WorkspaceTest::SetUp();
+        root = std::filesystem::current_path();
+    }
+    void TearDown() override {
+        for (auto& c : clients) {
+            // The pool retains its delegate: undo what joinTransceiver tied.
+            if (auto* p = static_cast<LXPool*>(c->w->pool())) p->setDelegate_(nullptr);
+            c->w->release();
+            c->outbox->release();
+        }
+        clients.clear();
+        std::filesystem::current_path(root);
+        WorkspaceTest::TearDown();
+    }
+
+    // A client of `me` among `users`, current from now on; `seed` stores
+    // records before the workspace loads them.
+    Client& client(const Person& me, std::vector<Person> users = {kAda, kBob, kCy},
+                   const std::function<void()>& seed = {}) {
+        auto c = std::make_unique<Client>();
+        c->dir = (root / me.id).string();
+        std::filesystem::create_directories(c->dir);
+        std::filesystem::current_path(c->dir);
+        for (const char* sub : {"conf", "data", "userkey"}) std::filesystem::create_directory(sub);
+        writeFile("conf/cro.vtr", kConfiguration);
+        LXContainer* store = LXContainer::alloc()->initWithName_("data/user"_ns);
+        for (const Person& p : users) {
+            NSMutableDictionary* r = NSDictionary::dictionaryWithObjectsAndKeys_(
+                    ns(p.first), "firstName"_ns, ns(p.last), "lastName"_ns, ns(p.unit), "orgUnit"_ns, "Acme"_ns,
+                    "company"_ns, ns(p.id), "__recordId"_ns, nullptr);
+            store->set_(r);
+        }
+        store->release();
+        if (seed) seed();
+        c->outbox = LXDeltaRepository::alloc()->init();
+        enter(*c);
+        c->w = build(key(userIdOf(me).c_str(), me.id));
+        EXPECT_NE(c->w, nullptr);
+        clients.push_back(std::move(c));
+        return *clients.back();
+    }
+
+    // Makes the client current: its working directory and its delta store.
+    static void enter(Client& c) {
+        std::filesystem::current_path(c.dir);
+        LXTransceiver::defaultTransceiver()->setValue_forKey_(c.outbox, "deltaRepository"_ns);
+        VTTableDataSource::resetIdentityForTesting();
+    }
+
+    // What the current client has posted, in posting order, as its
+    // addressees will decode it; the store is emptied.
+    static std::vector<LXDelta*> drain() {
+        LXDeltaRepository* store = LXTransceiver::defaultTransceiver()->deltaRepository();
+        NSArray* ids = store->container()->idsForClass_(LXDelta::classObject());
+        std::vector<int> numbers;
+        for (uint32_t i = 0; i < ids->count(); i++)
+            numbers.push_back(static_cast<NSString*>(ids->objectAtIndex_(i))->intValue());
+        std::sort(numbers.begin(), numbers.end());
+        std::vector<LXDelta*> out;
+        for (int id : numbers) {
+            auto* stored = static_cast<LXDelta*>(store->container()->queryById_class_(id, LXDelta::classObject()));
+            out.push_back(static_cast<LXDelta*>(synctest::decode(synctest::archiveOf(stored))));
+            store->removeDelta_(stored);
+        }
+        return out;
+    }
+
+    static NSDictionary* contentsOf(LXDelta* d) { return static_cast<NSDictionary*>(d->contents()); }
+    static NSDictionary* objectOf(LXDelta* d) {
+        return static_cast<NSDictionary*>(contentsOf(d)->objectForKey_("object"_ns));
+    }
+    // "addressee action sheet [fields]" or "addressee delete sheet id".
+    static std::string summary(LXDelta* d) {
+        NSDictionary* c = contentsOf(d);
+        std::string out = str(d->addressee()->uniqueId()) + " " + str(c->objectForKey_("action"_ns)) + " " +
+                          str(c->objectForKey_("sheet"_ns));
+        if (auto* fields = static_cast<NSArray*>(c->objectForKey_("fields"_ns)))
+            out += " [" + str(fields->componentsJoinedByString_(" "_ns)) + "]";
+        if (NSObject* id = c->objectForKey_("objectId"_ns)) out += " " + str(id);
+        return out;
+    }
+    static std::vector<std::string> summaries(const std::vector<LXDelta*>& deltas) {
+        std::vector<std::string> out;
+        for (LXDelta* d : deltas) out.push_back(summary(d));
+        std::sort(out.begin(), out.end());
+        return out;
+    }
+    // The delta of `deltas` addressed to that person.
+    static LXDelta* to(const std::vector<LXDelta*>& deltas, const Person& p) {
+        for (LXDelta* d : deltas)
+            if (str(d->addressee()->uniqueId()) == p.id) return d;
+        ADD_FAILURE() << "no delta to " << p.id;
+        return nullptr;
+    }
+
+    // A delta from Ada to Bob with these contents, as decoded off the wire.
+    static LXDelta* incoming(NSDictionary* contents) {
+        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Rk2pWn"_ns),
+                                                             LXUser::userWithString_(ns(uniqueOf(kAda).c_str())),
+                                                             contents);
+        d->setAddressee_(LXUser::userWithString_(ns(uniqueOf(kBob).c_str())));
+        return static_cast<LXDelta*>(synctest::decode(synctest::archiveOf(d)));
+    }
+    static NSDictionary* setOf(const char* sheet, NSArray* fields, NSDictionary* object) {
+        return NSDictionary::dictionaryWithObjectsAndKeys_("set"_ns, "action"_ns, fields, "fields"_ns, ns(sheet),
+                                                           "sheet"_ns, object, "object"_ns, nullptr);
+    }
+    static NSArray* names(const char* a, const char* b = nullptr) {
+        return NSArray::arrayWithObjects_(ns(a), b ? ns(b) : nullptr, nullptr);
+    }
+
+    // Beeps while f runs: the sync beep writes BEL to standard error here.
+    template <class F>
+    static int beepsOf(F&& f) {
+        testing::internal::CaptureStderr();
+        f();
+        std::string err = testing::internal::GetCapturedStderr();
+        return static_cast<int>(std::count(err.begin(), err.end(), '\a'));
+    }
+
+    // Commits `value` into `field` of `row` (a new record at the end).
+    static void commit(VTMatrix* m, uint32_t row, const char* field, NSObject* value) {
+        m->beginTransaction();
+        m->setValue_inRow_column_(value, row, ns(field));
+        m->commitTransaction();
+    }
+
+    std::filesystem::path root;
+    std::vector<std::unique_ptr<Client>> clients;
+};
+
+TEST_F(ReplicationTest, ACommitPostsOneDeltaPerOtherUserWithTheWholeRecord) {
+    Client& ada = client(kAda);
+    VTMatrix* tasks = ada.matrix("task");
+    tasks->beginTransaction();
+    tasks->setValue_inRow_column_("Write"_ns, 0, "title"_ns);
+    tasks->setValue_inRow_column_("soon"_ns, 0, "note"_ns);
+    tasks->commitTransaction();
+    std::string id = str(tasks->valueInRow_column_(0, "__recordId"_ns));
+
+    std::vector<LXDelta*> sent = drain();
+    EXPECT_EQ(summaries(sent), (std::vector<std::string>{"b-2 set task [title note]", "c-3 set task [title note]"}));
+    for (LXDelta* d : sent) {
+        EXPECT_EQ(str(d->pool()->poolName()), "Rk2pWn");
+        EXPECT_EQ(str(d->sender()), uniqueOf(kAda));
+        EXPECT_EQ(contentsOf(d)->count(), 4u);
+        NSDictionary* object = objectOf(d);
+        EXPECT_EQ(str(object->objectForKey_("__recordId"_ns)), id);
+        EXPECT_EQ(str(object->objectForKey_("note"_ns)), "soon");
+        EXPECT_EQ(str(object->objectForKey_("__creator"_ns)), userIdOf(kAda));
+        EXPECT_EQ(str(object->objectForKey_("__modifier"_ns)), userIdOf(kAda));
+        EXPECT_NE(object->objectForKey_("__created"_ns), nullptr);
+        EXPECT_NE(object->objectForKey_("__modified"_ns), nullptr);
+    }
+    // Before any transceiver the pool was made for the commit, without a
+    // delegate.
+    ASSERT_NE(ada.w->pool(), nullptr);
+    EXPECT_EQ(static_cast<LXPool*>(ada.w->pool())->delegate(), nullptr);
+
+    // A secondary sheet names itself; an unchanged value sends nothing.
+    commit(ada.matrix("mytasks"), 0, "title", "Rewrite"_ns);
+    EXPECT_EQ(summaries(drain()), (std::vector<std::string>{"b-2 set mytasks [title]", "c-3 set mytasks [title]"}));
+    commit(tasks, 0, "title", "Rewrite"_ns);
+    EXPECT_TRUE(drain().empty());
+
+    tasks->beginTransaction();
+    tasks->removeRow_(0);
+    tasks->commitTransaction();
+    std::vector<LXDelta*> deleted = drain();
+    EXPECT_EQ(summaries(deleted),
+              (std::vector<std::string>{"b-2 delete task " + id, "c-3 delete task " + id}));
+    EXPECT_EQ(contentsOf(deleted[0])->count(), 3u);
+
+    // A user alone has nobody to tell.
+    Client& alone = client(kCy, {kCy});
+    commit(alone.matrix("task"), 0, "title", "Solo"_ns);
+    EXPECT_TRUE(drain().empty());
+}
+
+TEST_F(ReplicationTest, AnIncomingSetEntersTheRecordWholeAndIsNeverSentOn) {
+    Client& ada = client(kAda);
+    commit(ada.matrix("task"), 0, "title", "Write"_ns);
+    auto* original = static_cast<NSDictionary*>(ada.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
+    LXDelta* forBob = to(drain(), kBob);
+
+    Client& bob = client(kBob);
+    std::string log;
+    int beeps = beepsOf([&] { log = logOf([&] { EXPECT_TRUE(bob.w->processDelta_(forBob)); }); });
+    EXPECT_EQ(log, "");
+    EXPECT_EQ(beeps, 1);
+    VTMatrix* tasks = bob.matrix("task");
+    ASSERT_EQ(tasks->numberOfRows(), 1u);
+    auto* record = static_cast<NSDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
+    EXPECT_TRUE(record->isKindOfClass_(NSMutableDictionary::classObject()));
+    for (const char* k : {"__recordId", "__creator", "__created", "__modifier", "__modified", "title"})
+        EXPECT_EQ(str(record->objectForKey_(ns(k))), str(original->objectForKey_(ns(k)))) << k;
+    EXPECT_FALSE(tasks->seenRecords()->member_(record->objectForKey_("__recordId"_ns)));
+    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 1u);
+    EXPECT_TRUE(drain().empty());
+
+    // The same delta again finds the record; a change through the
+    // secondary sheet lands in the shared records.
+    bob.w->processDelta_(forBob);
+    EXPECT_EQ(tasks->numberOfRows(), 1u);
+    NSMutableDictionary* renamed = NSDictionary::dictionaryWithObjectsAndKeys_(
+            record->objectForKey_("__recordId"_ns), "__recordId"_ns, "Renamed"_ns, "title"_ns, nullptr);
+    EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("mytasks", names("title"), renamed))));
+    EXPECT_EQ(str(tasks->valueInRow_column_(0, "title"_ns)), "Renamed");
+    EXPECT_EQ(tasks->numberOfRows(), 1u);
+    EXPECT_TRUE(drain().empty());
+}
+
+TEST_F(ReplicationTest, OnlyListedFieldsTheRecordHoldsAreAppliedAndLocalStampsStay) {
+    Client& bob = client(kBob);
+    VTMatrix* tasks = bob.matrix("task");
+    tasks->beginTransaction();
+    for (const char* f : {"title", "note", "state"}) tasks->setValue_inRow_column_(ns(f), 0, ns(f));
+    tasks->commitTransaction_(false);
+    drain();
+    auto* record = static_cast<NSDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
+    std::string creator = str(record->objectForKey_("__creator"_ns));
+    tasks->markAsSeen_rowIndex_(true, 0);
+
+    // `note` is named but not held, `state` held but not named.
+    NSObject* id = record->objectForKey_("__recordId"_ns);
+    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_(
+            id, "__recordId"_ns, "New title"_ns, "title"_ns, "changed"_ns, "state"_ns, "Eve Other/X/Acme"_ns,
+            "__creator"_ns, "Eve Other/X/Acme"_ns, "__modifier"_ns, nullptr);
+    EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title", "note"), object))));
+    EXPECT_EQ(str(record->objectForKey_("title"_ns)), "New title");
+    EXPECT_EQ(str(record->objectForKey_("note"_ns)), "note");
+    EXPECT_EQ(str(record->objectForKey_("state"_ns)), "state");
+    EXPECT_EQ(str(record->objectForKey_("__creator"_ns)), creator);
+    EXPECT_EQ(record->objectForKey_("__modifier"_ns), nullptr);
+    // Seen before, unseen after the change.
+    EXPECT_FALSE(tasks->seenRecords()->member_(id));
+
+    // A record new here is stored even when it holds none of the fields
+    // named; a record that arrives as a plain dictionary is made mutable.
+    NSDictionary* plain = NSDictionary::alloc()->initWithObjectsAndKeys_("plain-1"_ns, "__recordId"_ns, "P"_ns,
+                                                                         "title"_ns, nullptr);
+    EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("note"), plain))));
+    plain->release();
+    ASSERT_EQ(tasks->numberOfRows(), 2u);
+    EXPECT_TRUE(tasks->allObjectsSorted()->objectAtIndex_(1)->isKindOfClass_(NSMutableDictionary::classObject()));
+    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 2u);
+    commit(tasks, 1, "note", "local"_ns);
+    EXPECT_EQ(str(tasks->valueInRow_column_(1, "title"_ns)), "P");
+}
+
+TEST_F(ReplicationTest, AnIncomingChangeRefreshesTablesOnlyOfShownSheetsWhileIgnoringSelection) {
+    Client& bob = client(kBob);
+    VTSheet* sheet = bob.sheet("task");
+    auto* source = static_cast<VTTableDataSource*>(sheet->sheetTableView()->dataSource());
+    RefreshProbe* probe = RefreshProbe::alloc();
+    probe->init();
+    probe->watched = sheet;
+    bob.w->sheets()->setObject_forKey_(probe, "probe"_ns);
+    probe->release();
+
+    auto arrive = [&](const char* id) {
+        NSMutableDictionary* o = NSDictionary::dictionaryWithObjectsAndKeys_(ns(id), "__recordId"_ns, "T"_ns,
+                                                                             "title"_ns, nullptr);
+        EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), o))));
+    };
+    // Not shown yet: only the matrix changes.
+    arrive("r-1");
+    EXPECT_EQ(source->translateIndexReversely_(0), -1);
+    EXPECT_EQ(probe->refreshes, 1);
+    EXPECT_TRUE(probe->ignoring);
+    EXPECT_FALSE(sheet->ignoresRowSelection());
+
+    sheet->setValue_forKey_(NSNumber::numberWithInt_(1), "fullyInitialized"_ns);
+    arrive("r-2");
+    EXPECT_EQ(source->objectIndices()->count(), 2u);
+    EXPECT_EQ(source->translateIndexReversely_(1), 1);
+    EXPECT_EQ(probe->refreshes, 2);
+}
+
+TEST_F(ReplicationTest, UnknownSheetsAskUnknownActionsAreRefusedBadRecordsDropped) {
+    Client& bob = client(kBob);
+    std::string log = logOf([&] {
+        EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("nosuch", names("title"), NSMutableDictionary::dictionary()))));
+    });
+    EXPECT_EQ(log, "could not find sheet 'nosuch'\nalert: Error: Unknown sheet. Ignore delta?\n");
+
+    NSDictionary* merge = NSDictionary::dictionaryWithObjectsAndKeys_("merge"_ns, "action"_ns, "task"_ns, "sheet"_ns,
+                                                                      nullptr);
+    log = logOf([&] { EXPECT_FALSE(bob.w->processDelta_(incoming(merge))); });
+    EXPECT_EQ(log, "unknown action for incoming delta: merge\n");
+
+    // The transceiver asks with performSelector:withObject: and takes
+    // anything but nil for true.
+    SEL process = NSSelectorFromCString("processDelta:");
+    logOf([&] { EXPECT_EQ(bob.w->performSelector_withObject_(process, incoming(merge)), nullptr); });
+    NSMutableDictionary* good = NSDictionary::dictionaryWithObjectsAndKeys_("g-1"_ns, "__recordId"_ns, nullptr);
+    EXPECT_NE(bob.w->performSelector_withObject_(process, incoming(setOf("task", names("title"), good))), nullptr);
+
+    // A set without a record can never be applied: dropped with a line.
+    log = logOf([&] { EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), nullptr)))); });
+    EXPECT_EQ(log, "incoming set delta without a record for sheet 'task'\n");
+}
+
+TEST_F(ReplicationTest, DeletesRemoveWithoutBeepAndUnknownIdsAreIgnored) {
+    Client& bob = client(kBob);
+    VTMatrix* tasks = bob.matrix("task");
+    commit(tasks, 0, "title", "Keep"_ns);
+    commit(tasks, 1, "title", "Drop"_ns);
+    drain();
+    NSObject* id = tasks->valueInRow_column_(1, "__recordId"_ns);
+    Ref<NSObject> kept = retainRef(id);
+    tasks->markAsSeen_rowIndex_(true, 1);
+    auto deletion = [](NSObject* objectId) {
+        return NSDictionary::dictionaryWithObjectsAndKeys_("delete"_ns, "action"_ns, "task"_ns, "sheet"_ns, objectId,
+                                                           "objectId"_ns, nullptr);
+    };
+    int beeps = beepsOf([&] {
+        EXPECT_TRUE(bob.w->processDelta_(incoming(deletion("unknown-1"_ns))));
+        EXPECT_FALSE(tasks->inTransaction());
+        EXPECT_EQ(tasks->numberOfRows(), 2u);
+        EXPECT_TRUE(bob.w->processDelta_(incoming(deletion(kept))));
+    });
+    EXPECT_EQ(beeps, 0);
+    ASSERT_EQ(tasks->numberOfRows(), 1u);
+    EXPECT_EQ(str(tasks->valueInRow_column_(0, "title"_ns)), "Keep");
+    EXPECT_EQ(tasks->objectWithRecordId_(static_cast<NSString*>(kept.get())), nullptr);
+    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 1u);
+    EXPECT_TRUE(tasks->seenRecords()->member_(kept));
+    EXPECT_TRUE(drain().empty());
+}
+
+TEST_F(ReplicationTest, BeepsComeAtMostOncePerTenSeconds) {
+    Client& bob = client(kBob);
+    auto arrive = [&] {
+        NSMutableDictionary* o = NSDictionary::dictionaryWithObjectsAndKeys_("b-1"_ns, "__recordId"_ns, nullptr);
+        bob.w->processDelta_(incoming(setOf("task", names("title"), o)));
+    };
+    // The clock is moved by moving the last beep into the past.
+    auto age = [&](double seconds) {
+        bob.w->setValue_forKey_(bob.w->lastSyncBeep()->addTimeInterval_(-seconds), "lastSyncBeep"_ns);
+    };
+    EXPECT_EQ(beepsOf(arrive), 1);
+    age(9.5);
+    EXPECT_EQ(beepsOf(arrive), 0);
+    age(1.0);
+    EXPECT_EQ(beepsOf(arrive), 1);
+    // One delta a second for a minute.
+    int beeps = beepsOf([&] {
+        for (int second = 0; second < 60; second++) {
+            age(1.0);
+            arrive();
+        }
+    });
+    EXPECT_EQ(beeps, 6);
+}
+
+TEST_F(ReplicationTest, AMessageGoesFromSentToDeliveredToRead) {
+    Client& ada = client(kAda);
+    VTMatrix* outbox = ada.matrix("message");
+    auto write = [](VTSheet* sheet, const char* whom) {
+        VTMatrix* m = sheet->matrix();
+        uint32_t row = m->numberOfRows();
+        m->beginTransaction();
+        m->setValue_inRow_column_("Hello"_ns, row, "subject"_ns);
+        m->setValue_inRow_column_(ns(whom), row, "whom"_ns);
+        sheet->willStoreRow_(NSRetain(NSNumber::numberWithInt_(static_cast<int>(row))));
+        m->commitTransaction();
+    };
+    write(ada.sheet("message"), kBob.id);
+    std::vector<LXDelta*> sent = drain();
+    EXPECT_EQ(summaries(sent), (std::vector<std::string>{"b-2 set message [subject whom status]",
+                                                         "c-3 set message [subject whom status]"}));
+    EXPECT_EQ(str(objectOf(sent[0])->objectForKey_("status"_ns)), "sent");
+    // The sender selecting it changes nothing.
+    ada.sheet("message")->didSelectRow_(NSRetain(NSNumber::numberWithInt_(0)));
+    EXPECT_TRUE(drain().empty());
+
+    Client& cy = client(kCy);
+    cy.w->processDelta_(to(sent, kCy));
+    EXPECT_EQ(str(cy.matrix("message")->valueInRow_column_(0, "status"_ns)), "sent");
+    EXPECT_TRUE(drain().empty());
+
+    // Only the addressee's client sends "delivered" out again.
+    Client& bob = client(kBob);
+    bob.w->processDelta_(to(sent, kBob));
+    VTMatrix* inbox = bob.matrix("message");
+    EXPECT_EQ(str(inbox->valueInRow_column_(0, "status"_ns)), "delivered");
+    EXPECT_EQ(str(inbox->valueInRow_column_(0, "dummy"_ns)), "delivery");
+    std::vector<LXDelta*> delivered = drain();
+    EXPECT_EQ(summaries(delivered), (std::vector<std::string>{"a-1 set message [status dummy]",
+                                                              "c-3 set message [status dummy]"}));
+    enter(ada);
+    ada.w->processDelta_(to(delivered, kAda));
+    EXPECT_EQ(str(outbox->valueInRow_column_(0, "status"_ns)), "delivered");
+    EXPECT_TRUE(drain().empty());
+    ada.sheet("outbox")->didSelectRow_(NSRetain(NSNumber::numberWithInt_(0)));
+    EXPECT_TRUE(drain().empty());
+    enter(cy);
+    cy.w->processDelta_(to(delivered, kCy));
+    EXPECT_EQ(str(cy.matrix("message")->valueInRow_column_(0, "status"_ns)), "delivered");
+    EXPECT_TRUE(drain().empty());
+
+    // The addressee's look makes it "read", for everyone.
+    enter(bob);
+    bob.sheet("message")->didSelectRow_(NSRetain(NSNumber::numberWithInt_(0)));
+    EXPECT_EQ(str(inbox->valueInRow_column_(0, "status"_ns)), "read");
+    std::vector<LXDelta*> read = drain();
+    EXPECT_EQ(summaries(read), (std::vector<std::string>{"a-1 set message [status]", "c-3 set message [status]"}));
+    bob.sheet("message")->didSelectRow_(NSRetain(NSNumber::numberWithInt_(0)));
+    EXPECT_TRUE(drain().empty());
+    enter(ada);
+    ada.w->processDelta_(to(read, kAda));
+    EXPECT_EQ(str(outbox->valueInRow_column_(0, "status"_ns)), "read");
+
+    // A message to oneself: nobody who receives it is its addressee.
+    write(ada.sheet("outbox"), kAda.id);
+    std::vector<LXDelta*> self = drain();
+    ASSERT_EQ(self.size(), 2u);
+    enter(bob);
+    bob.w->processDelta_(to(self, kBob));
+    EXPECT_EQ(str(inbox->valueInRow_column_(1, "status"_ns)), "sent");
+    EXPECT_TRUE(drain().empty());
+}
+
+TEST_F(ReplicationTest, PushSpacesSendsEveryRecordOfThePrimarySheetsToTheRowsUser) {
+    Client& ada = client(kAda, {kAda, kBob, kCy}, [] {
+        storeRecords("role", {{{"name", "staff"}}});
+        storeRecords("group", {{{"name", "All"}}});
+        storeRecords("task", {{{"title", "one"}}, {{"title", "two"}, {"note", "n"}}});
+        storeRecords("message", {{{"subject", "hi"}}});
+    });
+    Class cls = NSClassFromCString("VTActionPushSpaces");
+    ASSERT_NE(cls, nullptr);
+    NSObject* action = cls->alloc()->init();
+    VTMatrix* users = ada.matrix("user");
+    int cyRow = 0;
+    while (str(users->valueInRow_column_(static_cast<uint32_t>(cyRow), "__recordId"_ns)) != kCy.id) cyRow++;
+    std::string log = logOf([&] {
+        NSSend<void>(action, NS_SEL("perform::"), static_cast<NSObject*>(NSNumber::numberWithInt_(cyRow)),
+                     static_cast<NSObject*>(users));
+        // A row beyond the matrix pushes nothing.
+        NSSend<void>(action, NS_SEL("perform::"), static_cast<NSObject*>(NSNumber::numberWithInt_(9)),
+                     static_cast<NSObject*>(users));
+    });
+    action->release();
+    EXPECT_EQ(log, "Pushing to user: " + uniqueOf(kCy) +
+                           "\nPushing sheet: role\nPushing sheet: group\nPushing sheet: user\n"
+                           "Pushing sheet: task\nPushing sheet: message\n");
+    std::vector<LXDelta*> pushed = drain();
+    std::vector<std::string> got;
+    for (LXDelta* d : pushed) got.push_back(summary(d));
+    const std::string user = "c-3 set user [firstName lastName orgUnit company role groups]";
+    EXPECT_EQ(got, (std::vector<std::string>{"c-3 set role [name]", "c-3 set group [name roles]", user, user, user,
+                                             "c-3 set task [title note state]", "c-3 set task [title note state]",
+                                             "c-3 set message [subject whom status dummy]"}));
+    EXPECT_EQ(str(objectOf(pushed[6])->objectForKey_("title"_ns)),
+              str(ada.matrix("task")->valueInRow_column_(1, "title"_ns)));
+    // Nothing was stamped.
+    EXPECT_EQ(objectOf(pushed[5])->objectForKey_("__modified"_ns), nullptr);
+}
+
+TEST_F(ReplicationTest, AnIncomingChangeWaitsForASaveAndTheSaveNeverWaitsForIt) {
+    Client& bob = client(kBob);
+    VTMatrix* tasks = bob.matrix("task");
+    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_("w-1"_ns, "__recordId"_ns,
+                                                                              "remote"_ns, "title"_ns, nullptr);
+    LXDelta* delta = incoming(setOf("task", names("title"), object));
+    tasks->beginTransaction();
+    tasks->setValue_inRow_column_("local"_ns, 0, "title"_ns);
+    SyncTestThread* receiver = SyncTestThread::start([&] { bob.w->processDelta_(delta); });
+    NSThread::sleepForTimeInterval_(0.1);
+    EXPECT_FALSE(receiver->done()) << "applied in the middle of an open transaction";
+    // The commit posts its deltas while the receive path waits.
+    tasks->commitTransaction();
+    ASSERT_TRUE(receiver->join(5));
+    receiver->release();
+    EXPECT_EQ(tasks->numberOfRows(), 2u);
+    EXPECT_EQ(drain().size(), 2u);
+}
+
+TEST_F(ReplicationTest, ACheckCycleAcknowledgesExactlyWhatTheWorkspaceTookIn) {
+    Client& bob = client(kBob);
+    writeFile("transceiver.txt", "  127.0.0.1 \r\n");
+    NSString* host = bob.w->joinTransceiver();
+    EXPECT_EQ(str(host), "127.0.0.1");
+    LXTransceiver* transceiver = LXTransceiver::defaultTransceiver();
+    EXPECT_EQ(transceiver->pools()->objectForKey_("Rk2pWn"_ns), bob.w->pool());
+    EXPECT_EQ(static_cast<LXPool*>(bob.w->pool())->delegate(), bob.w);
+    EXPECT_EQ(str(transceiver->user()), uniqueOf(kBob));
+
+    synctest::FakeRelay relay;
+    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_("x-1"_ns, "__recordId"_ns,
+                                                                              "wired"_ns, "title"_ns, nullptr);
+    relay.enqueue(incoming(setOf("task", names("title"), object)));
+    relay.enqueue(incoming(NSDictionary::dictionaryWithObjectsAndKeys_("merge"_ns, "action"_ns, "task"_ns,
+                                                                       "sheet"_ns, nullptr)));
+    std::string log = logOf([&] { transceiver->checkWithPort_host_(relay.port(), host); });
+    EXPECT_EQ(relay.events(), (std::vector<std::string>{"collect b-2 dummy_group", "ack", "no ack"}));
+    EXPECT_NE(log.find("unknown action for incoming delta: merge\ndelegate has refused to process delta\n"),
+              std::string::npos)
+            << log;
+    EXPECT_EQ(relay.waiting(), 1u);
+    EXPECT_EQ(str(bob.matrix("task")->valueInRow_column_(0, "title"_ns)), "wired");
+}
