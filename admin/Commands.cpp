@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include <termios.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -14,6 +15,9 @@ const Command kCommands[] = {
         {"config", "check [FILE] [--strict]", "check a configuration list (default conf/cro.vtr)", &runConfig},
         {"key", "show FILE|make USER", "show a user key, or make one for a row of the user sheet", &runKey},
         {"sheet", "list|dump NAME", "the sheets of the installation, or one sheet's records as JSON", &runSheet},
+        {"record", "set|remove|select|action|list SHEET ...", "change records as the installation's user; see RecordCommand.cpp", &runRecord},
+        {"sync", "[--cycles N] [--port N] [--timeout S]", "exchange deltas with the relay as the installation's user", &runSync},
+        {"deltas", "", "the outgoing deltas waiting in the delta store", &runDeltas},
         {nullptr, nullptr, nullptr, nullptr},
 };
 }  // namespace
@@ -44,6 +48,29 @@ std::string readAll(FILE* in) {
     size_t n;
     while ((n = std::fread(buffer, 1, sizeof buffer, in)) > 0) bytes.append(buffer, n);
     return bytes;
+}
+
+std::string readLine(FILE* in) {
+    std::string line;
+    int c;
+    while ((c = std::fgetc(in)) != EOF && c != '\n') line.push_back(static_cast<char>(c));
+    return line;
+}
+
+std::string askHidden(FILE* terminal, const char* prompt) {
+    std::fprintf(stderr, "%s", prompt);
+    termios saved{};
+    int fd = fileno(terminal);
+    bool restore = tcgetattr(fd, &saved) == 0;
+    if (restore) {
+        termios quiet = saved;
+        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(fd, TCSANOW, &quiet);
+    }
+    std::string line = readLine(terminal);
+    if (restore) tcsetattr(fd, TCSANOW, &saved);
+    std::fprintf(stderr, "\n");
+    return line;
 }
 
 LogToStderr::LogToStderr() {

@@ -29,9 +29,17 @@ int runContainer(int argc, char** argv);  // ContainerCommand.cpp
 int runConfig(int argc, char** argv);     // ConfigCommand.cpp
 int runKey(int argc, char** argv);        // KeyCommand.cpp
 int runSheet(int argc, char** argv);      // SheetCommand.cpp
+int runRecord(int argc, char** argv);     // RecordCommand.cpp
+int runSync(int argc, char** argv);       // SyncCommand.cpp
+int runDeltas(int argc, char** argv);     // SyncCommand.cpp
 
 // Everything a stream holds, read to its end.
 std::string readAll(FILE* in);
+// One line without its newline.
+std::string readLine(FILE* in);
+// Prompts on standard error and reads one line from the terminal with echo
+// off (echo stays if the stream is no terminal).
+std::string askHidden(FILE* terminal, const char* prompt);
 
 // Sends what LOG writes to standard error while it lives, so that standard
 // output carries only a command's results; write those to results(), a

@@ -13,7 +13,6 @@
 // key goes to the working directory under the generator's file name,
 // "<first>_<last>__<unit>__<company>.vuk", overwriting a file of that name;
 // to take effect it is moved to userkey/ of that user's installation.
-#include <termios.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -55,29 +54,6 @@ int show(const char* path, bool showPassword) {
     return 0;
 }
 
-std::string readLine(FILE* in) {
-    std::string line;
-    int c;
-    while ((c = std::fgetc(in)) != EOF && c != '\n') line.push_back(static_cast<char>(c));
-    return line;
-}
-
-// One line from the terminal with echo off.
-std::string askHidden(const char* prompt) {
-    std::fprintf(stderr, "%s", prompt);
-    termios saved{};
-    bool restore = tcgetattr(0, &saved) == 0;
-    if (restore) {
-        termios quiet = saved;
-        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(0, TCSANOW, &quiet);
-    }
-    std::string line = readLine(stdin);
-    if (restore) tcsetattr(0, TCSANOW, &saved);
-    std::fprintf(stderr, "\n");
-    return line;
-}
-
 int make(const char* user, bool passwordFromStdin) {
     VTWorkspace* w = newInstallationWorkspace("key make");
     if (!w) return 1;
@@ -105,8 +81,8 @@ int make(const char* user, bool passwordFromStdin) {
         if (passwordFromStdin || !isatty(0)) {
             first = again = readLine(stdin);
         } else {
-            first = askHidden("Password: ");
-            again = askHidden("Password (again): ");
+            first = askHidden(stdin, "Password: ");
+            again = askHidden(stdin, "Password (again): ");
         }
         NSString* password = NSString::stringWithUTF8String_(first.c_str())->trim();
         NSString* repeated = NSString::stringWithUTF8String_(again.c_str())->trim();

@@ -1,0 +1,96 @@
+#include "Session.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "app/VTClient.h"
+#include "app/VTLocalization.h"
+#include "app/VTUserKey.h"
+#include "app/VTWorkspace.h"
+#include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
+#include "sheets/VTSheet.h"
+
+namespace admin {
+
+namespace {
+
+// The password the user gives: VANTOR_PASSWORD, else a line typed on the
+// terminal. False when neither is there.
+bool givenPassword(std::string* password) {
+    if (const char* value = std::getenv("VANTOR_PASSWORD")) {
+        *password = value;
+        return true;
+    }
+    FILE* terminal = std::fopen("/dev/tty", "r+");
+    if (!terminal) return false;
+    *password = askHidden(terminal, "Password: ");
+    std::fclose(terminal);
+    return true;
+}
+
+}  // namespace
+
+bool Session::open(const char* command) {
+    _command = command;
+    // Log lines as they happen, for an operator (or a test) following a
+    // long sync.
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+    if (vtFileExists(kVTLockFile)) {
+        std::fprintf(stderr, "vantor-admin: %s: %s (%s exists)\n", command,
+                     VTLocalizedString("alreadyrunning"_ns)->UTF8String(), kVTLockFile);
+        return false;
+    }
+    FILE* lock = std::fopen(kVTLockFile, "w");
+    if (!lock) {
+        std::fprintf(stderr, "vantor-admin: %s: cannot create %s here\n", command, kVTLockFile);
+        return false;
+    }
+    std::fclose(lock);
+    _locked = true;
+
+    VTSeedDataDirectory();
+    NSMutableDictionary* key = VTUserKey::discoverInDirectory_("userkey"_ns);
+    if (!key) {
+        std::fprintf(stderr, "vantor-admin: %s: %s (userkey/)\n", command,
+                     VTLocalizedString("novukfound"_ns)->UTF8String());
+        return false;
+    }
+    std::string password;
+    if (!givenPassword(&password)) {
+        std::fprintf(stderr, "vantor-admin: %s: no password: set VANTOR_PASSWORD or run on a terminal\n",
+                     command);
+        return false;
+    }
+    NSObject* expected = key->objectForKey_("Password"_ns);
+    if (!expected || !expected->isEqual_(NSString::stringWithUTF8String_(password.c_str()))) {
+        std::fprintf(stderr, "vantor-admin: %s: wrong password for the key in userkey/\n", command);
+        return false;
+    }
+    _workspace = VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, key);
+    if (!_workspace) {
+        std::fprintf(stderr,
+                     "vantor-admin: %s: no configuration here (conf/cro.vtr or conf/conf.vtr); run it in an "
+                     "installation directory\n",
+                     command);
+        return false;
+    }
+    _workspace->retain();
+    _host = NSRetain(_workspace->joinTransceiver());
+    return true;
+}
+
+Session::~Session() {
+    NSRelease(_host);
+    NSRelease(_workspace);
+    if (_locked) vtRemoveFile(kVTLockFile);
+}
+
+VTSheet* Session::sheetNamed(const char* name) {
+    VTSheet* sheet = _workspace->sheetNamed_(NSString::stringWithUTF8String_(name));
+    if (!sheet) std::fprintf(stderr, "vantor-admin: %s: no sheet named '%s'\n", _command, name);
+    return sheet;
+}
+
+}  // namespace admin

@@ -1,0 +1,158 @@
+// sync [--cycles N] [--port N] [--timeout SECONDS] | deltas
+//
+// sync: the transceiver's check cycles of the client, run in the
+// foreground as the user of the installation in the working directory (see
+// Session.h): the deltas waiting in the delta store go to the relay named
+// in transceiver.txt, and what the relay holds for the user is applied
+// through the workspace. Without --cycles it runs cycles until one goes
+// through to its end without moving anything; a cycle that can't reach the
+// relay, or that breaks off (a cut connection, a refused delta), ends it
+// with status 1, the deltas still waiting and the relay keeping the rest,
+// so that running it again goes on where it stopped. With --cycles it runs
+// exactly N and answers for the last one. --port: the relay's port
+// (default 8888); --timeout: how long each element of the exchange may
+// take, in seconds (default 30). Prints one line per cycle:
+//   cycle N: sent S, received R, waiting W
+//
+// deltas: the outgoing deltas waiting in the delta store, one JSON object
+// per line in sending order: {"to": ..., "action": ..., "sheet": ...,
+// "recordId": ..., "fields": [...]} ("fields" for set deltas only).
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "Json.h"
+#include "Session.h"
+#include "foundation/Foundation.h"
+#include "sync/LXDelta.h"
+#include "sync/LXSocket.h"
+#include "sync/LXTransceiver.h"
+#include "sync/LXUser.h"
+
+namespace admin {
+
+namespace {
+
+int syncUsage() {
+    std::fprintf(stderr,
+                 "usage: vantor-admin sync [--cycles N] [--port N] [--timeout SECONDS]\n"
+                 "       vantor-admin deltas\n"
+                 "The password of the key in userkey/ comes from VANTOR_PASSWORD or the terminal.\n");
+    return 2;
+}
+
+// A whole positive number within the limit, or -1.
+long parseCount(const char* text, long limit) {
+    char* end = nullptr;
+    long value = std::strtol(text, &end, 10);
+    return end && *end == 0 && end != text && value > 0 && value <= limit ? value : -1;
+}
+
+int sync(long cycles, uint32_t port) {
+    Session session;
+    if (!session.open("sync")) return 1;
+    NSString* host = session.relayHost();
+    if (!host || host->length() == 0) {
+        std::fprintf(stderr, "vantor-admin: sync: transceiver.txt names no relay host\n");
+        return 1;
+    }
+    LXTransceiver* transceiver = LXTransceiver::defaultTransceiver();
+    for (long n = 1;; n++) {
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        transceiver->checkWithPort_host_(port, host);
+        pool->release();
+        int32_t sent = transceiver->lastCycleSent();
+        int32_t received = transceiver->lastCycleReceived();
+        uint32_t waiting = transceiver->deltaCount();
+        bool complete = transceiver->lastCycleComplete();
+        std::fprintf(session.results(), "cycle %ld: sent %d, received %d, waiting %u\n", n, sent, received, waiting);
+        std::fflush(session.results());
+        bool quiet = complete && sent == 0 && received == 0 && waiting == 0;
+        if (cycles > 0 && n < cycles) continue;
+        if (complete && (quiet || cycles > 0)) return 0;
+        if (complete) continue;
+        std::fprintf(stderr,
+                     "vantor-admin: sync: the relay at %s port %u was not reached or broke off; %u delta(s) still "
+                     "waiting here\n",
+                     host->UTF8String(), port, waiting);
+        return 1;
+    }
+}
+
+int deltas() {
+    Session session;
+    if (!session.open("deltas")) return 1;
+    LXContainer* store = LXTransceiver::defaultTransceiver()->deltaRepository()->container();
+    // The sending order: the ids as text, as the delta store picks them.
+    NSArray* ids = store->idsForClass_(LXDelta::classObject())->sortedArrayUsingSelector_(NS_SEL("compare:"));
+    for (uint32_t i = 0; i < ids->count(); i++) {
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        auto* id = static_cast<NSString*>(ids->objectAtIndex_(i));
+        auto* delta = static_cast<LXDelta*>(store->queryById_class_(id->intValue(), LXDelta::classObject()));
+        NSObject* contents = NSNil(delta, &LXDelta::contents);
+        if (!contents || !contents->isKindOfClass_(NSDictionary::classObject())) {
+            std::fprintf(session.results(), "{\"unreadable\": %s}\n", id->UTF8String());
+            pool->release();
+            continue;
+        }
+        auto* c = static_cast<NSDictionary*>(contents);
+        NSMutableDictionary* shown = NSMutableDictionary::dictionary();
+        std::vector<NSObject*> order;
+        auto put = [&](const char* key, NSObject* value) {
+            if (!value) return;
+            NSString* k = NSString::stringWithUTF8String_(key);
+            shown->setObject_forKey_(value, k);
+            order.push_back(k);
+        };
+        put("to", NSNil(delta->addressee(), &LXUser::uniqueId));
+        put("action", c->objectForKey_("action"_ns));
+        put("sheet", c->objectForKey_("sheet"_ns));
+        NSObject* object = c->objectForKey_("object"_ns);
+        put("recordId", object && object->isKindOfClass_(NSDictionary::classObject())
+                                ? static_cast<NSDictionary*>(object)->objectForKey_("__recordId"_ns)
+                                : c->objectForKey_("objectId"_ns));
+        put("fields", c->objectForKey_("fields"_ns));
+        std::string json;
+        appendJSON(&json, shown, [&](NSDictionary* d) { return d == shown ? &order : nullptr; });
+        std::fprintf(session.results(), "%s\n", json.c_str());
+        pool->release();
+    }
+    return 0;
+}
+
+}  // namespace
+
+int runSync(int argc, char** argv) {
+    long cycles = 0;
+    uint32_t port = LXTransceiver::relayPort();
+    for (int i = 1; i < argc; i++) {
+        bool valued = i + 1 < argc;
+        if (valued && std::strcmp(argv[i], "--cycles") == 0) {
+            cycles = parseCount(argv[++i], 1000000);
+            if (cycles < 0) return syncUsage();
+        } else if (valued && std::strcmp(argv[i], "--port") == 0) {
+            long value = parseCount(argv[++i], 65535);
+            if (value < 0) return syncUsage();
+            port = static_cast<uint32_t>(value);
+        } else if (valued && std::strcmp(argv[i], "--timeout") == 0) {
+            char* end = nullptr;
+            double seconds = std::strtod(argv[++i], &end);
+            if (!end || *end != 0 || !(seconds > 0) || seconds > 3600) return syncUsage();
+            LXSocket::setDefaultReceiveTimeout_(seconds);
+            if (seconds < LXSocket::defaultConnectTimeout()) LXSocket::setDefaultConnectTimeout_(seconds);
+        } else {
+            return syncUsage();
+        }
+    }
+    return sync(cycles, port);
+}
+
+int runDeltas(int argc, char**) {
+    if (argc != 1) return syncUsage();
+    return deltas();
+}
+
+}  // namespace admin
