@@ -7,6 +7,8 @@ packages=(
     build-essential cmake pkg-config
     libgtest-dev libgmock-dev libbenchmark-dev
     libsqlite3-dev liblmdb-dev
+    # The relay benchmark (bench/relay_bench.cpp) compares with Redis.
+    redis-server redis-tools
     clang-14 libfuzzer-14-dev libclang-rt-14-dev
     wine wine64 wine64-tools libwine-dev fonts-wine
     xvfb xauth

@@ -1,0 +1,396 @@
+// The relay's throughput with a queue of 100,000 deltas, side by side with
+// Redis in the same run:
+//
+//   RelayDeposit    deposits/s: each one a new connection carrying one
+//                   delta, acknowledged once it is on disk (as the
+//                   transceiver's send phase does)
+//   RelayCollect    collects/s: one collect connection, each delta read
+//                   and acknowledged before the next comes (the receive
+//                   phase), each acknowledgement a delete in the store
+//   Redis/<mode>/LPUSH, Redis/<mode>/RPOP
+//                   redis-server with appendonly yes and appendfsync
+//                   everysec, then always; a list prefilled with 100,000
+//                   values of the delta's size; redis-benchmark -k 0 -c 1
+//                   (a new connection per request, one client at a time,
+//                   as the relay serves)
+//   Ratios          relay figure / Redis figure, per mode
+//
+// The delta is a Save of a record of 12 string fields (the "set" contents
+// of the workspace). vantor-relay is found beside this program's build
+// directory (../relay/vantor-relay) or at $VANTOR_RELAY_PATH; its store is
+// prefilled in process through the container's batch API. Build in
+// Release:
+//
+//   cmake -S . -B build-relay-release -DCMAKE_BUILD_TYPE=Release -DVANTOR_WINELIB=OFF
+//   cmake --build build-relay-release -j2 --target relay_bench vantor-relay
+//   build-relay-release/bench/relay_bench
+//
+// The relay writes no fsync (a killed process loses nothing, a power cut
+// may): Redis with everysec is the like-for-like peer, always is stronger.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "foundation/Foundation.h"
+#include "storage/LXContainer.h"
+#include "storage/NSArchiver.h"
+#include "sync/LXDelta.h"
+#include "sync/LXRelay.h"
+#include "sync/LXSocket.h"
+
+extern char** environ;
+
+namespace {
+
+constexpr int kQueue = 100000;
+constexpr int kRelayOperations = 300;
+const char* kSender = "John Smith/Sales/Acme-1";
+const char* kAddressee = "Jane Doe/R&D/Acme-2";
+
+NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// What a Save of one record of a 12-field sheet sends: the "set" contents
+// with the changed fields and the whole record, reserved keys included.
+LXDelta* saveDelta(int n) {
+    static const char* names[12] = {"name",  "firstName", "company", "unit",    "street", "city",
+                                    "phone", "mobile",    "email",   "country", "status", "notes"};
+    NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(10);
+    NSMutableArray* fields = NSMutableArray::array();
+    for (int i = 0; i < 12; i++) {
+        record->setObject_forKey_(ns(std::string(names[i]) + " value " + std::to_string(n) + " of a typical record"),
+                                  ns(names[i]));
+        fields->addObject_(ns(names[i]));
+    }
+    record->setObject_forKey_(ns(std::to_string(100000 + n)), "__recordId"_ns);
+    record->setObject_forKey_("2024-03-01 09:30:00"_ns, "__created"_ns);
+    record->setObject_forKey_(ns(kSender), "__creator"_ns);
+    record->setObject_forKey_("2024-03-02 14:05:00"_ns, "__modified"_ns);
+    record->setObject_forKey_(ns(kSender), "__modifier"_ns);
+    NSMutableDictionary* contents = NSMutableDictionary::dictionaryWithCapacity_(10);
+    contents->setObject_forKey_("set"_ns, "action"_ns);
+    contents->setObject_forKey_(fields, "fields"_ns);
+    contents->setObject_forKey_("contacts"_ns, "sheet"_ns);
+    contents->setObject_forKey_(record, "object"_ns);
+    LXDelta* delta = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Rk2pWn"_ns),
+                                                             LXUser::userWithString_(ns(kSender)), contents);
+    delta->setAddressee_(LXUser::userWithString_(ns(kAddressee)));
+    return delta;
+}
+
+NSData* archiveOf(NSObject* object) {
+    NSMutableData* data = NSMutableData::data();
+    NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
+    archiver->encodeObject_(object);
+    archiver->release();
+    return data;
+}
+
+uint32_t deltaSize() {
+    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    uint32_t size = archiveOf(saveDelta(1))->length();
+    pool->release();
+    return size;
+}
+
+std::string makeTempDir(const char* tag) {
+    std::string pattern = std::string("/tmp/") + tag + "-XXXXXX";
+    return mkdtemp(&pattern[0]) ? pattern : std::string();
+}
+
+// A program in the background with its output to a file.
+pid_t spawn(const std::vector<std::string>& args, const std::string& logPath) {
+    std::vector<char*> argv;
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    pid_t pid = -1;
+    if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
+    posix_spawn_file_actions_destroy(&actions);
+    return pid;
+}
+
+void stop(pid_t pid) {
+    if (pid <= 0) return;
+    kill(pid, SIGTERM);
+    auto start = std::chrono::steady_clock::now();
+    while (waitpid(pid, nullptr, WNOHANG) == 0) {
+        if (secondsSince(start) > 10) kill(pid, SIGKILL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+std::string run(const std::string& command) {
+    std::string out;
+    if (FILE* p = popen(command.c_str(), "r")) {
+        char buffer[4096];
+        size_t n;
+        while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) out.append(buffer, n);
+        pclose(p);
+    }
+    return out;
+}
+
+uint16_t freePort() {
+    LXSocket* probe = LXSocket::alloc()->init();
+    probe->bindToAddress_port_("127.0.0.1"_ns, 0);
+    uint16_t port = static_cast<uint16_t>(probe->localPort());
+    probe->release();
+    return port;
+}
+
+std::string relayPath() {
+    if (const char* path = getenv("VANTOR_RELAY_PATH")) return path;
+    char self[4096];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    std::string dir = n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string("./x");
+    dir = dir.substr(0, dir.rfind('/'));
+    return dir + "/../relay/vantor-relay";
+}
+
+// The relay under test: a store of kQueue deltas for one user, then the
+// process on a free port. Made once, at the first relay benchmark.
+struct Relay {
+    std::string dir;
+    pid_t pid = -1;
+    uint16_t port = 0;
+    double prefillSeconds = 0;
+    double startSeconds = 0;
+
+    bool start(benchmark::State& state) {
+        dir = makeTempDir("vt-relay-bench");
+        auto t0 = std::chrono::steady_clock::now();
+        NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
+        LXContainer* store = LXContainer::containerWithName_(ns(dir + "/" + LXRelay::kContainerName));
+        store->beginBatch();
+        for (int i = 0; i < kQueue; i++) {
+            NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
+            store->set_(saveDelta(i));
+            inner->release();
+        }
+        bool written = store->endBatch();
+        outer->release();
+        prefillSeconds = secondsSince(t0);
+        if (!written) {
+            state.SkipWithError("prefill failed");
+            return false;
+        }
+        auto t1 = std::chrono::steady_clock::now();
+        std::string log = dir + "/relay.log";
+        pid = spawn({relayPath(), "--port", "0", "--dir", dir}, log);
+        while (pid > 0 && readFile(log).find("listening on port ") == std::string::npos) {
+            if (secondsSince(t1) > 300 || waitpid(pid, nullptr, WNOHANG) != 0) {
+                state.SkipWithError(("vantor-relay did not start: " + relayPath()).c_str());
+                pid = -1;
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        startSeconds = secondsSince(t1);
+        std::string text = readFile(log);
+        port = static_cast<uint16_t>(atoi(text.c_str() + text.find("listening on port ") + 18));
+        return pid > 0;
+    }
+    ~Relay() {
+        stop(pid);
+        if (!dir.empty()) run("rm -rf '" + dir + "'");
+    }
+};
+
+Relay* gRelay = nullptr;
+std::map<std::string, double> gFigures;
+
+Relay* relay(benchmark::State& state) {
+    if (!gRelay) {
+        gRelay = new Relay();
+        if (!gRelay->start(state)) return nullptr;
+    }
+    return gRelay->pid > 0 ? gRelay : nullptr;
+}
+
+void BM_RelayDeposit(benchmark::State& state) {
+    Relay* r = relay(state);
+    if (!r) return;
+    NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
+    NSData* archive = archiveOf(saveDelta(kQueue));
+    int refused = 0;
+    auto t0 = std::chrono::steady_clock::now();
+    for (auto _ : state) {
+        NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
+        LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_("Mq7Tarn"_ns);
+        socket->connect_port_("127.0.0.1"_ns, r->port);
+        socket->sendInt_(1);
+        socket->sendString_("2"_ns);
+        // sendData: enciphers in place: a fresh copy each time.
+        socket->sendData_(NSMutableData::dataWithData_(archive));
+        if (socket->readInt() != 1) refused++;
+        socket->release();
+        inner->release();
+    }
+    double rate = static_cast<double>(state.iterations()) / secondsSince(t0);
+    outer->release();
+    if (refused) state.SkipWithError("a deposit was not acknowledged");
+    gFigures["deposit"] = rate;
+    state.counters["deposits/s"] = rate;
+    state.counters["delta_bytes"] = deltaSize();
+    state.counters["prefill_s"] = r->prefillSeconds;
+    state.counters["start_s"] = r->startSeconds;
+}
+BENCHMARK(BM_RelayDeposit)->Iterations(kRelayOperations)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_RelayCollect(benchmark::State& state) {
+    Relay* r = relay(state);
+    if (!r) return;
+    NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
+    LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_("Mq7Tarn"_ns);
+    socket->connect_port_("127.0.0.1"_ns, r->port);
+    socket->sendInt_(2);
+    socket->sendString_("2"_ns);
+    socket->sendString_("dummy_group"_ns);
+    int32_t waiting = socket->readInt();
+    bool broken = false;
+    auto t0 = std::chrono::steady_clock::now();
+    for (auto _ : state) {
+        NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
+        NSObject* delta = socket->readObject();
+        if (!delta || !delta->isKindOfClass_(LXDelta::classObject())) broken = true;
+        socket->sendInt_(1);
+        inner->release();
+    }
+    double rate = static_cast<double>(state.iterations()) / secondsSince(t0);
+    socket->release();
+    outer->release();
+    if (broken || waiting < kQueue) state.SkipWithError("the collect broke or the queue was short");
+    gFigures["collect"] = rate;
+    state.counters["collects/s"] = rate;
+    state.counters["queue"] = waiting;
+}
+BENCHMARK(BM_RelayCollect)->Iterations(kRelayOperations)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// ---------------------------------------------------------------------------
+// Redis, one server per durability mode, its list prefilled like the relay's
+// queue.
+
+struct Redis {
+    std::string mode;
+    std::string dir;
+    pid_t pid = -1;
+    uint16_t port = 0;
+
+    std::string cli(const std::string& command) const {
+        return run("redis-cli -h 127.0.0.1 -p " + std::to_string(port) + " " + command + " 2>/dev/null");
+    }
+    bool start(const std::string& fsyncMode, uint32_t valueSize, benchmark::State& state) {
+        mode = fsyncMode;
+        dir = makeTempDir("vt-redis-bench");
+        port = freePort();
+        pid = spawn({"redis-server", "--port", std::to_string(port), "--bind", "127.0.0.1", "--dir", dir,
+                     "--appendonly", "yes", "--appendfsync", mode, "--save", "", "--daemonize", "no"},
+                    dir + "/redis.log");
+        auto t0 = std::chrono::steady_clock::now();
+        while (pid > 0 && cli("ping").find("PONG") == std::string::npos) {
+            if (secondsSince(t0) > 10 || waitpid(pid, nullptr, WNOHANG) != 0) {
+                state.SkipWithError("redis-server did not start (apt-get install redis-server redis-tools)");
+                pid = -1;
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(port) + " -c 1 -P 100 -q -t lpush -n " +
+            std::to_string(kQueue) + " -d " + std::to_string(valueSize) + " >/dev/null 2>&1");
+        return atoi(cli("llen mylist").c_str()) >= kQueue;
+    }
+    ~Redis() {
+        stop(pid);
+        if (!dir.empty()) run("rm -rf '" + dir + "'");
+    }
+};
+
+Redis* gRedis = nullptr;
+
+Redis* redisFor(const std::string& mode, benchmark::State& state) {
+    if (gRedis && gRedis->mode == mode) return gRedis->pid > 0 ? gRedis : nullptr;
+    delete gRedis;
+    gRedis = new Redis();
+    if (!gRedis->start(mode, deltaSize(), state)) {
+        if (gRedis->pid > 0) state.SkipWithError("the Redis list could not be prefilled");
+        return nullptr;
+    }
+    return gRedis;
+}
+
+// requests/s of one redis-benchmark test (lower case), or 0.
+double redisBenchmark(const Redis& r, const std::string& test, int requests) {
+    std::string out = run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(r.port) + " -c 1 -k 0 --csv -t " +
+                          test + " -n " + std::to_string(requests) + " -d " + std::to_string(deltaSize()) +
+                          " 2>/dev/null");
+    std::string upper;
+    for (char c : test) upper += static_cast<char>(toupper(c));
+    size_t at = out.find("\"" + upper + "\",\"");
+    return at == std::string::npos ? 0 : atof(out.c_str() + at + upper.size() + 4);
+}
+
+void BM_Redis(benchmark::State& state, const char* mode, const char* test, int requests) {
+    Redis* r = redisFor(mode, state);
+    if (!r) return;
+    int before = atoi(r->cli("llen mylist").c_str());
+    double rate = 0;
+    for (auto _ : state) rate = redisBenchmark(*r, test, requests);
+    if (rate <= 0) state.SkipWithError("redis-benchmark gave no figure");
+    gFigures[std::string(mode) + "/" + test] = rate;
+    state.counters["requests/s"] = rate;
+    state.counters["list_length"] = before;
+}
+BENCHMARK_CAPTURE(BM_Redis, everysec/LPUSH, "everysec", "lpush", 20000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, everysec/RPOP, "everysec", "rpop", 20000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, always/LPUSH, "always", "lpush", 5000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, always/RPOP, "always", "rpop", 5000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// Ends the servers however the run was filtered.
+struct StopServersAtExit {
+    ~StopServersAtExit() {
+        delete gRedis;
+        delete gRelay;
+    }
+} gStopServersAtExit;
+
+// The relay's figures over Redis's: deposit against LPUSH, collect against
+// RPOP, per durability mode.
+void BM_Ratios(benchmark::State& state) {
+    for (auto _ : state) {
+    }
+    for (const char* mode : {"everysec", "always"}) {
+        double lpush = gFigures[std::string(mode) + "/lpush"];
+        double rpop = gFigures[std::string(mode) + "/rpop"];
+        state.counters[std::string("deposit/LPUSH_") + mode] = lpush > 0 ? gFigures["deposit"] / lpush : 0;
+        state.counters[std::string("collect/RPOP_") + mode] = rpop > 0 ? gFigures["collect"] / rpop : 0;
+    }
+}
+BENCHMARK(BM_Ratios)->Iterations(1);
+
+}  // namespace
