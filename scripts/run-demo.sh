@@ -2,7 +2,10 @@
 # Installs what is missing, builds, and runs the demo installation: the
 # client under Wine (headless, non-interactive) in a fresh working directory
 # made from demo/ (its start-up builds the workspace and makes the first
-# admin's user row), then vantor-admin on that installation.
+# admin's user row), then vantor-admin on that installation, then
+# replication: a relay and two headless clients (replication-demo.sh) in
+# build/replication-demo/, with the relay on $VANTOR_DEMO_PORT (default
+# 8888).
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
@@ -13,7 +16,8 @@ cmake --build build -j"${VANTOR_JOBS:-2}"
 
 client="$root/build/app/vantor.exe.so"
 admin="$root/build/admin/vantor-admin"
-for program in "$client" "$admin"; do
+relay="$root/build/relay/vantor-relay"
+for program in "$client" "$admin" "$relay"; do
     if [[ ! -x "$program" ]]; then
         echo "run-demo: $program was not built" >&2
         exit 1
@@ -37,4 +41,7 @@ echo "== vantor-admin config check"
 (cd "$workdir" && "$admin" config check)
 echo "== vantor-admin sheet list"
 (cd "$workdir" && "$admin" sheet list)
+
+echo "== replication: a relay and two headless clients"
+bash "$root/scripts/replication-demo.sh" "$root/build/replication-demo" "${VANTOR_DEMO_PORT:-8888}"
 exit $status
