@@ -235,6 +235,23 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
     }
     NSMutableArray* queue = _index->objectsForKey_(user);
     socket->sendInt_(static_cast<int32_t>(queue->count()));
+    // The deletes of acknowledged deltas reach the store's index file in
+    // groups, not one full index write each (megabytes with a long
+    // queue); a group ends every kDeleteBatch deltas and when the collect
+    // ends, however it ends. A relay killed inside a group delivers that
+    // group's deltas again, as a lost acknowledgement would.
+    struct DeleteBatch {
+        LXContainer* store;
+        uint32_t pending = 0;
+        explicit DeleteBatch(LXContainer* c) : store(c) { store->beginBatch(); }
+        ~DeleteBatch() { store->endBatch(); }
+        void deleted() {
+            if (++pending < kDeleteBatch) return;
+            store->endBatch();
+            store->beginBatch();
+            pending = 0;
+        }
+    } batch(_container);
     while (queue->count() > 0) {
         NSAutoreleasePool* turn = NSAutoreleasePool::alloc()->init();
         int identifier = static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue();
@@ -258,6 +275,7 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
         }
         queue->removeObjectAtIndex_(0);
         _container->delete_(delta);
+        batch.deleted();
         turn->release();
     }
 }
