@@ -51,10 +51,11 @@
 #include "sync/LXDelta.h"
 #include "sync/LXRelay.h"
 #include "sync/LXSocket.h"
-
-extern char** environ;
+#include "BenchProcess.h"
 
 namespace {
+
+using namespace vt_bench;
 
 constexpr int kQueue = 100000;
 constexpr int kRelayOperations = 300;
@@ -62,15 +63,6 @@ const char* kSender = "John Smith/Sales/Acme-1";
 const char* kAddressee = "Jane Doe/R&D/Acme-2";
 
 NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-double secondsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 // What a Save of one record of a 12-field sheet sends: the "set" contents
 // with the changed fields and the whole record, reserved keys included.
@@ -115,47 +107,6 @@ uint32_t deltaSize() {
     return size;
 }
 
-std::string makeTempDir(const char* tag) {
-    std::string pattern = std::string("/tmp/") + tag + "-XXXXXX";
-    return mkdtemp(&pattern[0]) ? pattern : std::string();
-}
-
-// A program in the background with its output to a file.
-pid_t spawn(const std::vector<std::string>& args, const std::string& logPath) {
-    std::vector<char*> argv;
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, 1, 2);
-    pid_t pid = -1;
-    if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
-}
-
-void stop(pid_t pid) {
-    if (pid <= 0) return;
-    kill(pid, SIGTERM);
-    auto start = std::chrono::steady_clock::now();
-    while (waitpid(pid, nullptr, WNOHANG) == 0) {
-        if (secondsSince(start) > 10) kill(pid, SIGKILL);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-}
-
-std::string run(const std::string& command) {
-    std::string out;
-    if (FILE* p = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        size_t n;
-        while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) out.append(buffer, n);
-        pclose(p);
-    }
-    return out;
-}
-
 uint16_t freePort() {
     LXSocket* probe = LXSocket::alloc()->init();
     probe->bindToAddress_port_("127.0.0.1"_ns, 0);
@@ -164,14 +115,7 @@ uint16_t freePort() {
     return port;
 }
 
-std::string relayPath() {
-    if (const char* path = getenv("VANTOR_RELAY_PATH")) return path;
-    char self[4096];
-    ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    std::string dir = n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string("./x");
-    dir = dir.substr(0, dir.rfind('/'));
-    return dir + "/../relay/vantor-relay";
-}
+std::string relayPath() { return builtProgram("VANTOR_RELAY_PATH", "relay/vantor-relay"); }
 
 // The relay under test: a store of kQueue deltas for one user, then the
 // process on a free port. Made once, at the first relay benchmark.

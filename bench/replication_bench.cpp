@@ -1,0 +1,204 @@
+// Replication end to end: one relay and N installations on loopback, each
+// with its headless client (vantor-admin), for N = 2, 10 and 50.
+//
+// Set-up (not timed): the demo installation of the first admin, N-1 more
+// users made there as records, a key for each (key make), an installation
+// for each with the configuration and the key, every record pushed to each
+// ("Send all records") and collected, so that all N hold the same records.
+//
+// Timed: a burst of 1,000 new records at the first installation (one Save
+// each, through `record set` with an array) and its sync, while every
+// other installation syncs over and over until it holds all 1,000:
+//
+//   seconds        from the start of the burst until the last installation
+//                  holds every record of it
+//   deltas         1,000 x (N-1): one per record and other user
+//   deltas/s       deltas / seconds, through the relay
+//   relay_cpu_us   the relay's CPU time (user + system) per delta, for its
+//                  deposit and its collect
+//
+//   cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DVANTOR_WINELIB=OFF
+//   cmake --build build-release -j2 --target replication_bench vantor-relay vantor-admin
+//   build-release/bench/replication_bench
+//
+// The programs are found beside this one (../relay, ../admin) or at
+// $VANTOR_RELAY_PATH and $VANTOR_ADMIN_PATH; the demo and its scripts in the
+// source tree this file is in.
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "BenchProcess.h"
+
+namespace {
+
+using namespace vt_bench;
+
+constexpr int kBurst = 1000;
+
+std::string sourceDir() {
+    std::string here = __FILE__;
+    return here.substr(0, here.rfind("/bench/"));
+}
+
+std::string quote(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+struct Installation {
+    std::string dir;
+    std::string password;
+    // A vantor-admin command in the installation; its standard output.
+    std::string admin(const std::string& args, const std::string& input = "") const {
+        std::string command = "(cd " + quote(dir) + " && VANTOR_NONINTERACTIVE=1 VANTOR_PASSWORD=" +
+                              quote(password) + " " + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) +
+                              " " + args + ") 2>/dev/null";
+        if (!input.empty()) {
+            std::string file = dir + "/.bench-input";
+            FILE* f = std::fopen(file.c_str(), "w");
+            if (f) {
+                std::fwrite(input.data(), 1, input.size(), f);
+                std::fclose(f);
+            }
+            command += " < " + quote(file);
+        }
+        return run(command);
+    }
+    // Syncs until a run ends with nothing left to move (a failed run is
+    // repeated).
+    void sync(uint16_t port) const {
+        for (int i = 0; i < 20; i++) {
+            std::string out = admin("sync --port " + std::to_string(port) + "; echo status=$?");
+            if (out.find("status=0") != std::string::npos) return;
+        }
+    }
+    int tasksWith(const std::string& tag) const {
+        std::string out = admin("record list task");
+        int n = 0;
+        for (size_t at = out.find("\"" + tag + " "); at != std::string::npos; at = out.find("\"" + tag + " ", at + 1))
+            n++;
+        return n;
+    }
+};
+
+struct Network {
+    std::string root;
+    pid_t relay = -1;
+    uint16_t port = 0;
+    std::vector<Installation> installations;
+
+    bool start(int n, std::string* why) {
+        root = makeTempDir("vt-replication-bench");
+        std::string log = root + "/relay.log";
+        run("mkdir -p " + quote(root + "/relay"));
+        relay = spawn({builtProgram("VANTOR_RELAY_PATH", "relay/vantor-relay"), "--port", "0", "--dir",
+                       root + "/relay"},
+                      log);
+        auto t0 = std::chrono::steady_clock::now();
+        while (readFile(log).find("listening on port ") == std::string::npos) {
+            if (secondsSince(t0) > 10) {
+                *why = "vantor-relay did not start";
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        std::string text = readFile(log);
+        port = static_cast<uint16_t>(std::atoi(text.c_str() + text.find("listening on port ") + 18));
+
+        Installation first{root + "/i0", "vantor-demo"};
+        run("VANTOR_ADMIN_PATH=" + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) + " bash " +
+            quote(sourceDir() + "/scripts/new-workdir.sh") + " " + quote(first.dir) + " >/dev/null 2>&1");
+        run("echo 127.0.0.1 > " + quote(first.dir + "/transceiver.txt"));
+        installations.push_back(first);
+        std::string users = "[";
+        for (int i = 1; i < n; i++) {
+            users += std::string(i > 1 ? "," : "") + R"({"firstName": "User", "lastName": "Number)" +
+                     std::to_string(i) + R"(", "orgUnit": "Bench", "company": "Demo", "role": "manager",
+                        "groups": "demo-group-admins"})";
+        }
+        std::string ids = n > 1 ? first.admin("record set user", users + "]") : "";
+        size_t start = 0;
+        for (int i = 1; i < n; i++) {
+            size_t end = ids.find('\n', start);
+            if (end == std::string::npos) {
+                *why = "the users were not made";
+                return false;
+            }
+            std::string id = ids.substr(start, end - start);
+            start = end + 1;
+            Installation other{root + "/i" + std::to_string(i), "password-" + std::to_string(i)};
+            std::string key = first.admin("key make " + id + " --password-stdin", other.password + "\n");
+            key = key.substr(0, key.find('\n'));
+            run("mkdir -p " + quote(other.dir + "/userkey") + " " + quote(other.dir + "/data") + " && cp -r " +
+                quote(sourceDir() + "/demo/conf") + " " + quote(other.dir) + " && mv " + quote(first.dir + "/" + key) +
+                " " + quote(other.dir + "/userkey/") + " && echo 127.0.0.1 > " +
+                quote(other.dir + "/transceiver.txt"));
+            first.admin("record action user " + id + " VTActionPushSpaces");
+            installations.push_back(other);
+        }
+        for (const Installation& i : installations) i.sync(port);
+        return true;
+    }
+    ~Network() {
+        stop(relay);
+        if (!root.empty()) run("rm -rf " + quote(root));
+    }
+};
+
+void BM_Burst(benchmark::State& state) {
+    const int n = static_cast<int>(state.range(0));
+    for (auto _ : state) {
+        Network network;
+        std::string why;
+        if (!network.start(n, &why)) {
+            state.SkipWithError(why.c_str());
+            return;
+        }
+        std::string burst = "[";
+        for (int i = 0; i < kBurst; i++)
+            burst += std::string(i ? "," : "") + R"({"title": "burst )" + std::to_string(i) + R"(", "state": "open"})";
+        burst += "]";
+        double cpu0 = cpuSecondsOf(network.relay);
+        auto t0 = std::chrono::steady_clock::now();
+        std::atomic<int> behind{n - 1};
+        std::vector<std::thread> receivers;
+        for (int i = 1; i < n; i++) {
+            receivers.emplace_back([&, i] {
+                const Installation& me = network.installations[static_cast<size_t>(i)];
+                // A client polls its relay now and then (the client's
+                // transceiver every few seconds); here once a second.
+                for (;;) {
+                    me.sync(network.port);
+                    if (me.tasksWith("burst") >= kBurst || secondsSince(t0) > 3600) break;
+                    std::this_thread::sleep_for(std::chrono::seconds(1));
+                }
+                behind--;
+            });
+        }
+        const Installation& sender = network.installations[0];
+        sender.admin("record set task", burst);
+        double burstSeconds = secondsSince(t0);
+        sender.sync(network.port);
+        for (std::thread& t : receivers) t.join();
+        double seconds = secondsSince(t0);
+        double deltas = static_cast<double>(kBurst) * (n - 1);
+        state.SetIterationTime(seconds);
+        state.counters["seconds"] = seconds;
+        state.counters["burst_saves_s"] = burstSeconds;
+        state.counters["deltas"] = deltas;
+        state.counters["deltas/s"] = deltas / seconds;
+        state.counters["relay_cpu_us"] = (cpuSecondsOf(network.relay) - cpu0) / deltas * 1e6;
+        if (behind != 0) state.SkipWithError("an installation did not receive the whole burst");
+    }
+}
+
+BENCHMARK(BM_Burst)->Arg(2)->Arg(10)->Arg(50)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+}  // namespace
