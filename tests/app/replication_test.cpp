@@ -97,10 +97,10 @@ protected:
         WorkspaceTest::TearDown();
     }
 
-    // A client of `me` among `users`, current from now on; `seed` stores
+    // A client of `me` among `users`, current from now on; `prepare` stores
     // records before the workspace loads them.
     Client& client(const Person& me, std::vector<Person> users = {kAda, kBob, kCy},
-                   const std::function<void()>& seed = {}) {
+                   const std::function<void()>& prepare = {}) {
         auto c = std::make_unique<Client>();
         c->dir = (root / me.id).string();
         std::filesystem::create_directories(c->dir);
@@ -115,7 +115,7 @@ protected:
             store->set_(r);
         }
         store->release();
-        if (seed) seed();
+        if (prepare) prepare();
         c->outbox = LXDeltaRepository::alloc()->init();
         enter(*c);
         c->w = build(key(userIdOf(me).c_str(), me.id));

@@ -69,7 +69,8 @@ struct FaultPlan {
 };
 
 struct FaultProxyOptions {
-    uint32_t seed = 1;
+    // Picks the random sequence: the same number gives the same fates.
+    uint32_t sequence = 1;
     // Relative weights of the fates; all zero means every connection passes.
     unsigned passWeight = 1;
     unsigned cutWeight = 1;
@@ -84,14 +85,14 @@ struct FaultProxyOptions {
     int chunkDelayMs = 0;
 };
 
-// The sequence of plans for a seed. Three numbers are drawn per connection
-// whatever its fate, so connection n's plan depends only on the seed and n;
+// The plans of one random sequence. Three numbers are drawn per connection
+// whatever its fate, so connection n's plan depends only on the sequence and n;
 // the numbers are mapped by hand rather than through the standard
 // distributions, whose output differs between library implementations
 // (std::mt19937's own output is fixed by the language).
 class FaultPlanner {
 public:
-    explicit FaultPlanner(const FaultProxyOptions& options) : _options(options), _random(options.seed) {}
+    explicit FaultPlanner(const FaultProxyOptions& options) : _options(options), _random(options.sequence) {}
 
     FaultPlan next() {
         uint32_t fateDraw = static_cast<uint32_t>(_random());

@@ -1,6 +1,6 @@
 // FaultProxy: bytes pass both ways intact; each fault is seen by the client
 // and by the target as the network failure it stands for, at the byte the
-// plan says; a seed replays its fates; stop() is prompt and leaves nothing.
+// plan says; a sequence replays its fates; stop() is prompt and leaves nothing.
 #include "tests/support/FaultProxy.h"
 
 #include <dirent.h>
@@ -100,8 +100,8 @@ int dial(uint16_t port) {
     return fd;
 }
 
-std::string randomBytes(size_t n, uint32_t seed) {
-    std::mt19937 random(seed);
+std::string randomBytes(size_t n, uint32_t sequence) {
+    std::mt19937 random(sequence);
     std::string out(n, '\0');
     for (char& c : out) c = static_cast<char>(random());
     return out;
@@ -220,9 +220,9 @@ private:
     std::vector<Record> _records;
 };
 
-FaultProxyOptions only(Fate fate, uint32_t seed) {
+FaultProxyOptions only(Fate fate, uint32_t sequence) {
     FaultProxyOptions options;
-    options.seed = seed;
+    options.sequence = sequence;
     options.passWeight = fate == Fate::Pass;
     options.cutWeight = fate == Fate::Cut;
     options.resetWeight = fate == Fate::Reset;
@@ -294,15 +294,15 @@ TEST(FaultProxy, ChunkDelayHoldsEachChunkBothWays) {
 
 // Cut: both ends read EOF, nothing else; the target has exactly the bytes
 // the plan lets through toward it, the client exactly those toward it.
-void checkCuts(size_t maxFaultOffset, uint32_t seed, size_t n) {
+void checkCuts(size_t maxFaultOffset, uint32_t sequence, size_t n) {
     SCOPED_TRACE("maxFaultOffset " + std::to_string(maxFaultOffset));
     ReplyServer server(kRequest);
-    FaultProxyOptions options = only(Fate::Cut, seed);
+    FaultProxyOptions options = only(Fate::Cut, sequence);
     options.maxFaultOffset = maxFaultOffset;
     std::vector<FaultPlan> plans = FaultProxy::plans(options, n);
-    ASSERT_TRUE(bothDirections(plans)) << "choose another seed";
+    ASSERT_TRUE(bothDirections(plans)) << "choose another sequence";
     FaultProxy proxy(server.port(), options);
-    std::string request = randomBytes(kRequest, seed);
+    std::string request = randomBytes(kRequest, sequence);
     for (size_t i = 0; i < n; i++) {
         SCOPED_TRACE("connection " + std::to_string(i) + ", offset " + std::to_string(plans[i].offset));
         Received r = exchange(proxy.port(), request);
@@ -446,7 +446,7 @@ std::vector<Fate> runFates(uint16_t target, const FaultProxyOptions& options, si
 TEST(FaultProxy, TheSameSeedGivesTheSameFates) {
     ReplyServer server(kRequest);
     FaultProxyOptions options;
-    options.seed = 11;
+    options.sequence = 11;
     options.stallSeconds = 0.05;
     const size_t n = 15;
     std::vector<Fate> planned;
@@ -456,7 +456,7 @@ TEST(FaultProxy, TheSameSeedGivesTheSameFates) {
     EXPECT_EQ(first, planned);
     EXPECT_EQ(second, planned);
     EXPECT_GE(std::set<Fate>(planned.begin(), planned.end()).size(), 4u);
-    options.seed = 12;
+    options.sequence = 12;
     EXPECT_NE(runFates(server.port(), options, n), planned);
 }
 

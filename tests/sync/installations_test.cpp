@@ -9,6 +9,7 @@
 // installations; each test makes its own records.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,6 +76,8 @@ public:
                 close(fd);
             }
             setpgid(0, 0);
+            // Ends with the test, also when the test itself is killed.
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
             execl("/bin/sh", "sh", "-c", commandLine.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }
@@ -424,7 +427,7 @@ TEST_F(InstallationsTest, CutResetAndStalledConnectionsLoseNothing) {
     // One connection in five goes wrong, in every way; a stall outlasts
     // the time-outs of both ends (2 s).
     vt_test::FaultProxyOptions options;
-    options.seed = 20261122;
+    options.sequence = 20261122;
     options.passWeight = 16;
     options.stallSeconds = 3;
     vt_test::FaultProxy proxy(static_cast<uint16_t>(relay->port()), options);
