@@ -33,6 +33,19 @@ protected:
     uint8_t _locked = 0;
 };
 
+// Holds a lock for one C++ scope: locks on construction, unlocks at the end
+// of the scope, on every way out.
+class NSLockScope {
+public:
+    explicit NSLockScope(NSLock* lock) : _lock(lock) { _lock->lock(); }
+    ~NSLockScope() { _lock->unlock(); }
+    NSLockScope(const NSLockScope&) = delete;
+    NSLockScope& operator=(const NSLockScope&) = delete;
+
+private:
+    NSLock* _lock;
+};
+
 // Counts its own depth. Nothing in the system uses it.
 class NSRecursiveLock : public NSLock {
     NS_DECLARE_CLASS(NSRecursiveLock, NSLock)

@@ -73,18 +73,6 @@ NSString* queueKeyOf(LXDelta* delta) {
     return key && key->length() > 0 ? key : nullptr;
 }
 
-// Holds the relay's lock for one scope.
-class Held {
-public:
-    explicit Held(NSLock* lock) : _lock(lock) { _lock->lock(); }
-    ~Held() { _lock->unlock(); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-
-private:
-    NSLock* _lock;
-};
-
 }  // namespace
 
 LXRelay* LXRelay::init() {
@@ -183,7 +171,7 @@ void LXRelay::serve(LXSocket* connection) {
         LOG("connection closed before its command");
         return;
     }
-    Held held(_lock);
+    NSLockScope held(_lock);
     LOG("new connection accepted - %d", command);
     if (command == 1) {
         processIncoming_(connection);

@@ -59,18 +59,6 @@ namespace {
 
 LXTransceiver* gDefaultTransceiver = nullptr;
 
-// Holds the store lock for one scope.
-class StoreLock {
-public:
-    explicit StoreLock(NSLock* lock) : _lock(lock) { _lock->lock(); }
-    ~StoreLock() { _lock->unlock(); }
-    StoreLock(const StoreLock&) = delete;
-    StoreLock& operator=(const StoreLock&) = delete;
-
-private:
-    NSLock* _lock;
-};
-
 NSString* wireKey() { return NSString::stringWithUTF8String_(LXTransceiver::kWireKey); }
 
 const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
@@ -99,22 +87,22 @@ LXTransceiver* LXTransceiver::init() {
 
 void LXTransceiver::registerPool_(LXPool* pool) {
     if (!pool || !pool->poolName()) return;
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     _pools->setObject_forKey_(pool, pool->poolName());
 }
 
 void LXTransceiver::setUser_(LXUser* user) {
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     _user.set(user);
 }
 
 LXUser* LXTransceiver::user() {
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     return NSAutorelease(NSRetain(_user.get()));
 }
 
 NSDictionary* LXTransceiver::pools() {
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     NSMutableDictionary* copy = NSMutableDictionary::dictionaryWithCapacity_(10);
     NSArray* names = _pools->allKeys();
     for (uint32_t i = 0; i < names->count(); i++) {
@@ -126,13 +114,13 @@ NSDictionary* LXTransceiver::pools() {
 
 void LXTransceiver::post_to_(LXDelta* delta, LXUser* user) {
     if (!delta) return;
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     delta->setAddressee_(user);
     _deltaRepository->addDelta_(delta);
 }
 
 uint32_t LXTransceiver::deltaCount() {
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     return _deltaRepository->count();
 }
 
@@ -141,12 +129,12 @@ void LXTransceiver::lock() { _lock->lock(); }
 void LXTransceiver::unlock() { _lock->unlock(); }
 
 void LXTransceiver::setLifetime_(NSDate* date) {
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     _lifetime.set(date);
 }
 
 bool LXTransceiver::lifetimeHasPassed() {
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     return _lifetime && _lifetime->timeIntervalSinceNow() < 0;
 }
 
@@ -214,7 +202,7 @@ void LXTransceiver::checkWithPort_host_(uint32_t port, NSString* host) {
 bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
     Ref<NSArray> ids;
     {
-        StoreLock held(_lock);
+        NSLockScope held(_lock);
         ids = retainRef(_deltaRepository->sortedIds());
     }
     const uint32_t budget = ids->count();
@@ -234,7 +222,7 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
         LXDelta* delta;
         {
-            StoreLock held(_lock);
+            NSLockScope held(_lock);
             delta = _deltaRepository->deltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(sent)));
         }
         LOG("checking deltas - to be sent: %d", static_cast<int>(budget - sent));
@@ -277,7 +265,7 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
 
 void LXTransceiver::removeDeltas(NSMutableArray* deltas) {
     if (deltas->count() == 0) return;
-    StoreLock held(_lock);
+    NSLockScope held(_lock);
     LXContainer* store = _deltaRepository->container();
     store->beginBatch();
     for (uint32_t i = 0; i < deltas->count(); i++) _deltaRepository->removeDelta_(static_cast<LXDelta*>(deltas->objectAtIndex_(i)));
@@ -319,7 +307,7 @@ int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user)
         NSString* name = NSNil(delta->pool(), &LXPool::poolName);
         LXPool* pool;
         {
-            StoreLock held(_lock);
+            NSLockScope held(_lock);
             pool = static_cast<LXPool*>(NSAutorelease(NSRetain(name ? _pools->objectForKey_(name) : nullptr)));
         }
         if (!pool) {
