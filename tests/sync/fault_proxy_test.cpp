@@ -2,6 +2,7 @@
 // and by the target as the network failure it stands for, at the byte the
 // plan says; a sequence replays its fates; stop() is prompt and leaves nothing.
 #include "tests/support/FaultProxy.h"
+#include "tests/support/LoopbackSocket.h"
 
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 
 namespace {
 
+using vt_test::connectLoopback;
 using vt_test::Direction;
 using vt_test::Fate;
 using vt_test::FaultPlan;
@@ -85,19 +87,6 @@ Received readFrom(int fd, size_t want, int silenceMs = 2000, const std::atomic<b
     }
     r.seconds = secondsSince(start);
     return r;
-}
-
-int dial(uint16_t port) {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
 }
 
 std::string randomBytes(size_t n, uint32_t sequence) {
@@ -238,7 +227,7 @@ const size_t kRequest = 300;
 // One request through the proxy, read until the reply is complete or the
 // connection ends.
 Received exchange(uint16_t port, const std::string& request, int silenceMs = 2000) {
-    int fd = dial(port);
+    int fd = connectLoopback(port);
     EXPECT_GE(fd, 0);
     EXPECT_TRUE(sendAll(fd, request));
     Received r = readFrom(fd, request.size(), silenceMs);
@@ -260,7 +249,7 @@ TEST(FaultProxy, PassForwardsBothWaysFaithfullyWithHalfClose) {
         // More than the proxy reads at once, and sent while the echo comes
         // back, so that both directions are busy together.
         std::string message = randomBytes(96 * 1024 + i, i);
-        int fd = dial(proxy.port());
+        int fd = connectLoopback(proxy.port());
         ASSERT_GE(fd, 0);
         std::thread sender([&] {
             EXPECT_TRUE(sendAll(fd, message));
@@ -292,8 +281,20 @@ TEST(FaultProxy, ChunkDelayHoldsEachChunkBothWays) {
     EXPECT_GE(secondsSince(start), 0.12);  // one chunk each way
 }
 
-// Cut: both ends read EOF, nothing else; the target has exactly the bytes
-// the plan lets through toward it, the client exactly those toward it.
+// A fault struck where its plan says: the target has exactly the bytes the
+// plan lets through toward it, the client exactly those toward it.
+void expectStruckAt(const FaultPlan& plan, const std::string& request, const ReplyServer::Record& record,
+                    const Received& r) {
+    if (plan.direction == Direction::ToClient) {
+        EXPECT_EQ(record.received, kRequest);
+        EXPECT_TRUE(r.bytes == request.substr(0, plan.offset)) << r.bytes.size();
+    } else {
+        EXPECT_EQ(record.received, plan.offset);
+        EXPECT_EQ(r.bytes.size(), 0u);
+    }
+}
+
+// Cut: both ends read EOF, nothing else, at the planned byte.
 void checkCuts(size_t maxFaultOffset, uint32_t sequence, size_t n) {
     SCOPED_TRACE("maxFaultOffset " + std::to_string(maxFaultOffset));
     ReplyServer server(kRequest);
@@ -310,13 +311,7 @@ void checkCuts(size_t maxFaultOffset, uint32_t sequence, size_t n) {
         EXPECT_TRUE(r.eof);
         EXPECT_EQ(r.error, 0);
         EXPECT_EQ(record.end, 0);
-        if (plans[i].direction == Direction::ToClient) {
-            EXPECT_EQ(record.received, kRequest);
-            EXPECT_TRUE(r.bytes == request.substr(0, plans[i].offset)) << r.bytes.size();
-        } else {
-            EXPECT_EQ(record.received, plans[i].offset);
-            EXPECT_EQ(r.bytes.size(), 0u);
-        }
+        expectStruckAt(plans[i], request, record, r);
     }
     EXPECT_EQ(proxy.count(Fate::Cut), static_cast<int>(n));
     EXPECT_EQ(proxy.struck(Fate::Cut), static_cast<int>(n));
@@ -342,13 +337,7 @@ TEST(FaultProxy, ResetGivesBothSidesConnectionReset) {
         ReplyServer::Record record = server.finished(i);
         EXPECT_EQ(r.error, ECONNRESET);
         EXPECT_EQ(record.end, ECONNRESET);
-        if (plans[i].direction == Direction::ToClient) {
-            EXPECT_EQ(record.received, kRequest);
-            EXPECT_TRUE(r.bytes == request.substr(0, plans[i].offset)) << r.bytes.size();
-        } else {
-            EXPECT_EQ(record.received, plans[i].offset);
-            EXPECT_EQ(r.bytes.size(), 0u);
-        }
+        expectStruckAt(plans[i], request, record, r);
     }
     EXPECT_EQ(proxy.struck(Fate::Reset), static_cast<int>(n));
 }
@@ -363,7 +352,7 @@ TEST(FaultProxy, StallHoldsBothSidesSilentThenCloses) {
     std::string request = randomBytes(kRequest, 2);
     // Dialled in order (connection i gets plans[i]), then served at once to
     // keep the test short.
-    int fds[2] = {dial(proxy.port()), dial(proxy.port())};
+    int fds[2] = {connectLoopback(proxy.port()), connectLoopback(proxy.port())};
     ASSERT_TRUE(fds[0] >= 0 && fds[1] >= 0);
     Received received[2];
     std::thread clients[2];
@@ -396,7 +385,7 @@ TEST(FaultProxy, RefuseClosesAtOnceAndNeverReachesTheTarget) {
     ReplyServer server(kRequest);
     FaultProxy proxy(server.port(), only(Fate::Refuse, 1));
     for (int i = 0; i < 3; i++) {
-        int fd = dial(proxy.port());
+        int fd = connectLoopback(proxy.port());
         ASSERT_GE(fd, 0);
         Received r = readFrom(fd, 1);
         close(fd);
@@ -420,7 +409,7 @@ TEST(FaultProxy, UnreachableTargetResetsTheClient) {
     getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size);
     close(probe);
     FaultProxy proxy(ntohs(address.sin_port), only(Fate::Pass, 1));
-    int fd = dial(proxy.port());
+    int fd = connectLoopback(proxy.port());
     ASSERT_GE(fd, 0);
     Received r = readFrom(fd, 1);
     close(fd);
@@ -489,13 +478,13 @@ TEST(FaultProxy, StopIsPromptWithConnectionsOpenAndLeavesNoDescriptors) {
 
     std::vector<int> clients;
     for (int i = 0; i < 2; i++) {
-        int fd = dial(passing->port());
+        int fd = connectLoopback(passing->port());
         ASSERT_GE(fd, 0);
         ASSERT_TRUE(sendAll(fd, request));
         EXPECT_EQ(readFrom(fd, kRequest).bytes.size(), kRequest);  // and left open
         clients.push_back(fd);
     }
-    int stalled = dial(stalling->port());
+    int stalled = connectLoopback(stalling->port());
     ASSERT_GE(stalled, 0);
     ASSERT_TRUE(sendAll(stalled, request));
     clients.push_back(stalled);
@@ -511,7 +500,7 @@ TEST(FaultProxy, StopIsPromptWithConnectionsOpenAndLeavesNoDescriptors) {
         EXPECT_TRUE(r.eof || r.error != 0) << "still open after stop";
         close(fd);
     }
-    EXPECT_EQ(dial(passingPort), -1);
+    EXPECT_EQ(connectLoopback(passingPort), -1);
     passing.reset();
     stalling.reset();
     EXPECT_TRUE(waitUntil([&] { return openDescriptors() == baseline; })) << openDescriptors() << " vs " << baseline;

@@ -242,7 +242,7 @@ protected:
 
 TEST_F(RelayTest, EmptyCollectAnswersZeroAndCloses) {
     RelayProcess relay(dir);
-    RawPeer peer(rawConnect(relay.port()));
+    RawPeer peer(vt_test::connectLoopback(relay.port()));
     peer.write(intBytes(2) + stringElement("2") + stringElement("dummy_group"));
     EXPECT_EQ(peer.read(4), intBytes(0));
     EXPECT_EQ(peer.readAll(), "");
@@ -323,7 +323,7 @@ TEST_F(RelayTest, RestartRestoresQueuesInArrivalOrder) {
 
 TEST_F(RelayTest, UnknownCommandIsClosedWithoutReply) {
     RelayProcess relay(dir);
-    RawPeer peer(rawConnect(relay.port()));
+    RawPeer peer(vt_test::connectLoopback(relay.port()));
     peer.write(intBytes(7) + stringElement("2"));
     EXPECT_EQ(peer.readAll(), "");
     EXPECT_TRUE(relay.waitForLog("new connection accepted - 7\nunknown command 7 - connection closed\n"));
@@ -392,14 +392,14 @@ TEST_F(RelayTest, BadOptionsGiveUsageAndStatusTwo) {
 // delta, holds the others back for about a second, and is dropped.
 TEST_F(RelayTest, StalledClientsDoNotBlockOthersBeyondTheTimeout) {
     RelayProcess relay(dir, 1);
-    RawPeer silent(rawConnect(relay.port()));
+    RawPeer silent(vt_test::connectLoopback(relay.port()));
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(collect(relay.port(), "2").announced, 0);
     EXPECT_LT(secondsSince(start), 3.5);
     EXPECT_EQ(silent.readAll(), "");
     EXPECT_TRUE(relay.waitForLog("connection closed before its command\n"));
 
-    RawPeer halfway(rawConnect(relay.port()));
+    RawPeer halfway(vt_test::connectLoopback(relay.port()));
     halfway.write(intBytes(1) + stringElement("2") + intBytes(1000) + std::string(10, 'x'));
     start = std::chrono::steady_clock::now();
     EXPECT_EQ(deposit(relay.port(), delta("whole")), 1);
@@ -412,12 +412,12 @@ TEST_F(RelayTest, StalledClientsDoNotBlockOthersBeyondTheTimeout) {
 TEST_F(RelayTest, OversizeLengthsAreRefusedBeforeAllocation) {
     RelayProcess relay(dir);
     {
-        RawPeer peer(rawConnect(relay.port()));
+        RawPeer peer(vt_test::connectLoopback(relay.port()));
         peer.write(intBytes(1) + stringElement("2") + intBytes(0x10000000));
         EXPECT_EQ(peer.readAll(), "");
     }
     {
-        RawPeer peer(rawConnect(relay.port()));
+        RawPeer peer(vt_test::connectLoopback(relay.port()));
         peer.write(intBytes(2) + intBytes(0x7FFFFFFF) + "2");
         EXPECT_EQ(peer.readAll(), "");
     }
@@ -435,7 +435,7 @@ TEST_F(RelayTest, DepositsThatCannotBeDeliveredAreRefused) {
     EXPECT_TRUE(relay.waitForLog("deposit refused: announced for 3, addressed to 2\n"));
     // Not a delta; a delta with no addressee.
     for (NSObject* object : {static_cast<NSObject*>(ns("text")), static_cast<NSObject*>(delta("lost", nullptr))}) {
-        RawPeer peer(rawConnect(relay.port()));
+        RawPeer peer(vt_test::connectLoopback(relay.port()));
         peer.write(intBytes(1) + stringElement("2") + deltaElement(object));
         EXPECT_EQ(peer.readAll(), "");
     }
@@ -469,7 +469,7 @@ TEST_F(RelayTest, FailedStoreIsNotAcknowledged) {
     ASSERT_TRUE(listener->listen_(4));
     // The client's bytes wait in the kernel: no thread is needed.
     auto exchange = [&](int failingWrite, std::string* log) {
-        RawPeer client(rawConnect(static_cast<uint16_t>(listener->localPort())));
+        RawPeer client(vt_test::connectLoopback(static_cast<uint16_t>(listener->localPort())));
         client.write(stringElement("2") + deltaElement(delta("d")));
         LXSocket* server = listener->accept();
         LXContainer::failWriteForTesting(failingWrite);

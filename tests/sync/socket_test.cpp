@@ -241,7 +241,7 @@ TEST_F(SocketTest, AcceptedSocketDeciphersWithTheListenersKey) {
     ASSERT_TRUE(server->listen_(10));
     uint32_t port = server->localPort();
     ASSERT_NE(port, 0u);
-    RawPeer client(rawConnect(static_cast<uint16_t>(port)));
+    RawPeer client(vt_test::connectLoopback(static_cast<uint16_t>(port)));
     client.write(std::string("\x03\0\0\0", 4) + cipher("abc", true));
     LXSocket* accepted = server->accept();
     ASSERT_NE(accepted, nullptr);

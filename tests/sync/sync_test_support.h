@@ -27,6 +27,7 @@
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
 #include "sync/LXDelta.h"
+#include "tests/support/LoopbackSocket.h"
 
 namespace synctest {
 
@@ -197,19 +198,6 @@ private:
     uint16_t _port = 0;
 };
 
-// A client connection to a port of 127.0.0.1.
-inline int rawConnect(uint16_t port) {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
 
 inline std::string bytesOf(NSData* data) {
     void* bytes = data->bytes();
@@ -259,7 +247,7 @@ public:
     ~FakeRelay() {
         _stop = true;
         // Wakes the poll in accept.
-        int fd = rawConnect(_listener.port());
+        int fd = vt_test::connectLoopback(_listener.port());
         if (fd >= 0) close(fd);
         EXPECT_TRUE(_thread->join(10));
         _thread->release();
