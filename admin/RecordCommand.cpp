@@ -27,6 +27,13 @@
 //                              fields in order, then the other keys in
 //                              name order
 //
+// set writes every field of the form as Save does: a field not given keeps
+// the record's value, or for a new record takes what the empty form shows
+// (the sheet's default of a text or enum field, else the empty string, the
+// present moment for a date); hidden fields have no control and are
+// written only when given. The sheet's `notempty` rules are checked as
+// Save checks them, and values the form could not hold are refused: an
+// enum value outside its list, a reference to a record that doesn't exist.
 // set and remove need the rights the buttons need: deposit for a new
 // record, update (or updateown on one's own record) for a change, remove
 // (or removeown) for a removal. Nothing is written when a check fails.
@@ -39,6 +46,7 @@
 #include "Commands.h"
 #include "Json.h"
 #include "Session.h"
+#include "app/VTLocalization.h"
 #include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
 #include "sheets/VTMatrix.h"
@@ -50,12 +58,14 @@ namespace admin {
 
 namespace {
 
-bool isFieldOf(VTSheet* sheet, NSString* key) {
+// The descriptor of the sheet's field of that name, or nil.
+NSArray* descriptorOf(VTSheet* sheet, NSString* key) {
     NSArray* fields = sheet->fields();
     for (uint32_t i = 0; i < fields->count(); i++) {
-        if (static_cast<NSArray*>(fields->objectAtIndex_(i))->objectAtIndex_(0)->isEqual_(key)) return true;
+        auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
+        if (descriptor->objectAtIndex_(0)->isEqual_(key)) return descriptor;
     }
-    return false;
+    return nullptr;
 }
 
 // Whether the current user created the record (the "own" of updateown and
@@ -90,9 +100,81 @@ void sendRowHook(VTSheet* sheet, const char* selector, uint32_t row) {
     sheet->performSelector_withObject_(sel, number);
 }
 
-// Checks one object of standard input: known fields, string or date
-// values. Answers its __recordId (nil for a new record) through `recordId`.
-bool checkValues(VTSheet* sheet, NSObject* object, NSString** recordId) {
+NSString* nameOf(NSArray* descriptor) { return static_cast<NSString*>(descriptor->objectAtIndex_(0)); }
+
+bool typeIs(NSArray* descriptor, const char* type) {
+    return descriptor->objectAtIndex_(1)->isEqual_(NSString::stringWithUTF8String_(type));
+}
+
+// The value Save reads from a field's control: see the top of this file.
+// nil for a hidden field that isn't given.
+NSObject* formValue(VTSheet* sheet, NSArray* descriptor, NSDictionary* given, NSDictionary* record) {
+    NSString* name = nameOf(descriptor);
+    if (NSObject* value = given->objectForKey_(name)) return value;
+    if (sheet->hiddenFields()->objectForKey_(name)) return nullptr;
+    if (NSObject* value = record ? record->objectForKey_(name) : nullptr) return value;
+    if (typeIs(descriptor, "datepicker") || typeIs(descriptor, "datetimepicker")) return NSDate::date();
+    bool takesDefault = typeIs(descriptor, "string") || typeIs(descriptor, "multiline") || typeIs(descriptor, "enum");
+    NSObject* fallback = takesDefault && !record ? sheet->defaultValues()->objectForKey_(name) : nullptr;
+    return fallback ? fallback : ""_ns;
+}
+
+// The first of white space separated ids that names no record of the
+// target sheet, or nil (the empty text names none).
+NSString* unknownRecordIn(VTWorkspace* w, NSString* target, NSString* ids) {
+    VTSheet* sheet = w->sheetNamed_(target);
+    NSArray* parts = ids->split();
+    for (uint32_t i = 0; i < parts->count(); i++) {
+        auto* id = static_cast<NSString*>(parts->objectAtIndex_(i));
+        if (id->length() > 0 && (!sheet || !sheet->matrix()->objectWithRecordId_(id))) return id;
+    }
+    return nullptr;
+}
+
+// Why the field's control couldn't hold the value, or "" when it can: a
+// date for a date, else text; an enum value of its list (or none);
+// references to existing records (or none).
+std::string unfitFor(VTWorkspace* w, NSArray* descriptor, NSObject* value) {
+    if (typeIs(descriptor, "datepicker") || typeIs(descriptor, "datetimepicker"))
+        return value->isKindOfClass_(NSDate::classObject()) ? "" : "a date is expected: {\"$date\": \"...\"}";
+    if (!value->isKindOfClass_(NSString::classObject())) return "text is expected";
+    auto* text = static_cast<NSString*>(value);
+    if (typeIs(descriptor, "enum")) {
+        auto* list = static_cast<NSArray*>(descriptor->objectAtIndex_(2));
+        if (text->length() == 0 || list->indexOfObject_(text) >= 0) return "";
+        return std::string("not one of: ") + list->componentsJoinedByString_(" "_ns)->UTF8String();
+    }
+    if (typeIs(descriptor, "reference") || typeIs(descriptor, "multireference")) {
+        auto* target = static_cast<NSString*>(descriptor->objectAtIndex_(2));
+        if (NSString* id = unknownRecordIn(w, target, text))
+            return std::string("no record '") + id->UTF8String() + "' in the sheet '" + target->UTF8String() + "'";
+    }
+    return "";
+}
+
+// Step 1 of Save: the first field in field order whose `notempty` rule its
+// form value breaks, or nil. Text must hold more than blanks, an enum and a
+// reference must select something; dates and multireferences always pass,
+// and a hidden text field, having no control, never does.
+NSString* firstEmptyField(VTSheet* sheet, NSDictionary* given, NSDictionary* record) {
+    NSArray* fields = sheet->fields();
+    for (uint32_t i = 0; i < fields->count(); i++) {
+        auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
+        if (sheet->validation()->objectsForKey_(nameOf(descriptor))->indexOfObject_("notempty"_ns) < 0) continue;
+        bool text = typeIs(descriptor, "string") || typeIs(descriptor, "multiline");
+        if (!text && !typeIs(descriptor, "enum") && !typeIs(descriptor, "reference")) continue;
+        NSObject* value = formValue(sheet, descriptor, given, record);
+        auto* shown = value && value->isKindOfClass_(NSString::classObject()) ? static_cast<NSString*>(value) : nullptr;
+        bool empty = !shown || (text ? shown->trim()->length() == 0 : shown->length() == 0);
+        if (empty) return nameOf(descriptor);
+    }
+    return nullptr;
+}
+
+// Checks one object of standard input: known fields, values the form
+// could hold, and Save's validation. Answers its __recordId (nil for a new
+// record) through `recordId`.
+bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** recordId) {
     if (!object->isKindOfClass_(NSDictionary::classObject())) {
         std::fprintf(stderr, "vantor-admin: record set: standard input must hold a JSON object or an array of them\n");
         return false;
@@ -107,19 +189,31 @@ bool checkValues(VTSheet* sheet, NSObject* object, NSString** recordId) {
             *recordId = static_cast<NSString*>(value);
             continue;
         }
-        if (!isFieldOf(sheet, key)) {
+        NSArray* descriptor = descriptorOf(sheet, key);
+        if (!descriptor) {
             std::fprintf(stderr, "vantor-admin: record set: '%s' is no field of the sheet '%s'\n", key->UTF8String(),
                          sheet->name()->UTF8String());
             return false;
         }
-        if (!value->isKindOfClass_(NSString::classObject()) && !value->isKindOfClass_(NSDate::classObject())) {
-            std::fprintf(stderr, "vantor-admin: record set: the value of '%s' must be a string or a date\n",
-                         key->UTF8String());
+        std::string unfit = unfitFor(w, descriptor, value);
+        if (!unfit.empty()) {
+            std::fprintf(stderr, "vantor-admin: record set: the field '%s': %s\n", key->UTF8String(), unfit.c_str());
             return false;
         }
     }
     if (!*recordId && keys->count() == 0) {
         std::fprintf(stderr, "vantor-admin: record set: a new record needs at least one field\n");
+        return false;
+    }
+    // An id that names no record is reported when the record is saved.
+    NSDictionary* record = *recordId ? sheet->matrix()->objectWithRecordId_(*recordId) : nullptr;
+    if (*recordId && !record) return true;
+    if (NSString* empty = firstEmptyField(sheet, values, record)) {
+        NSString* label = static_cast<NSString*>(sheet->fieldLabels()->objectForKey_(empty));
+        NSString* message = NSString::stringWithFormat_(VTLocalizedString("validation_notempty"_ns)->UTF8String(),
+                                                        (label ? label : empty)->UTF8String());
+        std::fprintf(stderr, "vantor-admin: record set: %s: %s\n",
+                     VTLocalizedString("validation_error"_ns)->UTF8String(), message->UTF8String());
         return false;
     }
     return true;
@@ -157,10 +251,12 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId) 
         row = m->numberOfRows();
     }
     // Field order, as Save writes the form's controls.
+    NSDictionary* record = recordId ? m->objectWithRecordId_(recordId) : nullptr;
     NSArray* fields = sheet->fields();
     for (uint32_t i = 0; i < fields->count(); i++) {
-        auto* field = static_cast<NSString*>(static_cast<NSArray*>(fields->objectAtIndex_(i))->objectAtIndex_(0));
-        if (NSObject* value = values->objectForKey_(field)) m->setValue_inRow_column_(value, row, field);
+        auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
+        if (NSObject* value = formValue(sheet, descriptor, values, record))
+            m->setValue_inRow_column_(value, row, nameOf(descriptor));
     }
     sendRowHook(sheet, "willStoreRow:", row);
     m->commitTransaction();
@@ -186,7 +282,7 @@ int set(Session& s, VTSheet* sheet) {
                                : NSArray::arrayWithObjects_(parsed.get(), nullptr);
     std::vector<NSString*> ids(objects->count());
     for (uint32_t i = 0; i < objects->count(); i++) {
-        if (!checkValues(sheet, objects->objectAtIndex_(i), &ids[i])) return 1;
+        if (!checkValues(s.workspace(), sheet, objects->objectAtIndex_(i), &ids[i])) return 1;
     }
     for (uint32_t i = 0; i < objects->count(); i++) {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();

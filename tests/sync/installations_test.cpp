@@ -305,7 +305,7 @@ TEST_F(InstallationsTest, ChangesOfDifferentFieldsAtBAndCMerge) {
 }
 
 TEST_F(InstallationsTest, RemovalReplicates) {
-    std::string id = a.set("company", R"({"name": "Short Lived"})");
+    std::string id = a.set("company", R"({"name": "Short Lived", "industry": "public"})");
     syncAll();
     ASSERT_TRUE(c.records("company").count(id));
     ProgramResult removed = b.admin("record remove company " + id);
