@@ -3,18 +3,22 @@
 # Every subsystem is an OBJECT library: classes register themselves in static
 # initialisers and are often reached only by name, so no object file may be
 # dropped the way a static archive drops the ones nothing references.
-# Programs and tests link all subsystem libraries, in the order defined.
-
+#
+# Each subsystem names the subsystems it stands on (DEPS), and a program names
+# only the top layers it uses (LAYERS): it links those and everything below
+# them, nothing else. So the relay carries no sheets and no toolkit, and a
+# library that starts to reach above its layer fails to link in its own tests.
+# The platform layer (vt_platform_posix or vt_platform_win32) is the bottom of
+# every program and is added by the program helpers.
 set(VANTOR_WINELIB_LAUNCHER "${CMAKE_CURRENT_LIST_DIR}/winelib-cxx.sh")
 
-# vt_add_subsystem(<name> [DIR <dir>] [EXCLUDE <file>...] [CLIENT_ONLY])
+# vt_add_subsystem(<name> [DIR <dir>] [EXCLUDE <file>...] [DEPS <name>...])
 #
 # Builds the object library vt_<name> from <dir>/*.cpp (default: the current
 # source folder). The glob is re-checked at every build, so adding a .cpp
-# needs no CMake edit. A folder without sources defines no library.
-# CLIENT_ONLY libraries go into Winelib programs only, not into native ones.
+# needs no CMake edit. DEPS are the subsystems (by name) this one stands on.
 function(vt_add_subsystem name)
-    cmake_parse_arguments(ARG "CLIENT_ONLY" "DIR" "EXCLUDE" ${ARGN})
+    cmake_parse_arguments(ARG "" "DIR" "EXCLUDE;DEPS" ${ARGN})
     if(NOT ARG_DIR)
         set(ARG_DIR ${CMAKE_CURRENT_SOURCE_DIR})
     endif()
@@ -23,39 +27,73 @@ function(vt_add_subsystem name)
     foreach(excluded IN LISTS ARG_EXCLUDE)
         list(REMOVE_ITEM sources ${ARG_DIR}/${excluded})
     endforeach()
-    if(NOT sources)
-        return()
-    endif()
-    add_library(vt_${name} OBJECT ${sources})
-    if(ARG_CLIENT_ONLY)
-        set_property(GLOBAL APPEND PROPERTY VANTOR_CLIENT_LIBS vt_${name})
+    foreach(dep IN LISTS ARG_DEPS)
+        if(NOT TARGET vt_${dep})
+            message(FATAL_ERROR "subsystem ${name}: ${dep} must be defined first (it is a lower layer)")
+        endif()
+    endforeach()
+    if(sources)
+        add_library(vt_${name} OBJECT ${sources})
     else()
-        set_property(GLOBAL APPEND PROPERTY VANTOR_NATIVE_LIBS vt_${name})
+        # A layer without sources yet keeps its place in the order.
+        add_library(vt_${name} INTERFACE)
     endif()
+    set_property(GLOBAL PROPERTY VANTOR_DEPS_${name} ${ARG_DEPS})
+    set_property(GLOBAL APPEND PROPERTY VANTOR_SUBSYSTEMS ${name})
 endfunction()
 
-# vt_native_libs(<out-var>): the subsystem libraries for a native program.
-function(vt_native_libs out)
-    get_property(libs GLOBAL PROPERTY VANTOR_NATIVE_LIBS)
+# Appends <name> to `done` after everything it stands on (depth first).
+function(_vt_visit_layer name)
+    if(name IN_LIST done)
+        return()
+    endif()
+    get_property(deps GLOBAL PROPERTY VANTOR_DEPS_${name})
+    foreach(dep IN LISTS deps)
+        _vt_visit_layer(${dep})
+    endforeach()
+    list(APPEND done ${name})
+    set(done ${done} PARENT_SCOPE)
+endfunction()
+
+# vt_layer_libs(<out-var> <name>...): the libraries of the named subsystems
+# and of everything below them, lowest first.
+function(vt_layer_libs out)
+    set(done)
+    foreach(name IN LISTS ARGN)
+        if(NOT TARGET vt_${name})
+            message(FATAL_ERROR "unknown layer '${name}'")
+        endif()
+        _vt_visit_layer(${name})
+    endforeach()
+    set(libs)
+    foreach(name IN LISTS done)
+        get_target_property(type vt_${name} TYPE)
+        if(NOT type STREQUAL "INTERFACE_LIBRARY")
+            list(APPEND libs vt_${name})
+        endif()
+    endforeach()
     set(${out} ${libs} PARENT_SCOPE)
 endfunction()
 
-# vt_add_native_program(<name> SOURCES <file>... [LIBS <lib>...])
+# vt_add_native_program(<name> SOURCES <file>... LAYERS <name>... [LIBS <lib>...])
 #
-# A native Linux program (vantor-relay, vantor-admin, tools): g++ compiles
-# and links, with every subsystem library and the POSIX platform layer.
+# A native Linux program (vantor-relay, vantor-admin, tests, benchmarks): g++
+# compiles and links, with the named layers, everything below them and the
+# POSIX platform layer.
 function(vt_add_native_program name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
-    vt_native_libs(libs)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LAYERS;LIBS" ${ARGN})
+    vt_layer_libs(libs ${ARG_LAYERS})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${libs} vt_platform_posix)
 endfunction()
 
-# vt_add_winelib_executable(<name> SOURCES <file>... [LIBS <lib>...] [CONSOLE])
+# vt_add_winelib_executable(<name> SOURCES <file>... LAYERS <name>... [LIBS <lib>...] [CONSOLE])
 #
-# A Win32 program for Wine on Linux. The given sources and all subsystem
-# libraries are compiled by plain g++; only vt_platform_win32 (the platform
-# layer and toolkit/win32) is compiled by wineg++, and wineg++ links the whole.
+# A Win32 program for Wine on Linux. The given sources and the subsystem
+# libraries are compiled by plain g++; only the platform layer and the
+# toolkit's native side (vt_platform_win32, vt_toolkit_win32) are compiled by
+# wineg++, and wineg++ links the whole. The native side of the toolkit comes
+# with the toolkit layer.
 # wineg++ -o <name>.exe writes <name>.exe.so (the program, run it as
 # `wine <dir>/<name>.exe.so`) and <name>.exe (a shell launcher that does the
 # same). The property VANTOR_WINELIB_SO holds the path of the .exe.so.
@@ -63,11 +101,13 @@ function(vt_add_winelib_executable name)
     if(NOT VANTOR_WINELIB)
         message(FATAL_ERROR "vt_add_winelib_executable(${name}) needs VANTOR_WINELIB=ON")
     endif()
-    cmake_parse_arguments(ARG "CONSOLE" "" "SOURCES;LIBS" ${ARGN})
-    vt_native_libs(native)
-    get_property(client GLOBAL PROPERTY VANTOR_CLIENT_LIBS)
+    cmake_parse_arguments(ARG "CONSOLE" "" "SOURCES;LAYERS;LIBS" ${ARGN})
+    vt_layer_libs(libs ${ARG_LAYERS})
+    if(vt_toolkit IN_LIST libs AND TARGET vt_toolkit_win32)
+        list(APPEND libs vt_toolkit_win32)
+    endif()
     add_executable(${name} ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${native} ${client} vt_platform_win32
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${libs} vt_platform_win32
         -luser32 -lgdi32 -lcomctl32 -lcomdlg32 -lshell32 -ladvapi32 -lkernel32)
     # wineg++ links a shared object, so the program's own sources need -fPIC
     # (CMake would give an executable's sources -fPIE).
@@ -88,19 +128,8 @@ function(vt_add_winelib_executable name)
         ADDITIONAL_CLEAN_FILES "$<TARGET_FILE_DIR:${name}>/${name}.exe.so")
 endfunction()
 
-# vt_add_folder(<dir>): a folder with its own CMakeLists.txt is added as a
-# subdirectory. A folder without one still builds: a library folder becomes
-# vt_<dir> from its sources, relay/ and admin/ become their programs.
+# vt_add_folder(<dir>): adds the folder's own CMakeLists.txt, with its
+# binary folder at the same place in the build tree.
 function(vt_add_folder dir)
-    set(path ${PROJECT_SOURCE_DIR}/${dir})
-    if(EXISTS ${path}/CMakeLists.txt)
-        add_subdirectory(${path} ${PROJECT_BINARY_DIR}/${dir})
-    elseif(dir STREQUAL "relay" OR dir STREQUAL "admin")
-        file(GLOB sources CONFIGURE_DEPENDS ${path}/*.cpp)
-        if(sources)
-            vt_add_native_program(vantor-${dir} SOURCES ${sources})
-        endif()
-    elseif(dir IN_LIST VANTOR_LIBRARY_DIRS)
-        vt_add_subsystem(${dir} DIR ${dir})
-    endif()
+    add_subdirectory(${PROJECT_SOURCE_DIR}/${dir} ${PROJECT_BINARY_DIR}/${dir})
 endfunction()

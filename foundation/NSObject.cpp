@@ -245,6 +245,15 @@ void NSObject::setValue_forKey_forClass_(NSObject* value, NSString* key, Class c
 
 NSArray* NSObject::attributeKeys() { return nullptr; }
 
+// The proxy class belongs to the storage layer, above this one. It is found
+// by name, as the configuration finds its classes, so that the foundation
+// links alone; a program without the storage layer gets nil.
+LXProxy* NSObject::proxy() {
+    Class cls = NSClassFromCString("LXProxy");
+    if (!cls) return nullptr;
+    return reinterpret_cast<LXProxy*>(NSSendClass<NSObject*>(cls, NS_SEL("proxyWithObject:"), this));
+}
+
 NSObject* NSObject::copy() { return copyWithZone_(nullptr); }
 
 NSObject* NSObject::mutableCopy() { return mutableCopyWithZone_(nullptr); }

@@ -92,8 +92,9 @@ public:
     NSObject* mutableCopy();
     virtual NSObject* copyWithZone_(NSZone* zone);
     virtual NSObject* mutableCopyWithZone_(NSZone* zone);
-    // Archiving (storage/NSObjectCoding.cpp): the defaults log and do
-    // nothing; initWithCoder: then releases the receiver and answers nil.
+    // Archiving (NSObjectCoding.cpp; the value classes' bodies are in
+    // ValueCoding.cpp): the defaults log and do nothing; initWithCoder:
+    // then releases the receiver and answers nil.
     virtual void encodeWithCoder_(NSCoder* coder);
     virtual NSObject* initWithCoder_(NSCoder* coder);
 

@@ -21,7 +21,7 @@
 #include "foundation/NSDictionary.h"
 #include "foundation/NSLock.h"
 #include "foundation/NSSet.h"
-#include "sheets/VTKeyedArrays.h"
+#include "structures/VTKeyedArrays.h"
 #include "storage/LXContainer.h"
 
 class NSTableColumn;

@@ -15,7 +15,7 @@
 #include "foundation/NSArray.h"
 #include "foundation/NSDictionary.h"
 #include "foundation/NSSet.h"
-#include "sheets/VTKeyedArrays.h"
+#include "structures/VTKeyedArrays.h"
 
 class NSNumber;
 class NSTableColumn;

@@ -19,7 +19,7 @@
 
 #include "foundation/NSArray.h"
 #include "foundation/NSDictionary.h"
-#include "sheets/VTKeyedArrays.h"
+#include "structures/VTKeyedArrays.h"
 
 class NSTableColumn;
 class VTMatrix;

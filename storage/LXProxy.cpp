@@ -53,8 +53,6 @@ bool LXProxy::conformsToProtocol_(NSString* protocol) {
     return NSSend<bool>(_object, NS_SEL("conformsToProtocol:"), protocol);
 }
 
-LXProxy* NSObject::proxy() { return LXProxy::proxyWithObject_(this); }
-
 NS_CLASS_BEGIN(LXProxy, NSObject)
     NS_METHOD(initWithObject_)
     NS_CLASS_METHOD(proxyWithObject_)

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "foundation/Ref.h"
-#include "storage/NSCoder.h"
+#include "foundation/NSCoder.h"
 
 class NSMutableData;
 class NSString;

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "foundation/Ref.h"
-#include "storage/NSCoder.h"
+#include "foundation/NSCoder.h"
 
 class NSArray;
 class NSData;

@@ -3,7 +3,7 @@
 #include "foundation/NSArray.h"
 #include "foundation/NSNull.h"
 #include "foundation/NSString.h"
-#include "storage/NSCoder.h"
+#include "foundation/NSCoder.h"
 
 LXDelta* LXDelta::initWithPool_sender_contents_(LXPool* pool, LXUser* sender, NSObject* contents) {
     init();

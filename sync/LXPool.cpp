@@ -1,6 +1,6 @@
 #include "sync/LXPool.h"
 
-#include "storage/NSCoder.h"
+#include "foundation/NSCoder.h"
 #include "sync/LXTransceiver.h"
 
 LXPool* LXPool::initWithName_(NSString* name) {

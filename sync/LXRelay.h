@@ -17,7 +17,7 @@
 #include "foundation/NSDate.h"
 #include "foundation/NSLock.h"
 #include "foundation/NSObject.h"
-#include "sheets/VTKeyedArrays.h"
+#include "structures/VTKeyedArrays.h"
 #include "storage/LXContainer.h"
 #include "sync/LXSocket.h"
 

@@ -4,7 +4,7 @@
 
 #include "foundation/NSArray.h"
 #include "foundation/NSCharacterSet.h"
-#include "storage/NSCoder.h"
+#include "foundation/NSCoder.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "foundation/NSDate.h"
 #include "foundation/NSValue.h"
-#include "sheets/VTKeyedArrays.h"
+#include "structures/VTKeyedArrays.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTWrapper.h"
 #include "storage/LXContainer.h"

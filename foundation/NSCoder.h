@@ -1,6 +1,9 @@
 // The coder interface every archive reader and writer shares, and the C++
 // hooks through which the bodies of the value classes report a malformed
-// archive to the reader.
+// archive to the reader. The interface belongs to the foundation, so that
+// the value classes can say how they are coded without knowing any format;
+// the archive format itself (NSArchiver, NSUnarchiver) is the storage
+// layer's.
 #pragma once
 
 #include <cstdint>

@@ -18,7 +18,7 @@
 #include "foundation/NSSet.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
-#include "storage/NSCoder.h"
+#include "foundation/NSCoder.h"
 
 namespace {
 

@@ -1,7 +1,9 @@
 // The defaults of encodeWithCoder: and initWithCoder: for every class that
-// has no body of its own: its archive is its class name alone.
+// has no body of its own: its archive is its class name alone. They live in
+// the foundation, beside the class they belong to, although the coder is a
+// class of the storage layer: they never touch the coder, so the foundation
+// links without it.
 #include "foundation/NSObject.h"
-#include "storage/NSCoder.h"
 
 void NSObject::encodeWithCoder_(NSCoder*) { LOG("encodeWithCoder -- abstract!"); }
 
