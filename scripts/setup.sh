@@ -10,6 +10,8 @@ packages=(
     # The relay benchmark (bench/relay_bench.cpp) compares with Redis.
     redis-server redis-tools
     clang-14 libfuzzer-14-dev libclang-rt-14-dev
+    # The layout check of the tree (scripts/check-format.sh).
+    clang-format git
     wine wine64 wine64-tools libwine-dev fonts-wine
     xvfb xauth
     fonts-liberation fonts-dejavu-core fonts-dejavu-extra
