@@ -62,7 +62,11 @@ public:
     T* get() const { return _ptr; }
     T* operator->() const { return _ptr; }
     T& operator*() const { return *_ptr; }
-    operator T*() const { return _ptr; }
+    // A Ref converts to its pointer only while it lives: from a temporary
+    // (`NSString* s = adoptRef(...)`) the object would be released at the
+    // end of the statement and the pointer left dangling.
+    operator T*() const& { return _ptr; }
+    operator T*() const&& = delete;
     explicit operator bool() const { return _ptr != nullptr; }
 
 private:
