@@ -38,3 +38,17 @@ private:
     uint8_t _debugMode = 0;
     uint32_t _objCount = 0;
 };
+
+// A pool for the life of a block: made on entry, ended on every way out of
+// it, so that a loop round or a function with early returns cannot leave
+// its pool behind (or end it twice).
+class NSAutoreleasePoolScope {
+public:
+    NSAutoreleasePoolScope() : _pool(NSAutoreleasePool::alloc()->init()) {}
+    ~NSAutoreleasePoolScope() { _pool->release(); }
+    NSAutoreleasePoolScope(const NSAutoreleasePoolScope&) = delete;
+    NSAutoreleasePoolScope& operator=(const NSAutoreleasePoolScope&) = delete;
+
+private:
+    NSAutoreleasePool* _pool;
+};

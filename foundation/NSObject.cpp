@@ -19,7 +19,7 @@ _NSRect NSMakeRect(float x, float y, float width, float height) {
 }
 
 NSObject::~NSObject() {
-#ifndef NDEBUG
+#if VANTOR_DEBUG_CHECKS
     // An object dies through dealloc after its last release, nothing else.
     if (_retainCount != 0) {
         std::fprintf(stderr, "object of class %s deleted with a count of %u\n", class_()->name(),

@@ -171,6 +171,24 @@ inline T* NSAutorelease(T* object) {
     return object;
 }
 
+// Makes an owned T with one of its initialisers, without a cast at the call:
+//   Ref<NSMutableDictionary> d =
+//           NSMake<NSMutableDictionary>(&NSMutableDictionary::initWithCapacity_, 16u);
+//   Ref<NSMutableArray> a = NSMake<NSMutableArray>();
+// An initialiser answers its receiver or nil (a failing one has released
+// it), so the result is a T or nil; inherited initialisers are declared to
+// answer the base class, which is why the call sites used to cast.
+template <class T, class R, class C, class... P, class... A>
+Ref<T> NSMake(R* (C::*initialiser)(P...), A&&... args) {
+    static_assert(std::is_base_of_v<C, T>, "the initialiser must be one of T's");
+    NSObject* made = (T::alloc()->*initialiser)(std::forward<A>(args)...);
+    return adoptRef(static_cast<T*>(made));
+}
+template <class T>
+Ref<T> NSMake() {
+    return NSMake<T>(&T::init);
+}
+
 // ---------------------------------------------------------------------------
 // The plain functions of the foundation.
 
