@@ -48,6 +48,21 @@ int intAt(NSObject* object, const char* path) {
     return value && value->isKindOfClass_(NSNumber::classObject()) ? static_cast<NSNumber*>(value)->intValue() : -1;
 }
 
+// Rewrites the index file of a stem after `edit` has changed it.
+void editIndex(const std::string& stem, void (*edit)(LXManagedObject* index)) {
+    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(stem + ".vci"));
+    ASSERT_NE(index, nullptr);
+    edit(static_cast<LXManagedObject*>(index));
+    ASSERT_TRUE(NSArchiver::archiveRootObject_toFile_(index, ns(stem + ".vci")));
+}
+
+// Moves the entry of `key` in `level` to `renamed`, as one changed byte
+// of its name in the file would.
+void renameKey(NSMutableDictionary* level, const char* key, const char* renamed) {
+    level->setObject_forKey_(level->objectForKey_(ns(key)), ns(renamed));
+    level->removeObjectForKey_(ns(key));
+}
+
 class ContainerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -445,6 +460,64 @@ TEST_F(ContainerTest, DamagedStoresAreReportedAndLeftUntouched) {
              "the data file holds 0 bytes, the index places blocks up to 600"},
             {"data file without index", [](const std::string& s) { remove((s + ".vci").c_str()); },
              "the data file exists without an index"},
+            // An index that decodes but whose shape is off: read as it
+            // stands, each would let a store write over a live block.
+            {"objects level renamed",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { renameKey(i, "objects", "objdcts"); }); },
+             "%s.vci holds an unknown key 'objdcts'"},
+            {"pos level renamed",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKey_("objects"_ns)), "pos", "pms");
+                 });
+             },
+             "%s.vci holds an unknown key 'pms'"},
+            {"objects level gone",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->removeObjectForKey_("objects"_ns); }); },
+             "%s.vci has given out ids but has no objects level"},
+            {"length of an id gone",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->removeObjectForKeyPath_("objects.length.2"_ns); });
+             },
+             "%s.vci has no objects.pos and objects.length of the same ids"},
+            {"id written with a leading zero",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKeyPath_("objects.pos"_ns)), "2", "02");
+                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKeyPath_("objects.length"_ns)), "2", "02");
+                 });
+             },
+             "%s.vci holds a block entry that is not an id with an offset and a length"},
+            {"id above maxid",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(1), "meta.maxid"_ns); });
+             },
+             "%s.vci holds id 2, above meta.maxid 1"},
+            {"maxid that is no number",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(ns("2"), "meta.maxid"_ns); }); },
+             "%s.vci holds a meta.filesize or meta.maxid that is no count"},
+            {"blocks on the same bytes",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(100), "objects.pos.2"_ns); });
+             },
+             "%s.vci places two blocks on the same bytes at 100"},
+            {"filesize below the blocks",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(10), "meta.filesize"_ns); });
+             },
+             "%s.vci places blocks up to 600, beyond its meta.filesize 10"},
+            {"type listing an object not stored",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     NSMutableSet* ids = NSMutableSet::set();
+                     ids->addObject_(ns("7"));
+                     i->setObject_forKeyPath_(ids, "types.T"_ns);
+                 });
+             },
+             "%s.vci lists under type T an object that is not stored"},
+            {"type that is no set",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(ns("1"), "types.T"_ns); }); },
+             "%s.vci holds a type that is not a set of ids"},
             {"undecodable temporary file without index",
              [](const std::string& s) {
                  remove((s + ".vci").c_str());
