@@ -524,6 +524,14 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
     bool isNew = existing == nullptr;
     int identifier = 0;
     if (isNew) {
+        if (_maxId == kOpenEnd) {
+            // Every id has been given out; a wrapped one would be refused at
+            // the next open, so the store is refused now instead.
+            _lock->unlock();
+            LOG("LXContainer %s: refusing to store a new object: every id up to %d has been given out",
+                _name->UTF8String(), _maxId);
+            return -1;
+        }
         identifier = _maxId + 1;
         object->setObject_forKeyPath_(NSNumber::numberWithInt_(identifier), "__meta.id"_ns);
         if (type) object->setObject_forKeyPath_(type, "__meta.type"_ns);

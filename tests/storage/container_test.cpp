@@ -585,6 +585,28 @@ TEST_F(ContainerTest, LostFreeTailIsReportedButNotDamage) {
     EXPECT_NE(again->objectWithId_(3), nullptr);
 }
 
+// Ids are signed 32-bit: once the last one is given out, new objects are
+// refused, and the index stays one that opens.
+TEST_F(ContainerTest, LastIdIsGivenOutOnce) {
+    LXManagedObject* first = objectOfLength(300);
+    ASSERT_EQ(open()->store_(first), 1);
+    editIndex(stem, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(0x7FFFFFFE), "meta.maxid"_ns); });
+    LXContainer* box = open();
+    ASSERT_FALSE(box->isDamaged());
+    EXPECT_EQ(box->store_(objectOfLength(300)), 0x7FFFFFFF);
+    std::string index = readFile(indexPath());
+    LXManagedObject* refused = objectOfLength(300);
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(box->store_(refused), -1); }),
+              "LXContainer " + stem + ": refusing to store a new object: every id up to 2147483647 has been given out\n");
+    EXPECT_EQ(refused->uniqueId(), nullptr);
+    EXPECT_EQ(readFile(indexPath()), index);
+    EXPECT_EQ(box->store_(first), 1) << "objects that have an id are still stored";
+    LXContainer* reopened = open();
+    EXPECT_FALSE(reopened->isDamaged());
+    EXPECT_EQ(reopened->maxId(), 0x7FFFFFFF);
+    EXPECT_NE(reopened->objectWithId_(0x7FFFFFFF), nullptr);
+}
+
 TEST_F(ContainerTest, EmptyDataFileWithoutIndexIsCreatedAnew) {
     writeFile(dataPath(), "");
     LXContainer* box = open();
