@@ -89,6 +89,15 @@ public:
 
     // ---- Beyond the documented interface -------------------------------
 
+    // Whether a record's attributes can be installed in a new object of
+    // `cls`. A dictionary takes its count and bucket table as they stand
+    // (see queryById:class:), so they must agree: a table of at least one
+    // bucket, each the null or a list of key and value pairs, and a count
+    // equal to the number of pairs. A set
+    // takes a dictionary. Other classes take any value. On false, *why
+    // says what is wrong.
+    static bool recordFits(LXManagedObject* record, Class cls, std::string* why);
+
     // True when the store was found damaged at open and is left untouched.
     bool isDamaged() const { return _damaged; }
     NSString* name() { return _name; }

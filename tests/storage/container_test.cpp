@@ -607,6 +607,55 @@ TEST_F(ContainerTest, LastIdIsGivenOutOnce) {
     EXPECT_NE(reopened->objectWithId_(0x7FFFFFFF), nullptr);
 }
 
+// A record whose count and bucket table disagree makes no dictionary: the
+// count decides how much allKeys allocates and walks.
+TEST_F(ContainerTest, RecordsThatMakeNoDictionaryAreRefused) {
+    LXContainer* box = open();
+    NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(2);
+    record->setObject_forKey_(ns("v"), ns("k"));
+    record->setObject_forKey_(ns("w"), ns("l"));
+    ASSERT_EQ(box->set_(record), 1);
+    std::string why;
+    LXManagedObject* stored = box->objectWithId_(1);
+    ASSERT_TRUE(LXContainer::recordFits(stored, NSMutableDictionary::classObject(), &why)) << why;
+    struct Case {
+        const char* name;
+        NSObject* count;
+        NSObject* array;
+        const char* why;
+    };
+    NSObject* table = stored->objectForKey_("array"_ns);
+    NSMutableArray* odd = NSMutableArray::array();
+    NSMutableArray* lone = NSMutableArray::array();
+    lone->addObject_(ns("k"));
+    odd->addObject_(lone);
+    const Case cases[] = {
+            {"negative count", NSNumber::numberWithInt_(-2), table, "the dictionary's count is not its number of entries"},
+            {"count too high", NSNumber::numberWithInt_(3), table, "the dictionary's count is not its number of entries"},
+            {"count not a number", ns("2"), table, "the dictionary's count is not a number"},
+            {"no table", NSNumber::numberWithInt_(2), nullptr, "the dictionary's bucket table is not a list of buckets"},
+            {"empty table", NSNumber::numberWithInt_(0), NSMutableArray::array(),
+             "the dictionary's bucket table is not a list of buckets"},
+            {"bucket of one key", NSNumber::numberWithInt_(1), odd,
+             "a bucket of the dictionary does not hold key and value pairs"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        LXManagedObject* damaged = box->objectWithId_(1);
+        damaged->setObject_forKey_(c.count, ns("count"));
+        damaged->setObject_forKey_(c.array, ns("array"));
+        EXPECT_FALSE(LXContainer::recordFits(damaged, NSMutableDictionary::classObject(), &why));
+        EXPECT_EQ(why, c.why);
+        ASSERT_EQ(box->store_(damaged), 1);
+        std::string log = vt_test::logOf([&] {
+            EXPECT_EQ(box->queryById_class_(1, NSMutableDictionary::classObject()), nullptr);
+            EXPECT_EQ(box->query_(NSMutableDictionary::classObject())->count(), 0u);
+        });
+        EXPECT_NE(log.find(std::string("record 1 makes no NSMutableDictionary: ") + c.why), std::string::npos) << log;
+    }
+    EXPECT_TRUE(LXContainer::recordFits(stored, NSObject::classObject(), &why)) << "other classes take any value";
+}
+
 TEST_F(ContainerTest, EmptyDataFileWithoutIndexIsCreatedAnew) {
     writeFile(dataPath(), "");
     LXContainer* box = open();
