@@ -67,6 +67,11 @@ public:
 
     // alloc, initWithName:, autorelease.
     static LXContainer* containerWithName_(NSString* name);
+    // The same for a container that exists, and nil, with no file touched,
+    // when there is none of that stem: no index, no temporary index and no
+    // data in a data file. For tools that read: naming a store must not
+    // create one.
+    static LXContainer* existingContainerWithName_(NSString* name);
     // Ids of the records stored under the class's name (exactly; not its
     // subclasses), autoreleased.
     NSArray* idsForClass_(Class cls);

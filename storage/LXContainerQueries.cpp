@@ -9,6 +9,7 @@
 #include "foundation/NSSet.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
+#include "foundation/platform/Platform.h"
 #include "storage/LXContainer.h"
 
 namespace {
@@ -26,6 +27,20 @@ NSArray* LXContainer::idsForClass_(Class cls) {
 }
 
 uint32_t LXContainer::count_(Class cls) { return idsForClass_(cls)->count(); }
+
+LXContainer* LXContainer::existingContainerWithName_(NSString* name) {
+    if (!name) return nullptr;
+    std::string stem = name->UTF8String();
+    bool exists = vtFileStatus((stem + ".vci").c_str(), nullptr) || vtFileStatus((stem + ".vci.tmp").c_str(), nullptr);
+    if (!exists) {
+        // An empty data file alone is what a store that never committed
+        // leaves: nothing is stored, and opening would create an index.
+        FILE* data = std::fopen((stem + ".vcd").c_str(), "rb");
+        exists = data && std::fgetc(data) != EOF;
+        if (data) std::fclose(data);
+    }
+    return exists ? containerWithName_(name) : nullptr;
+}
 
 bool LXContainer::recordFits(LXManagedObject* record, Class cls, std::string* why) {
     if (!record || !cls) {

@@ -177,4 +177,19 @@ TEST_F(ContainerCommandTest, CheckNamesWhatIsDamaged) {
     EXPECT_EQ(readFile(stem + ".vcd"), data);
 }
 
+// Reading a name that has no container is an error that creates nothing.
+TEST_F(ContainerCommandTest, MissingContainerIsAnError) {
+    std::string message = "vantor-admin: no container " + stem + ": neither " + stem + ".vci nor " + stem +
+                          ".vcd holds one\n";
+    for (const char* verb : {"dump", "check", "remove"}) {
+        SCOPED_TRACE(verb);
+        Result result = run(std::string("container ") + verb + " '" + stem + "'" + (verb[0] == 'r' ? " 1" : ""));
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, message);
+        EXPECT_EQ(access((stem + ".vci").c_str(), F_OK), -1);
+        EXPECT_EQ(access((stem + ".vcd").c_str(), F_OK), -1);
+    }
+    EXPECT_EQ(run("container check '" + stem + "'").out, "damaged: the store does not open; see standard error\n");
+}
+
 }  // namespace

@@ -607,6 +607,22 @@ TEST_F(ContainerTest, LastIdIsGivenOutOnce) {
     EXPECT_NE(reopened->objectWithId_(0x7FFFFFFF), nullptr);
 }
 
+// Tools that read open only what is there.
+TEST_F(ContainerTest, ExistingContainersOnly) {
+    EXPECT_EQ(LXContainer::existingContainerWithName_(ns(stem)), nullptr);
+    writeFile(dataPath(), "");
+    EXPECT_EQ(LXContainer::existingContainerWithName_(ns(stem)), nullptr);
+    EXPECT_FALSE(exists(indexPath())) << "nothing is created";
+    ASSERT_EQ(open()->store_(objectOfLength(300)), 1);
+    LXContainer* box = LXContainer::existingContainerWithName_(ns(stem));
+    ASSERT_NE(box, nullptr);
+    EXPECT_EQ(box->allIds()->count(), 1u);
+    remove(indexPath().c_str());
+    std::string log = vt_test::logOf([&] { box = LXContainer::existingContainerWithName_(ns(stem)); });
+    ASSERT_NE(box, nullptr) << "a data file without its index is a damaged store, not none";
+    EXPECT_TRUE(box->isDamaged());
+}
+
 // A record whose count and bucket table disagree makes no dictionary: the
 // count decides how much allKeys allocates and walks.
 TEST_F(ContainerTest, RecordsThatMakeNoDictionaryAreRefused) {
