@@ -192,4 +192,21 @@ TEST_F(ContainerCommandTest, MissingContainerIsAnError) {
     EXPECT_EQ(run("container check '" + stem + "'").out, "damaged: the store does not open; see standard error\n");
 }
 
+// The JSON reader makes values: "$class" names a dictionary or set class,
+// never a class by its fields.
+TEST_F(ContainerCommandTest, JsonMakesValueClassesOnly) {
+    for (const char* text : {R"({"k":{"$class":"LXContainer","name":"x"}})", R"({"k":{"$class":"NSObject"}})",
+                             R"({"k":{"$class":"LXDelta","$dict":{}}})"}) {
+        SCOPED_TRACE(text);
+        Result result = run("container store '" + stem + "'", text);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.err.find("is not a dictionary or set class"), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(run("archive encode", R"({"$class":"NSLock"})").status, 1);
+    Result managed = run("container store '" + stem + "'",
+                         R"({"m":{"$class":"LXManagedObject","$dict":{"a":1}},"c":{"$class":"NSCountedSet","$dict":{"x":2}}})");
+    EXPECT_EQ(managed.status, 0) << managed.err;
+    EXPECT_EQ(managed.out, "1\n");
+}
+
 }  // namespace
