@@ -706,6 +706,13 @@ TEST(ManagedObject, KeyPaths) {
     ASSERT_NE(object->objectForKey_("n"_ns), nullptr);
     EXPECT_EQ(static_cast<NSDictionary*>(object->objectForKey_("n"_ns))->count(), 0u);
 
+    // A level that holds a plain value is replaced by a new dictionary: the
+    // path is the caller's statement of the shape it wants.
+    object->setObject_forKeyPath_("plain"_ns, "p"_ns);
+    object->setObject_forKeyPath_("v"_ns, "p.q"_ns);
+    EXPECT_TRUE(object->objectForKeyPath_("p.q"_ns)->isEqual_("v"_ns));
+    EXPECT_EQ(static_cast<NSDictionary*>(object->objectForKey_("p"_ns))->count(), 1u);
+
     object->removeObjectForKeyPath_("q.r.s"_ns);
     EXPECT_EQ(object->objectForKey_("q"_ns), nullptr) << "removal stops silently at a missing level";
     object->removeObjectForKeyPath_("a.b.d"_ns);
