@@ -397,69 +397,66 @@ NSObject* newData(const std::string& hex, std::string* error) {
     return NSData::alloc()->initWithBytes_length_(bytes.data(), static_cast<uint32_t>(bytes.size()));
 }
 
-// {"$class": "Name", ...}: a dictionary or set of that class from "$dict",
-// any other class from its fields.
+// The classes "$class" may name: the dictionaries and sets that archives
+// and containers hold. Reading JSON makes values only; an arbitrary class
+// found by name would run code of that class (its init, its key access) on
+// behalf of a text.
+bool isValueClassName(const std::string& name) {
+    static const char* const names[] = {"NSDictionary", "NSMutableDictionary", "LXManagedObject",
+                                        "NSSet",        "NSMutableSet",        "NSCountedSet"};
+    for (const char* known : names) {
+        if (name == known) return true;
+    }
+    return false;
+}
+
+// {"$class": "Name", "$dict": {...}}: a dictionary or set of that class.
 NSObject* newOfClass(const Value& v, std::string* error) {
     const Value& name = v.members[0].second;
-    Class cls = name.kind == Value::String ? NSClassFromCString(name.text.c_str()) : nullptr;
+    if (name.kind != Value::String || !isValueClassName(name.text)) {
+        *error = "\"$class\": " + (name.kind == Value::String ? name.text : std::string("that")) +
+                 " is not a dictionary or set class";
+        return nullptr;
+    }
+    Class cls = NSClassFromCString(name.text.c_str());
     if (!cls) {
-        *error = "\"$class\": no class named " + (name.kind == Value::String ? name.text : "that");
+        *error = "\"$class\": no class named " + name.text;
         return nullptr;
     }
     const Value* dict = nullptr;
     for (const auto& m : v.members) {
         if (m.first == "$dict") dict = &m.second;
     }
-    if (cls->isSubclassOf(NSDictionary::classObject()) || cls->isSubclassOf(NSSet::classObject())) {
-        if (!dict || v.members.size() != 2) {
-            *error = "\"$class\" " + name.text + ": \"$dict\" and nothing else expected";
-            return nullptr;
-        }
-        if (cls->isSubclassOf(NSDictionary::classObject())) return newDictionaryOf(*dict, cls, error);
-        // A set of another class: its members with their counts.
-        std::vector<std::pair<NSObject*, NSObject*>> entries;
-        NSObject* result = nullptr;
-        if (buildEntries(*dict, &entries, error)) {
-            auto* set = static_cast<NSMutableSet*>(cls->alloc()->init());
-            bool ok = true;
-            for (const auto& e : entries) {
-                double count = e.second->isKindOfClass_(NSNumber::classObject())
-                                       ? static_cast<NSNumber*>(e.second)->doubleValue()
-                                       : -1;
-                if (!(count >= 1 && count <= 1000000) || count != std::floor(count)) {
-                    *error = "\"$dict\" of a " + name.text + ": counts from 1 to 1000000 expected";
-                    ok = false;
-                    break;
-                }
-                for (int k = 0; k < static_cast<int>(count); k++) set->addObject_(e.first);
-            }
-            if (ok) {
-                result = set;
-            } else {
-                set->release();
-            }
-        }
-        releaseEntries(&entries);
-        return result;
-    }
-    NSObject* object = cls->alloc();
-    if (!object) {
-        *error = "cannot make an object of class " + name.text;
+    if (!dict || v.members.size() != 2) {
+        *error = "\"$class\" " + name.text + ": \"$dict\" and nothing else expected";
         return nullptr;
     }
-    object = object->init();
-    for (size_t k = 1; k < v.members.size(); k++) {
-        NSObject* value = newObject(v.members[k].second, error);
-        if (!value) {
-            object->release();
-            return nullptr;
+    if (cls->isSubclassOf(NSDictionary::classObject())) return newDictionaryOf(*dict, cls, error);
+    // A set of another class: its members with their counts.
+    std::vector<std::pair<NSObject*, NSObject*>> entries;
+    NSObject* result = nullptr;
+    if (buildEntries(*dict, &entries, error)) {
+        auto* set = static_cast<NSMutableSet*>(cls->alloc()->init());
+        bool ok = true;
+        for (const auto& e : entries) {
+            double count = e.second->isKindOfClass_(NSNumber::classObject())
+                                   ? static_cast<NSNumber*>(e.second)->doubleValue()
+                                   : -1;
+            if (!(count >= 1 && count <= 1000000) || count != std::floor(count)) {
+                *error = "\"$dict\" of a " + name.text + ": counts from 1 to 1000000 expected";
+                ok = false;
+                break;
+            }
+            for (int k = 0; k < static_cast<int>(count); k++) set->addObject_(e.first);
         }
-        NSString* key = newString(v.members[k].first);
-        object->setValue_forKey_(value, key);
-        key->release();
-        value->release();
+        if (ok) {
+            result = set;
+        } else {
+            set->release();
+        }
     }
-    return object;
+    releaseEntries(&entries);
+    return result;
 }
 
 NSObject* newObject(const Value& v, std::string* error) {

@@ -18,7 +18,11 @@
 //   {"$class": "Name", "$dict": {...}}        a dictionary or set of another
 //                                             class (LXManagedObject,
 //                                             NSCountedSet: member to count)
-//   {"$class": "Name", "field": value, ...}   any other class, by its fields
+//   {"$class": "Name", "field": value, ...}   any other class, by its fields;
+//                                             written only: the reader makes
+//                                             value classes alone, and takes
+//                                             "$class" for the dictionary
+//                                             and set classes only
 // An object is read as a marker when its one member is one of the "$" keys
 // above, or when its first member is "$class"; a dictionary that would
 // look like one is written as "$entries".

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -62,6 +64,47 @@ bool wholeInt(NSObject* value, int32_t* out) {
         return false;
     }
     *out = static_cast<int32_t>(d);
+    return true;
+}
+
+// An id as the index writes it: the decimal digits of a positive 32-bit
+// number, with no sign and no leading zero ("012" would be a second key for
+// the id 12).
+bool parseIdKey(NSObject* key, int32_t* out) {
+    if (!key || !key->isKindOfClass_(NSString::classObject())) return false;
+    NSString* text = static_cast<NSString*>(key);
+    const char* s = text->UTF8String();
+    uint32_t n = text->byteLength();
+    if (n == 0 || n > 10 || s[0] == '0') return false;
+    int64_t value = 0;
+    for (uint32_t i = 0; i < n; i++) {
+        if (s[i] < '0' || s[i] > '9') return false;
+        value = value * 10 + (s[i] - '0');
+    }
+    if (value > 0x7FFFFFFF) return false;
+    *out = static_cast<int32_t>(value);
+    return true;
+}
+
+// Whether every key of the level is one of `allowed`; names the first
+// stranger in *why when not.
+bool hasOnlyKeys(NSDictionary* level, std::initializer_list<const char*> allowed, std::string* why) {
+    NSMutableArray* keys = level->allKeys();
+    for (uint32_t i = 0; i < keys->count(); i++) {
+        NSObject* key = keys->objectAtIndex_(i);
+        bool known = false;
+        if (key->isKindOfClass_(NSString::classObject())) {
+            const char* text = static_cast<NSString*>(key)->UTF8String();
+            for (const char* name : allowed) known = known || std::strcmp(text, name) == 0;
+        }
+        if (!known) {
+            std::string shown = key->isKindOfClass_(NSString::classObject())
+                                        ? static_cast<NSString*>(key)->UTF8String()
+                                        : key->class_()->name();
+            *why = "holds an unknown key '" + shown.substr(0, 40) + "'";
+            return false;
+        }
+    }
     return true;
 }
 
@@ -203,35 +246,86 @@ bool LXContainer::openExisting(const std::string& indexPath, const std::string& 
 
 bool LXContainer::loadTables(std::string* why) {
     *why = "is not shaped as a container index";
-    NSObject* size = _index->objectForKeyPath_("meta.filesize"_ns);
-    NSObject* maxId = _index->objectForKeyPath_("meta.maxid"_ns);
-    if (!wholeInt(size, &_size) || !wholeInt(maxId, &_maxId) || _size < 0 || _maxId < 0) return false;
+    // Only the levels a container writes. A level under a damaged name
+    // would otherwise read as one that is missing, and an index whose
+    // block table went missing would give the blocks' space to new objects.
+    if (!hasOnlyKeys(_index, {"meta", "objects", "types"}, why)) return false;
+    NSObject* meta = _index->objectForKey_("meta"_ns);
+    if (!isDictionary(meta) || !hasOnlyKeys(static_cast<NSDictionary*>(meta), {"filesize", "maxid"}, why)) {
+        *why = "has no meta level of filesize and maxid";
+        return false;
+    }
+    NSObject* size = static_cast<NSDictionary*>(meta)->objectForKey_("filesize"_ns);
+    NSObject* maxId = static_cast<NSDictionary*>(meta)->objectForKey_("maxid"_ns);
+    if (!wholeInt(size, &_size) || !wholeInt(maxId, &_maxId) || _size < 0 || _maxId < 0) {
+        *why = "holds a meta.filesize or meta.maxid that is no count";
+        return false;
+    }
 
     _blocks.clear();
     _gaps.clear();
     _tail = 0;
     NSObject* objects = _index->objectForKey_("objects"_ns);
-    if (objects && !isDictionary(objects)) return false;
-    NSMutableDictionary* positions = objectsLevel("pos"_ns, false);
-    NSMutableDictionary* lengths = objectsLevel("length"_ns, false);
-    if (positions) {
+    if (!objects) {
+        // The level comes with the first store and stays.
+        if (_maxId != 0 || _size != 0) {
+            *why = "has given out ids but has no objects level";
+            return false;
+        }
+    } else {
+        if (!isDictionary(objects) ||
+            !hasOnlyKeys(static_cast<NSDictionary*>(objects), {"pos", "length"}, why)) {
+            return false;
+        }
+        NSMutableDictionary* positions = objectsLevel("pos"_ns, false);
+        NSMutableDictionary* lengths = objectsLevel("length"_ns, false);
+        if (!positions || !lengths || positions->count() != lengths->count()) {
+            *why = "has no objects.pos and objects.length of the same ids";
+            return false;
+        }
         NSMutableArray* keys = positions->allKeys();
         for (uint32_t i = 0; i < keys->count(); i++) {
             NSObject* key = keys->objectAtIndex_(i);
-            if (!key->isKindOfClass_(NSString::classObject())) return false;
-            int32_t identifier = static_cast<NSString*>(key)->intValue();
+            int32_t identifier = 0;
             int32_t offset = 0;
             int32_t length = 0;
-            if (identifier <= 0 || !wholeInt(positions->objectForKey_(key), &offset) || !lengths ||
+            if (!parseIdKey(key, &identifier) || !wholeInt(positions->objectForKey_(key), &offset) ||
                 !wholeInt(lengths->objectForKey_(key), &length) || offset < 0 || length <= 0 ||
                 offset > kOpenEnd - length || _blocks.count(identifier)) {
+                *why = "holds a block entry that is not an id with an offset and a length";
+                return false;
+            }
+            if (identifier > _maxId) {
+                *why = "holds id " + std::to_string(identifier) + ", above meta.maxid " + std::to_string(_maxId);
                 return false;
             }
             _blocks[identifier] = Block{offset, length};
         }
     }
+
+    // Every type set lists stored ids: a store adds to the set and to the
+    // block table in one index write, and a remove takes from both.
     NSObject* types = _index->objectForKey_("types"_ns);
     if (types && !isDictionary(types)) return false;
+    NSMutableArray* typeNames = types ? static_cast<NSDictionary*>(types)->allKeys() : nullptr;
+    for (uint32_t i = 0, n = typeNames ? typeNames->count() : 0; i < n; i++) {
+        NSObject* name = typeNames->objectAtIndex_(i);
+        NSObject* set = static_cast<NSDictionary*>(types)->objectForKey_(name);
+        if (!name->isKindOfClass_(NSString::classObject()) || !set ||
+            !set->isKindOfClass_(NSMutableSet::classObject())) {
+            *why = "holds a type that is not a set of ids";
+            return false;
+        }
+        NSArray* members = static_cast<NSSet*>(set)->allObjects();
+        for (uint32_t k = 0; k < members->count(); k++) {
+            int32_t identifier = 0;
+            if (!parseIdKey(members->objectAtIndex_(k), &identifier) || !_blocks.count(identifier)) {
+                *why = std::string("lists under type ") + static_cast<NSString*>(name)->UTF8String() +
+                       " an object that is not stored";
+                return false;
+            }
+        }
+    }
 
     // The free areas: the gaps between the blocks in order of offset. Two
     // blocks that share bytes can't both be intact, and the first fit that
@@ -247,6 +341,10 @@ bool LXContainer::loadTables(std::string* why) {
         }
         if (block.first > _tail) _gaps.emplace(_tail, block.first - _tail);
         _tail = block.second;
+    }
+    if (_tail > _size) {
+        *why = "places blocks up to " + std::to_string(_tail) + ", beyond its meta.filesize " + std::to_string(_size);
+        return false;
     }
     return true;
 }
@@ -426,6 +524,14 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
     bool isNew = existing == nullptr;
     int identifier = 0;
     if (isNew) {
+        if (_maxId == kOpenEnd) {
+            // Every id has been given out; a wrapped one would be refused at
+            // the next open, so the store is refused now instead.
+            _lock->unlock();
+            LOG("LXContainer %s: refusing to store a new object: every id up to %d has been given out",
+                _name->UTF8String(), _maxId);
+            return -1;
+        }
         identifier = _maxId + 1;
         object->setObject_forKeyPath_(NSNumber::numberWithInt_(identifier), "__meta.id"_ns);
         if (type) object->setObject_forKeyPath_(type, "__meta.type"_ns);

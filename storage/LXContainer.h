@@ -67,6 +67,11 @@ public:
 
     // alloc, initWithName:, autorelease.
     static LXContainer* containerWithName_(NSString* name);
+    // The same for a container that exists, and nil, with no file touched,
+    // when there is none of that stem: no index, no temporary index and no
+    // data in a data file. For tools that read: naming a store must not
+    // create one.
+    static LXContainer* existingContainerWithName_(NSString* name);
     // Ids of the records stored under the class's name (exactly; not its
     // subclasses), autoreleased.
     NSArray* idsForClass_(Class cls);
@@ -88,6 +93,15 @@ public:
     uint32_t mappingSize();
 
     // ---- Beyond the documented interface -------------------------------
+
+    // Whether a record's attributes can be installed in a new object of
+    // `cls`. A dictionary takes its count and bucket table as they stand
+    // (see queryById:class:), so they must agree: a table of at least one
+    // bucket, each the null or a list of key and value pairs, and a count
+    // equal to the number of pairs. A set
+    // takes a dictionary. Other classes take any value. On false, *why
+    // says what is wrong.
+    static bool recordFits(LXManagedObject* record, Class cls, std::string* why);
 
     // True when the store was found damaged at open and is left untouched.
     bool isDamaged() const { return _damaged; }

@@ -2,9 +2,14 @@
 // attributes, and the mapping that links each live object to its record.
 #include <cstdio>
 
+#include <string>
+
 #include "foundation/NSArray.h"
+#include "foundation/NSNull.h"
+#include "foundation/NSSet.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
+#include "foundation/platform/Platform.h"
 #include "storage/LXContainer.h"
 
 namespace {
@@ -23,7 +28,82 @@ NSArray* LXContainer::idsForClass_(Class cls) {
 
 uint32_t LXContainer::count_(Class cls) { return idsForClass_(cls)->count(); }
 
+LXContainer* LXContainer::existingContainerWithName_(NSString* name) {
+    if (!name) return nullptr;
+    std::string stem = name->UTF8String();
+    bool exists = vtFileStatus((stem + ".vci").c_str(), nullptr) || vtFileStatus((stem + ".vci.tmp").c_str(), nullptr);
+    if (!exists) {
+        // An empty data file alone is what a store that never committed
+        // leaves: nothing is stored, and opening would create an index.
+        FILE* data = std::fopen((stem + ".vcd").c_str(), "rb");
+        exists = data && std::fgetc(data) != EOF;
+        if (data) std::fclose(data);
+    }
+    return exists ? containerWithName_(name) : nullptr;
+}
+
+bool LXContainer::recordFits(LXManagedObject* record, Class cls, std::string* why) {
+    if (!record || !cls) {
+        *why = "no record";
+        return false;
+    }
+    if (cls->isSubclassOf(NSSet::classObject())) {
+        NSObject* dict = record->objectForKey_("dict"_ns);
+        if (!dict || !dict->isKindOfClass_(NSMutableDictionary::classObject())) {
+            *why = "the set's dict is not a dictionary";
+            return false;
+        }
+        return true;
+    }
+    if (!cls->isSubclassOf(NSDictionary::classObject())) return true;
+    NSObject* count = record->objectForKey_("count"_ns);
+    NSObject* array = record->objectForKey_("array"_ns);
+    if (!count || !count->isKindOfClass_(NSNumber::classObject())) {
+        *why = "the dictionary's count is not a number";
+        return false;
+    }
+    if (!array || !array->isKindOfClass_(NSMutableArray::classObject()) || static_cast<NSArray*>(array)->count() == 0) {
+        *why = "the dictionary's bucket table is not a list of buckets";
+        return false;
+    }
+    NSArray* buckets = static_cast<NSArray*>(array);
+    NSNull* null = NSNull::null();
+    double pairs = 0;
+    for (uint32_t b = 0; b < buckets->count(); b++) {
+        NSObject* slot = buckets->objectAtIndex_(b);
+        if (slot == null) continue;
+        if (!slot || !slot->isKindOfClass_(NSMutableArray::classObject())) {
+            *why = "a bucket of the dictionary is not a list";
+            return false;
+        }
+        NSArray* bucket = static_cast<NSArray*>(slot);
+        if (bucket->count() == 0 || bucket->count() % 2 != 0) {
+            *why = "a bucket of the dictionary does not hold key and value pairs";
+            return false;
+        }
+        for (uint32_t i = 0; i < bucket->count(); i += 2) {
+            if (!bucket->objectAtIndex_(i) || !bucket->objectAtIndex_(i + 1)) {
+                *why = "a key or value of the dictionary is missing";
+                return false;
+            }
+        }
+        pairs += bucket->count() / 2;
+    }
+    if (static_cast<NSNumber*>(count)->doubleValue() != pairs) {
+        *why = "the dictionary's count is not its number of entries";
+        return false;
+    }
+    return true;
+}
+
 NSObject* LXContainer::buildObject(LXManagedObject* managed, Class cls) {
+    std::string why;
+    if (!recordFits(managed, cls, &why)) {
+        NSObject* identifier = managed ? managed->uniqueId() : nullptr;
+        LOG("LXContainer %s: record %s makes no %s: %s", _name->UTF8String(),
+            identifier ? identifier->description()->UTF8String() : "?", cls->name(), why.c_str());
+        return nullptr;
+    }
     NSObject* object = cls->alloc();
     if (!object) return nullptr;
     object = object->init();

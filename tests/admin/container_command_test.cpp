@@ -177,4 +177,36 @@ TEST_F(ContainerCommandTest, CheckNamesWhatIsDamaged) {
     EXPECT_EQ(readFile(stem + ".vcd"), data);
 }
 
+// Reading a name that has no container is an error that creates nothing.
+TEST_F(ContainerCommandTest, MissingContainerIsAnError) {
+    std::string message = "vantor-admin: no container " + stem + ": neither " + stem + ".vci nor " + stem +
+                          ".vcd holds one\n";
+    for (const char* verb : {"dump", "check", "remove"}) {
+        SCOPED_TRACE(verb);
+        Result result = run(std::string("container ") + verb + " '" + stem + "'" + (verb[0] == 'r' ? " 1" : ""));
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, message);
+        EXPECT_EQ(access((stem + ".vci").c_str(), F_OK), -1);
+        EXPECT_EQ(access((stem + ".vcd").c_str(), F_OK), -1);
+    }
+    EXPECT_EQ(run("container check '" + stem + "'").out, "damaged: the store does not open; see standard error\n");
+}
+
+// The JSON reader makes values: "$class" names a dictionary or set class,
+// never a class by its fields.
+TEST_F(ContainerCommandTest, JsonMakesValueClassesOnly) {
+    for (const char* text : {R"({"k":{"$class":"LXContainer","name":"x"}})", R"({"k":{"$class":"NSObject"}})",
+                             R"({"k":{"$class":"LXDelta","$dict":{}}})"}) {
+        SCOPED_TRACE(text);
+        Result result = run("container store '" + stem + "'", text);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.err.find("is not a dictionary or set class"), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(run("archive encode", R"({"$class":"NSLock"})").status, 1);
+    Result managed = run("container store '" + stem + "'",
+                         R"({"m":{"$class":"LXManagedObject","$dict":{"a":1}},"c":{"$class":"NSCountedSet","$dict":{"x":2}}})");
+    EXPECT_EQ(managed.status, 0) << managed.err;
+    EXPECT_EQ(managed.out, "1\n");
+}
+
 }  // namespace

@@ -275,6 +275,22 @@ TEST_F(Archive, MalformedArchivesAreRefused) {
                   "NSUnarchiver: count larger than the rest of the archive at byte 37");
     expectRefused(name("NSArray") + numberBytes(5) + abc + abc,
                   "NSUnarchiver: length field past the end at byte 79");
+    // The same for dictionaries (a key and a value per entry) and for the
+    // dictionary inside a set; no slot is allocated for a count refused.
+    expectRefused(name("NSMutableDictionary") + numberBytes(-3) + abc + abc,
+                  "NSUnarchiver: count that is not a whole number at byte 37");
+    expectRefused(name("NSMutableDictionary") + numberBytes(0.0 / 0.0),
+                  "NSUnarchiver: count that is not a whole number at byte 37");
+    expectRefused(name("NSMutableDictionary") + numberBytes(1e300),
+                  "NSUnarchiver: count that is not a whole number at byte 37");
+    expectRefused(name("NSMutableDictionary") + numberBytes(5) + abc + abc,
+                  "NSUnarchiver: count larger than the rest of the archive at byte 37");
+    expectRefused(name("NSMutableDictionary") + numberBytes(2) + abc + abc + abc,
+                  "NSUnarchiver: length field past the end at byte 112");
+    expectRefused(name("NSMutableSet") + name("NSMutableDictionary") + numberBytes(4294967295.0),
+                  "NSUnarchiver: count larger than the rest of the archive at byte 54");
+    expectRefused(name("NSMutableArray") + numberBytes(4294967296.0),
+                  "NSUnarchiver: count that is not a whole number at byte 32");
 
     // A failure deep inside makes the whole tree nil.
     NSMutableArray* outer = NSMutableArray::array();

@@ -48,6 +48,21 @@ int intAt(NSObject* object, const char* path) {
     return value && value->isKindOfClass_(NSNumber::classObject()) ? static_cast<NSNumber*>(value)->intValue() : -1;
 }
 
+// Rewrites the index file of a stem after `edit` has changed it.
+void editIndex(const std::string& stem, void (*edit)(LXManagedObject* index)) {
+    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(stem + ".vci"));
+    ASSERT_NE(index, nullptr);
+    edit(static_cast<LXManagedObject*>(index));
+    ASSERT_TRUE(NSArchiver::archiveRootObject_toFile_(index, ns(stem + ".vci")));
+}
+
+// Moves the entry of `key` in `level` to `renamed`, as one changed byte
+// of its name in the file would.
+void renameKey(NSMutableDictionary* level, const char* key, const char* renamed) {
+    level->setObject_forKey_(level->objectForKey_(ns(key)), ns(renamed));
+    level->removeObjectForKey_(ns(key));
+}
+
 class ContainerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -445,6 +460,64 @@ TEST_F(ContainerTest, DamagedStoresAreReportedAndLeftUntouched) {
              "the data file holds 0 bytes, the index places blocks up to 600"},
             {"data file without index", [](const std::string& s) { remove((s + ".vci").c_str()); },
              "the data file exists without an index"},
+            // An index that decodes but whose shape is off: read as it
+            // stands, each would let a store write over a live block.
+            {"objects level renamed",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { renameKey(i, "objects", "objdcts"); }); },
+             "%s.vci holds an unknown key 'objdcts'"},
+            {"pos level renamed",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKey_("objects"_ns)), "pos", "pms");
+                 });
+             },
+             "%s.vci holds an unknown key 'pms'"},
+            {"objects level gone",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->removeObjectForKey_("objects"_ns); }); },
+             "%s.vci has given out ids but has no objects level"},
+            {"length of an id gone",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->removeObjectForKeyPath_("objects.length.2"_ns); });
+             },
+             "%s.vci has no objects.pos and objects.length of the same ids"},
+            {"id written with a leading zero",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKeyPath_("objects.pos"_ns)), "2", "02");
+                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKeyPath_("objects.length"_ns)), "2", "02");
+                 });
+             },
+             "%s.vci holds a block entry that is not an id with an offset and a length"},
+            {"id above maxid",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(1), "meta.maxid"_ns); });
+             },
+             "%s.vci holds id 2, above meta.maxid 1"},
+            {"maxid that is no number",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(ns("2"), "meta.maxid"_ns); }); },
+             "%s.vci holds a meta.filesize or meta.maxid that is no count"},
+            {"blocks on the same bytes",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(100), "objects.pos.2"_ns); });
+             },
+             "%s.vci places two blocks on the same bytes at 100"},
+            {"filesize below the blocks",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(10), "meta.filesize"_ns); });
+             },
+             "%s.vci places blocks up to 600, beyond its meta.filesize 10"},
+            {"type listing an object not stored",
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     NSMutableSet* ids = NSMutableSet::set();
+                     ids->addObject_(ns("7"));
+                     i->setObject_forKeyPath_(ids, "types.T"_ns);
+                 });
+             },
+             "%s.vci lists under type T an object that is not stored"},
+            {"type that is no set",
+             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(ns("1"), "types.T"_ns); }); },
+             "%s.vci holds a type that is not a set of ids"},
             {"undecodable temporary file without index",
              [](const std::string& s) {
                  remove((s + ".vci").c_str());
@@ -512,6 +585,93 @@ TEST_F(ContainerTest, LostFreeTailIsReportedButNotDamage) {
     EXPECT_NE(again->objectWithId_(3), nullptr);
 }
 
+// Ids are signed 32-bit: once the last one is given out, new objects are
+// refused, and the index stays one that opens.
+TEST_F(ContainerTest, LastIdIsGivenOutOnce) {
+    LXManagedObject* first = objectOfLength(300);
+    ASSERT_EQ(open()->store_(first), 1);
+    editIndex(stem, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(0x7FFFFFFE), "meta.maxid"_ns); });
+    LXContainer* box = open();
+    ASSERT_FALSE(box->isDamaged());
+    EXPECT_EQ(box->store_(objectOfLength(300)), 0x7FFFFFFF);
+    std::string index = readFile(indexPath());
+    LXManagedObject* refused = objectOfLength(300);
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(box->store_(refused), -1); }),
+              "LXContainer " + stem + ": refusing to store a new object: every id up to 2147483647 has been given out\n");
+    EXPECT_EQ(refused->uniqueId(), nullptr);
+    EXPECT_EQ(readFile(indexPath()), index);
+    EXPECT_EQ(box->store_(first), 1) << "objects that have an id are still stored";
+    LXContainer* reopened = open();
+    EXPECT_FALSE(reopened->isDamaged());
+    EXPECT_EQ(reopened->maxId(), 0x7FFFFFFF);
+    EXPECT_NE(reopened->objectWithId_(0x7FFFFFFF), nullptr);
+}
+
+// Tools that read open only what is there.
+TEST_F(ContainerTest, ExistingContainersOnly) {
+    EXPECT_EQ(LXContainer::existingContainerWithName_(ns(stem)), nullptr);
+    writeFile(dataPath(), "");
+    EXPECT_EQ(LXContainer::existingContainerWithName_(ns(stem)), nullptr);
+    EXPECT_FALSE(exists(indexPath())) << "nothing is created";
+    ASSERT_EQ(open()->store_(objectOfLength(300)), 1);
+    LXContainer* box = LXContainer::existingContainerWithName_(ns(stem));
+    ASSERT_NE(box, nullptr);
+    EXPECT_EQ(box->allIds()->count(), 1u);
+    remove(indexPath().c_str());
+    std::string log = vt_test::logOf([&] { box = LXContainer::existingContainerWithName_(ns(stem)); });
+    ASSERT_NE(box, nullptr) << "a data file without its index is a damaged store, not none";
+    EXPECT_TRUE(box->isDamaged());
+}
+
+// A record whose count and bucket table disagree makes no dictionary: the
+// count decides how much allKeys allocates and walks.
+TEST_F(ContainerTest, RecordsThatMakeNoDictionaryAreRefused) {
+    LXContainer* box = open();
+    NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(2);
+    record->setObject_forKey_(ns("v"), ns("k"));
+    record->setObject_forKey_(ns("w"), ns("l"));
+    ASSERT_EQ(box->set_(record), 1);
+    std::string why;
+    LXManagedObject* stored = box->objectWithId_(1);
+    ASSERT_TRUE(LXContainer::recordFits(stored, NSMutableDictionary::classObject(), &why)) << why;
+    struct Case {
+        const char* name;
+        NSObject* count;
+        NSObject* array;
+        const char* why;
+    };
+    NSObject* table = stored->objectForKey_("array"_ns);
+    NSMutableArray* odd = NSMutableArray::array();
+    NSMutableArray* lone = NSMutableArray::array();
+    lone->addObject_(ns("k"));
+    odd->addObject_(lone);
+    const Case cases[] = {
+            {"negative count", NSNumber::numberWithInt_(-2), table, "the dictionary's count is not its number of entries"},
+            {"count too high", NSNumber::numberWithInt_(3), table, "the dictionary's count is not its number of entries"},
+            {"count not a number", ns("2"), table, "the dictionary's count is not a number"},
+            {"no table", NSNumber::numberWithInt_(2), nullptr, "the dictionary's bucket table is not a list of buckets"},
+            {"empty table", NSNumber::numberWithInt_(0), NSMutableArray::array(),
+             "the dictionary's bucket table is not a list of buckets"},
+            {"bucket of one key", NSNumber::numberWithInt_(1), odd,
+             "a bucket of the dictionary does not hold key and value pairs"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        LXManagedObject* damaged = box->objectWithId_(1);
+        damaged->setObject_forKey_(c.count, ns("count"));
+        damaged->setObject_forKey_(c.array, ns("array"));
+        EXPECT_FALSE(LXContainer::recordFits(damaged, NSMutableDictionary::classObject(), &why));
+        EXPECT_EQ(why, c.why);
+        ASSERT_EQ(box->store_(damaged), 1);
+        std::string log = vt_test::logOf([&] {
+            EXPECT_EQ(box->queryById_class_(1, NSMutableDictionary::classObject()), nullptr);
+            EXPECT_EQ(box->query_(NSMutableDictionary::classObject())->count(), 0u);
+        });
+        EXPECT_NE(log.find(std::string("record 1 makes no NSMutableDictionary: ") + c.why), std::string::npos) << log;
+    }
+    EXPECT_TRUE(LXContainer::recordFits(stored, NSObject::classObject(), &why)) << "other classes take any value";
+}
+
 TEST_F(ContainerTest, EmptyDataFileWithoutIndexIsCreatedAnew) {
     writeFile(dataPath(), "");
     LXContainer* box = open();
@@ -545,6 +705,13 @@ TEST(ManagedObject, KeyPaths) {
     object->setObject_forKeyPath_(nullptr, "n.m"_ns);
     ASSERT_NE(object->objectForKey_("n"_ns), nullptr);
     EXPECT_EQ(static_cast<NSDictionary*>(object->objectForKey_("n"_ns))->count(), 0u);
+
+    // A level that holds a plain value is replaced by a new dictionary: the
+    // path is the caller's statement of the shape it wants.
+    object->setObject_forKeyPath_("plain"_ns, "p"_ns);
+    object->setObject_forKeyPath_("v"_ns, "p.q"_ns);
+    EXPECT_TRUE(object->objectForKeyPath_("p.q"_ns)->isEqual_("v"_ns));
+    EXPECT_EQ(static_cast<NSDictionary*>(object->objectForKey_("p"_ns))->count(), 1u);
 
     object->removeObjectForKeyPath_("q.r.s"_ns);
     EXPECT_EQ(object->objectForKey_("q"_ns), nullptr) << "removal stops silently at a missing level";
