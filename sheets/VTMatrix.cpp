@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <mutex>
+#include <random>
 #include <unordered_set>
 #include <vector>
 
@@ -40,6 +42,11 @@ VTMatrix* matrixOfSheet(NSDictionary* sheets, NSObject* sheetName) {
 }  // namespace
 
 NSString* VTMatrix::uniqueId() {
+    // Seeded once per process from the system's entropy, unlike a generator
+    // left at its fixed start: two installations importing at the same
+    // moment would otherwise draw the same numbers and make the same ids.
+    static std::once_flag seeded;
+    std::call_once(seeded, [] { std::srand(std::random_device{}()); });
     int counter = ++gIdCounter;
     NSMutableString* id = NSMutableString::string();
     id->appendString_(NSNumber::numberWithDouble_(NSDate::date()->timeIntervalSince1970())->description());

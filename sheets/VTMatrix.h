@@ -32,7 +32,8 @@ class VTMatrix : public NSObject {
 
 public:
     // A new record id, autoreleased: the present time, the negated count of
-    // ids made by this process, and one rand() value, as number texts.
+    // ids made by this process, and one rand() value, as number texts. The
+    // generator is seeded once per process from the system's entropy.
     static NSString* uniqueId();
 
     // With a source the matrix shares the source's store (container, and at
