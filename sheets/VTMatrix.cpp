@@ -173,9 +173,12 @@ uint32_t VTMatrix::rowForObject_(NSMutableDictionary* record) {
 
 int32_t VTMatrix::rowForObjectUnlocked_(NSMutableDictionary* record) {
     NSString* id = recordIdOf(record);
+    // A record without an id is no record of this matrix, not the first row
+    // that lacks one as well.
+    if (!id) return -1;
     for (uint32_t i = 0, n = _objects->count(); i < n; i++) {
         NSString* other = recordIdOf(static_cast<NSDictionary*>(_objects->objectAtIndex_(i)));
-        if (other == id || (other && other->isEqual_(id))) return static_cast<int32_t>(i);
+        if (other && other->isEqual_(id)) return static_cast<int32_t>(i);
     }
     return -1;
 }

@@ -66,6 +66,8 @@ public:
     // Row of the record with the argument's id; appends the argument when
     // there is none. Under writeLock.
     uint32_t rowForObject_(NSMutableDictionary* record);
+    // -1 when no row has the argument's id, and always for a record without
+    // one.
     int32_t rowForObjectUnlocked_(NSMutableDictionary* record);
     void setValue_inRow_column_(NSObject* value, uint32_t row, NSString* field);
     // Sets the value in place, appending fresh records up to the row. Inside

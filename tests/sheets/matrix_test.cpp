@@ -378,6 +378,11 @@ TEST_F(MatrixTest, RowForObjectFindsByIdOrAppendsAndIdsAreUnique) {
     EXPECT_NE(a, b);
     EXPECT_NE(a.find('-'), std::string::npos);
     EXPECT_EQ(m->objectsWithValue_inColumn_("Ada"_ns, "name"_ns)->count(), 1u);
+
+    // A record without an id is none of the rows, also when a row lacks
+    // one as well.
+    static_cast<NSMutableDictionary*>(m->allObjectsSorted()->objectAtIndex_(0))->removeObjectForKey_("__recordId"_ns);
+    EXPECT_EQ(m->rowForObjectUnlocked_(NSMutableDictionary::dictionary()), -1);
 }
 
 }  // namespace
