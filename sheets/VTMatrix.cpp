@@ -376,14 +376,18 @@ void VTMatrix::sortByFirstField() {
     sortByField_(static_cast<NSString*>(descriptor->objectAtIndex_(0)));
 }
 
-NSString* VTMatrix::displayText(NSDictionary* record, NSArray* displayFields) {
-    NSMutableString* text = NSMutableString::string();
+void VTMatrix::appendDisplayText(NSMutableString* text, NSDictionary* record, NSArray* displayFields) {
     for (uint32_t i = 0, n = displayFields ? displayFields->count() : 0; i < n; i++) {
         NSObject* name = displayFields->objectAtIndex_(i);
         NSObject* value = record->objectForKey_(name);
         text->appendString_(value ? value->description() : name->description());
         text->appendString_(" "_ns);
     }
+}
+
+NSString* VTMatrix::displayText(NSDictionary* record, NSArray* displayFields) {
+    NSMutableString* text = NSMutableString::string();
+    appendDisplayText(text, record, displayFields);
     return text->trim();
 }
 
@@ -403,8 +407,10 @@ NSObject* VTMatrix::resolveValue_forField_(NSObject* value, NSString* field) {
                 static_cast<NSString*>(descriptor->objectAtIndex_(1)->description())->UTF8String());
             return "???"_ns;
         }
-        text->appendString_(displayText(record, displayFields));
-        text->appendString_(" "_ns);
+        // Each display value and its blank, for every record; trimmed once
+        // at the end, so that a record's blank or empty value at the edge of
+        // its part is kept between the parts.
+        appendDisplayText(text, record, displayFields);
     }
     return text->trim();
 }

@@ -108,6 +108,8 @@ public:
     // The display text of one referenced record: the display fields' raw
     // values (or their names), each followed by a blank, trimmed.
     static NSString* displayText(NSDictionary* record, NSArray* displayFields);
+    // The same without the trimming, appended to `text`.
+    static void appendDisplayText(NSMutableString* text, NSDictionary* record, NSArray* displayFields);
 
 protected:
     ~VTMatrix() override = default;

@@ -385,4 +385,19 @@ TEST_F(MatrixTest, RowForObjectFindsByIdOrAppendsAndIdsAreUnique) {
     EXPECT_EQ(m->rowForObjectUnlocked_(NSMutableDictionary::dictionary()), -1);
 }
 
+TEST_F(MatrixTest, AMultireferenceIsTrimmedOnceAsAWhole) {
+    VTMatrix* users = makeMatrix("user");
+    users->setValue_inRow_column_("Ada"_ns, 0, "firstName"_ns);
+    users->setValue_inRow_column_(""_ns, 0, "lastName"_ns);
+    users->setValue_inRow_column_("Bob"_ns, 1, "firstName"_ns);
+    users->setValue_inRow_column_("Builder"_ns, 1, "lastName"_ns);
+    VTMatrix* m = makeMatrix("tasks");
+    m->addField_(NSArray::arrayWithObjects_("team"_ns, "multireference"_ns, "user"_ns,
+                                            words({"firstName", "lastName"}), nullptr));
+    NSString* both = NSString::stringWithFormat_("%s %s", str(users->valueInRow_column_(0, "__recordId"_ns)).c_str(),
+                                                 str(users->valueInRow_column_(1, "__recordId"_ns)).c_str());
+    // Ada's empty last name keeps its blank between the two parts.
+    EXPECT_EQ(str(m->resolveValue_forField_(both, "team"_ns)), "Ada  Bob Builder");
+}
+
 }  // namespace
