@@ -16,6 +16,8 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_set>
+#include <vector>
 
 #include "foundation/NSArray.h"
 #include "foundation/NSDictionary.h"
@@ -79,8 +81,12 @@ public:
     void removeRecord_(NSString* recordId);
     // Waits for transactionLock, which the commit or rollback releases.
     void beginTransaction();
-    void commitTransaction();
-    void commitTransaction_(bool synchronize);
+    // Whether every change of the transaction reached the disk. On failure
+    // (a damaged container, a full disk) nothing is replicated, the matrix
+    // is back as it was at beginTransaction, and the workspace is told with
+    // commitFailedInSheet:.
+    bool commitTransaction();
+    bool commitTransaction_(bool synchronize);
     // Forgets the pending sets; the records keep their changes.
     void rollbackTransaction();
     // Ascending; the same field again reverses the present order.
@@ -118,7 +124,27 @@ private:
     // Appends a record (under writeLock) and enters it in index.
     void appendRecord(NSMutableDictionary* record);
     void addPending(NSMutableDictionary* record, NSString* kind);
+    // The undo log of the open transaction: what each change replaced, so
+    // that a commit that fails can put the rows back as they were.
+    void noteChange(NSMutableDictionary* record);
+    void noteNew(NSMutableDictionary* record);
+    void noteRemoval(NSMutableDictionary* record, uint32_t row);
+    // Writes the pending entries to the container as one index write;
+    // false when any of it failed.
+    bool storePending(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted,
+                      NSString* userId, bool synchronize);
+    void undoTransaction();
+    void endTransaction();
     friend class VTTableDataSource;
+
+    struct Undo {
+        Ref<NSMutableDictionary> record;
+        Ref<NSDictionary> before;  // contents before the first change; nil for a record new here
+        Ref<NSString> idAtEntry;   // a new record's id as the index knows it
+        int32_t removedRow = -1;   // the row of a removed record
+    };
+    std::vector<Undo> _undo;
+    std::unordered_set<NSObject*> _noted;
 
     Ref<LXContainer> _container;
     Ref<NSMutableDictionary> _index;
