@@ -49,6 +49,10 @@ const Row kRows[] = {
          "Neznámá tabulka. Ignorovat deltu?"},
         {"nouserrow_error", "No match between user key and database.",
          "Falscher Benützerschlüssel.", "Nesprávný uživatelský klíč."},
+        {"savefailed", "The change could not be saved: the data of this sheet is damaged or the disk is full.",
+         "Die Änderung konnte nicht gespeichert werden: die Daten dieser Tabelle sind beschädigt oder der "
+         "Datenträger ist voll.",
+         "Změnu nelze uložit: data této tabulky jsou poškozena nebo je disk plný."},
         {"removing", "Removing", "Entfernen", "Ostranit"},
         {"areyousure", "Are you sure?", "Wirklich durchführen?", "Opravdu provést?"},
         {"m_File", "File", "Datei", "Soubor"},

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "app/VTLocalization.h"
 #include "app/VTUserKey.h"
 #include "foundation/NSData.h"
 #include "foundation/NSString.h"
@@ -13,6 +14,7 @@
 #include "sheets/VTSheet.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "toolkit/NSAlert.h"
 #include "toolkit/NSApplication.h"
 
 namespace {
@@ -31,6 +33,13 @@ NSString* textOfFile(NSString* path) {
             NSAutorelease(NSString::alloc()->initWithBytes_length_(static_cast<const char*>(raw), bytes->length()));
     std::free(raw);
     return text;
+}
+
+void showErrorAlert(const char* key) {
+    NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
+            VTLocalizedString(NSString::stringWithUTF8String_(key)))
+            ->runModal();
 }
 
 NSString* stringValue(NSDictionary* record, NSString* key) {
@@ -291,6 +300,13 @@ void VTWorkspace::saveSetsForSeen() {
 
 void VTWorkspace::menuFileQuit_(NSObject*) { NSApplication::sharedApplication()->terminate_(nullptr); }
 
+void VTWorkspace::commitFailedInSheet_(NSObject* sheet) {
+    NSObject* name = NSSend<NSObject*>(sheet, NS_SEL("name"));
+    LOG("not saved in sheet '%s': the change did not reach the disk",
+        name ? static_cast<NSString*>(name->description())->UTF8String() : "");
+    showErrorAlert("savefailed");
+}
+
 NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_CLASS_METHOD(workspaceWithFile_userInfo_)
     NS_METHOD(initWithFile_userInfo_)
@@ -305,6 +321,7 @@ NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_METHOD(setForSeenForKey_)
     NS_METHOD(saveSetsForSeen)
     NS_METHOD(menuFileQuit_)
+    NS_METHOD(commitFailedInSheet_)
     NS_METHOD(currentUserId)
     NS_METHOD(currentUserUniqueId)
     NS_METHOD(allUsers)

@@ -61,6 +61,9 @@ public:
     void saveSetsForSeen();
     // Sends terminate: with nil to the application object.
     void menuFileQuit_(NSObject* sender);
+    // A user's change that did not reach the disk (the matrix is back as
+    // it was): logged, and the savefailed alert shown.
+    void commitFailedInSheet_(NSObject* sheet);
 
     // Rights (VTWorkspaceRights.cpp).
     NSString* currentUserId();

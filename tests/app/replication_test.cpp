@@ -413,6 +413,29 @@ TEST_F(ReplicationTest, DeletesRemoveWithoutBeepAndUnknownIdsAreIgnored) {
     EXPECT_TRUE(drain().empty());
 }
 
+TEST_F(ReplicationTest, ASaveThatIsNotStoredIsReportedToTheUserAndSendsNothing) {
+    Client& ada = client(kAda, {kAda, kBob, kCy}, [] {
+        writeFile("data/task.vci", "not an index");
+    });
+    VTMatrix* tasks = ada.matrix("task");
+    ASSERT_TRUE(tasks->container()->isDamaged());
+    bool stored = true;
+    std::string log = logOf([&] {
+        tasks->beginTransaction();
+        tasks->setValue_inRow_column_("Lost"_ns, 0, "title"_ns);
+        stored = tasks->commitTransaction();
+    });
+    EXPECT_FALSE(stored);
+    EXPECT_NE(log.find("not saved in sheet 'task': the change did not reach the disk\n"
+                       "alert: Error: The change could not be saved: the data of this sheet is damaged or the disk "
+                       "is full.\n"),
+              std::string::npos)
+            << log;
+    EXPECT_EQ(tasks->numberOfRows(), 0u);
+    EXPECT_TRUE(drain().empty());
+    EXPECT_EQ(readFile("data/task.vci"), "not an index");
+}
+
 TEST_F(ReplicationTest, BeepsComeAtMostOncePerTenSeconds) {
     Client& bob = client(kBob);
     auto arrive = [&] {
