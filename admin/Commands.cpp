@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "app/VTWorkspace.h"
+
 namespace admin {
 
 namespace {
@@ -89,6 +91,13 @@ LogToStderr::~LogToStderr() {
         dup2(_saved, 1);
         close(_saved);
     }
+}
+
+bool checkDataFolder(const char* command) {
+    if (VTWorkspace::hasDataFolder()) return true;
+    std::fprintf(stderr, "vantor-admin: %s: the data folder data/ is missing here; run it in an installation directory\n",
+                 command);
+    return false;
 }
 
 }  // namespace admin

@@ -41,6 +41,10 @@ std::string readLine(FILE* in);
 // off (echo stays if the stream is no terminal).
 std::string askHidden(FILE* terminal, const char* prompt);
 
+// Whether the working directory has its data/ folder; if not, says so on
+// standard error for the command. A missing folder is not a damaged store:
+// nothing is opened or created.
+bool checkDataFolder(const char* command);
 // Sends what LOG writes to standard error while it lives, so that standard
 // output carries only a command's results; write those to results(), a
 // stream on the real standard output.

@@ -40,6 +40,7 @@ namespace admin {
 VTWorkspace* newInstallationWorkspace(const char* command) {
     LogToStderr redirect;
     VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+    if (!checkDataFolder(command)) return nullptr;
     VTSeedDataDirectory();
     NSArray* rows = VTWorkspace::configurationRowsFromFile_("conf/cro.vtr"_ns);
     if (!rows) {

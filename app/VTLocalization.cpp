@@ -53,6 +53,11 @@ const Row kRows[] = {
          "Die Änderung konnte nicht gespeichert werden: die Daten dieser Tabelle sind beschädigt oder der "
          "Datenträger ist voll.",
          "Změnu nelze uložit: data této tabulky jsou poškozena nebo je disk plný."},
+        {"userdamaged", "The user data (data/user) is damaged. Please restore it from a backup.",
+         "Die Benützerdaten (data/user) sind beschädigt. Bitte stellen Sie sie aus einer Sicherung wieder her.",
+         "Uživatelská data (data/user) jsou poškozena. Obnovte je prosím ze zálohy."},
+        {"nodatafolder", "The data folder (data/) is missing.", "Der Datenordner (data/) fehlt.",
+         "Složka s daty (data/) chybí."},
         {"removing", "Removing", "Entfernen", "Ostranit"},
         {"areyousure", "Are you sure?", "Wirklich durchführen?", "Opravdu provést?"},
         {"m_File", "File", "Datei", "Soubor"},

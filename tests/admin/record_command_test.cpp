@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "tests/support/RunProgram.h"
@@ -121,6 +122,35 @@ TEST_F(RecordCommandTest, SyncWithoutARelayKeepsEveryDelta) {
     vt_test::writeFile(dir + "/transceiver.txt", "127.0.0.1\n");
     expectRefused("sync --port 9 --timeout 1", "", "still waiting");
     EXPECT_EQ(deltas(), queued);
+}
+
+TEST_F(RecordCommandTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
+    ASSERT_EQ(admin("record list company").status, 0);  // Ada's row is made at the first start
+    std::string key = vt_test::readFile(dir + "/userkey/admin.vuk");
+    std::string users = vt_test::readFile(dir + "/data/user.vcd");
+    std::filesystem::resize_file(dir + "/data/user.vcd", 3);
+    ProgramResult r = admin("record list company");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("the user store data/user is damaged"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("record list: the installation here can't be opened"), std::string::npos) << r.err;
+    EXPECT_EQ(vt_test::readFile(dir + "/userkey/admin.vuk"), key);
+    EXPECT_EQ(std::filesystem::file_size(dir + "/data/user.vcd"), 3u);
+    EXPECT_FALSE(exists(dir + "/vantor.lock"));
+    vt_test::writeFile(dir + "/data/user.vcd", users);
+    EXPECT_EQ(admin("record list company").status, 0);
+}
+
+TEST_F(RecordCommandTest, AMissingDataFolderIsReportedAsMissing) {
+    std::filesystem::rename(dir + "/data", dir + "/data.away");
+    for (const char* args : {"record list company", "sheet list", "sheet dump company"}) {
+        ProgramResult r = admin(args);
+        EXPECT_EQ(r.status, 1) << args;
+        EXPECT_NE(r.err.find("the data folder data/ is missing here"), std::string::npos) << args << ": " << r.err;
+        EXPECT_EQ(r.err.find("damaged"), std::string::npos) << args << ": " << r.err;
+        EXPECT_FALSE(exists(dir + "/data")) << args;
+    }
+    std::filesystem::rename(dir + "/data.away", dir + "/data");
 }
 
 }  // namespace

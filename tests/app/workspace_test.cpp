@@ -195,6 +195,44 @@ TEST_F(FirstUserTest, AnIdentityOfTheWrongShapeWritesNoRow) {
     w->release();
 }
 
+TEST_F(FirstUserTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
+    // Ada's row is there, but the data file was cut: the store answers no
+    // rows, which must not pass for an empty user sheet.
+    storeRecords("user", {{{"__recordId", "u-ada"}, {"firstName", "Ada"}, {"lastName", "Lovelace"},
+                           {"orgUnit", "Demo"}, {"company", "Admin"}}});
+    std::filesystem::resize_file("data/user.vcd", 3);
+    NSMutableDictionary* k = key("Ada Lovelace/Demo/Admin", "u-ada");
+    ASSERT_TRUE(VTUserKey::writeUserKey_toFile_(k, "userkey/admin.vuk"_ns));
+    std::string keyBytes = readFile("userkey/admin.vuk");
+    std::string index = readFile("data/user.vci");
+    std::string log;
+    EXPECT_EQ(build(k, &log), nullptr);
+    EXPECT_NE(log.find("the user store data/user is damaged; the start stops, no user row or key is written\n"),
+              std::string::npos)
+            << log;
+    EXPECT_NE(log.find("alert: Error: The user data (data/user) is damaged. Please restore it from a backup.\n"),
+              std::string::npos)
+            << log;
+    EXPECT_EQ(log.find("first admin"), std::string::npos) << log;
+    EXPECT_EQ(str(k->objectForKey_("UniqueID"_ns)), "u-ada");
+    EXPECT_EQ(readFile("userkey/admin.vuk"), keyBytes);
+    EXPECT_EQ(readFile("data/user.vci"), index);
+    EXPECT_EQ(std::filesystem::file_size("data/user.vcd"), 3u);
+}
+
+TEST_F(WorkspaceTest, AMissingDataFolderIsReportedAsMissingAndNothingIsMade) {
+    writeFile("conf/cro.vtr", kSmallConfiguration);
+    std::filesystem::remove_all("data");
+    std::string log;
+    EXPECT_EQ(build(key("Ada Lovelace/Demo/Admin", nullptr), &log), nullptr);
+    EXPECT_EQ(log,
+              "no data folder: data/ is missing in the working directory; nothing opened or created\n"
+              "alert: Error: The data folder (data/) is missing.\n");
+    EXPECT_FALSE(std::filesystem::exists("data"));
+    EXPECT_FALSE(std::filesystem::exists("_seen_.vcd"));
+    EXPECT_FALSE(std::filesystem::exists("userkey/admin.vuk"));
+}
+
 TEST_F(WorkspaceTest, SeenSetsLiveInTheirOwnContainer) {
     writeFile("conf/cro.vtr", kSmallConfiguration);
     VTWorkspace* w = build(key("Ada Lovelace/Demo/Acme", "u1"));
