@@ -37,6 +37,9 @@
 // set and remove need the rights the buttons need: deposit for a new
 // record, update (or updateown on one's own record) for a change, remove
 // (or removeown) for a removal. Nothing is written when a check fails.
+// A change that doesn't reach the disk (a damaged store, a full disk)
+// ends the command with status 1 and the reason; set prints no id, and
+// nothing goes out to the other users.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -73,6 +76,14 @@ NSArray* descriptorOf(VTSheet* sheet, NSString* key) {
 bool isOwn(VTWorkspace* w, NSDictionary* record) {
     NSObject* creator = record->objectForKey_("__creator"_ns);
     return creator && creator->isEqual_(w->currentUserId());
+}
+
+// Why a commit failed, for the command's message: the commit has put the
+// matrix back as it was, and nothing went out to the other users.
+void reportFailedCommit(const char* command, VTSheet* sheet) {
+    if (!checkStore(command, sheet)) return;
+    std::fprintf(stderr, "vantor-admin: %s: nothing saved: the store of the sheet '%s' could not be written\n",
+                 command, sheet->name()->UTF8String());
 }
 
 int32_t rowOf(VTMatrix* m, NSString* recordId) {
@@ -259,7 +270,10 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId) 
             m->setValue_inRow_column_(value, row, nameOf(descriptor));
     }
     sendRowHook(sheet, "willStoreRow:", row);
-    m->commitTransaction();
+    if (!m->commitTransaction()) {
+        reportFailedCommit("record set", sheet);
+        return false;
+    }
     m->markAsSeen_rowIndex_(true, row);
     refreshViews(w, sheet);
     NSString* id = static_cast<NSString*>(m->valueInRow_column_(row, "__recordId"_ns));
@@ -271,6 +285,9 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId) 
 // Saves, each its own transaction). Every object is checked before the
 // first is saved.
 int set(Session& s, VTSheet* sheet) {
+    // A damaged store shows no records: an id given would be "unknown" and
+    // a new record could not be stored. Said as it is, before anything else.
+    if (!checkStore("record set", sheet)) return 1;
     std::string error;
     Ref<NSObject> parsed = adoptRef(newObjectFromJSON(readAll(stdin), &error));
     if (!parsed) {
@@ -294,6 +311,7 @@ int set(Session& s, VTSheet* sheet) {
 }
 
 int remove(Session& s, VTSheet* sheet, const char* id) {
+    if (!checkStore("record remove", sheet)) return 1;
     VTWorkspace* w = s.workspace();
     VTMatrix* m = sheet->matrix();
     m->beginTransaction();
@@ -312,7 +330,10 @@ int remove(Session& s, VTSheet* sheet, const char* id) {
         return 1;
     }
     m->removeRow_(static_cast<uint32_t>(row));
-    m->commitTransaction();
+    if (!m->commitTransaction()) {
+        reportFailedCommit("record remove", sheet);
+        return 1;
+    }
     refreshViews(w, sheet);
     return 0;
 }

@@ -124,6 +124,40 @@ TEST_F(RecordCommandTest, SyncWithoutARelayKeepsEveryDelta) {
     EXPECT_EQ(deltas(), queued);
 }
 
+TEST_F(RecordCommandTest, ADamagedStoreIsNamedWhereverItIsReadAndTakesNoChange) {
+    ProgramResult saved = admin("record set company", R"({"name": "Before", "industry": "trade"})");
+    ASSERT_EQ(saved.status, 0) << saved.err;
+    std::string queued = deltas();
+    std::string data = vt_test::readFile(dir + "/data/company.vcd");
+    std::filesystem::resize_file(dir + "/data/company.vcd", 7);
+    const std::string named = "the store of the sheet 'company' (data/company.vcd, data/company.vci) is damaged";
+
+    ProgramResult set = admin("record set company", R"({"name": "After", "industry": "trade"})");
+    EXPECT_EQ(set.status, 1);
+    EXPECT_EQ(set.out, "");
+    EXPECT_NE(set.err.find("record set: " + named), std::string::npos) << set.err;
+    for (const char* args : {"record remove company demo-company-1", "sheet dump company"}) {
+        ProgramResult r = admin(args);
+        EXPECT_EQ(r.status, 1) << args;
+        EXPECT_EQ(r.out, "") << args;
+        EXPECT_NE(r.err.find(named), std::string::npos) << args << ": " << r.err;
+    }
+    // The other sheets are listed; the damaged one is named, not counted.
+    ProgramResult sheets = admin("sheet list");
+    EXPECT_EQ(sheets.status, 1);
+    EXPECT_NE(sheets.err.find("sheet list: " + named), std::string::npos) << sheets.err;
+    EXPECT_EQ(sheets.out.find("company \""), std::string::npos) << sheets.out;
+    EXPECT_NE(sheets.out.find("contact \""), std::string::npos) << sheets.out;
+    EXPECT_EQ(deltas(), queued);
+    EXPECT_EQ(std::filesystem::file_size(dir + "/data/company.vcd"), 7u);
+
+    vt_test::writeFile(dir + "/data/company.vcd", data);
+    ProgramResult restored = admin("sheet dump company");
+    EXPECT_EQ(restored.status, 0) << restored.err;
+    EXPECT_NE(restored.out.find("\"Before\""), std::string::npos) << restored.out;
+    EXPECT_EQ(restored.out.find("\"After\""), std::string::npos) << restored.out;
+}
+
 TEST_F(RecordCommandTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
     ASSERT_EQ(admin("record list company").status, 0);  // Ada's row is made at the first start
     std::string key = vt_test::readFile(dir + "/userkey/admin.vuk");
