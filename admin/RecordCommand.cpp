@@ -21,11 +21,12 @@
 //   action SHEET RECORDID CLASS  runs the sheet's action of that class on
 //                              the record, as its button does
 //                              (e.g. VTActionPushSpaces on a user)
-//   list SHEET                 every record of the sheet's matrix in row
-//                              order, one JSON object per line, with the
-//                              raw stored values: __recordId, the sheet's
-//                              fields in order, then the other keys in
-//                              name order
+//   list SHEET                 the records the user's table of the sheet
+//                              shows (the read right, the sheet's
+//                              filters), in row order, one JSON object per
+//                              line, with the raw stored values:
+//                              __recordId, the sheet's fields in order,
+//                              then the other keys in name order
 //
 // set writes every field of the form as Save does: a field not given keeps
 // the record's value, or for a new record takes what the empty form shows
@@ -392,11 +393,29 @@ int action(VTSheet* sheet, const char* id, const char* className) {
     return 0;
 }
 
+// What the user's table of the sheet shows: nothing without the read
+// right, else the records that pass the sheet's filters (its value, date
+// and reference filters, the current-user filter and readOwn), in row
+// order.
 int list(Session& s, VTSheet* sheet) {
-    VTMatrix* m = sheet->matrix();
+    VTWorkspace* w = s.workspace();
+    if (!checkStore("record list", sheet)) return 1;
+    if (!w->currentUserCanRead_(sheet)) {
+        std::fprintf(stderr, "vantor-admin: record list: %s may not read the sheet '%s'\n",
+                     w->currentUserId()->UTF8String(), sheet->name()->UTF8String());
+        return 1;
+    }
+    NSTableView* table = sheet->sheetTableView();
+    auto* source = static_cast<VTTableDataSource*>(table ? table->dataSource() : nullptr);
+    if (!source) {
+        std::fprintf(stderr, "vantor-admin: record list: the sheet '%s' has no table\n", sheet->name()->UTF8String());
+        return 1;
+    }
+    source->filter();
+    NSArray* shown = source->allObjectsFiltered();
     NSArray* fields = sheet->fields();
-    for (uint32_t r = 0, n = m->numberOfRows(); r < n; r++) {
-        auto* record = static_cast<NSDictionary*>(m->allObjectsSorted()->objectAtIndex_(r));
+    for (uint32_t r = 0, n = shown->count(); r < n; r++) {
+        auto* record = static_cast<NSDictionary*>(shown->objectAtIndex_(r));
         std::vector<NSObject*> order;
         auto add = [&](NSObject* key) {
             if (record->objectForKey_(key) && std::find(order.begin(), order.end(), key) == order.end())

@@ -136,7 +136,7 @@ TEST_F(RecordCommandTest, ADamagedStoreIsNamedWhereverItIsReadAndTakesNoChange) 
     EXPECT_EQ(set.status, 1);
     EXPECT_EQ(set.out, "");
     EXPECT_NE(set.err.find("record set: " + named), std::string::npos) << set.err;
-    for (const char* args : {"record remove company demo-company-1", "sheet dump company"}) {
+    for (const char* args : {"record remove company demo-company-1", "record list company", "sheet dump company"}) {
         ProgramResult r = admin(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(r.out, "") << args;
@@ -152,7 +152,7 @@ TEST_F(RecordCommandTest, ADamagedStoreIsNamedWhereverItIsReadAndTakesNoChange) 
     EXPECT_EQ(std::filesystem::file_size(dir + "/data/company.vcd"), 7u);
 
     vt_test::writeFile(dir + "/data/company.vcd", data);
-    ProgramResult restored = admin("sheet dump company");
+    ProgramResult restored = admin("record list company");
     EXPECT_EQ(restored.status, 0) << restored.err;
     EXPECT_NE(restored.out.find("\"Before\""), std::string::npos) << restored.out;
     EXPECT_EQ(restored.out.find("\"After\""), std::string::npos) << restored.out;
@@ -185,6 +185,46 @@ TEST_F(RecordCommandTest, AMissingDataFolderIsReportedAsMissing) {
         EXPECT_FALSE(exists(dir + "/data")) << args;
     }
     std::filesystem::rename(dir + "/data.away", dir + "/data");
+}
+
+TEST_F(RecordCommandTest, RecordListShowsWhatTheUsersTableShows) {
+    // The sheet's reference filter: only the contacts of the two software
+    // companies.
+    ProgramResult software = admin("record list softwarecontact");
+    ASSERT_EQ(software.status, 0) << software.err;
+    EXPECT_NE(software.out.find("demo-contact-1"), std::string::npos) << software.out;
+    EXPECT_NE(software.out.find("demo-contact-3"), std::string::npos) << software.out;
+    EXPECT_EQ(software.out.find("demo-contact-2"), std::string::npos) << software.out;
+
+    // A reader, in an installation of her own with her key.
+    ProgramResult rita = admin("record set user", R"({"firstName": "Rita", "lastName": "Reader", "orgUnit": "Demo",
+                                                     "company": "Readers", "role": "author",
+                                                     "groups": "demo-group-all"})");
+    ASSERT_EQ(rita.status, 0) << rita.err;
+    std::string id = rita.out.substr(0, rita.out.find('\n'));
+    ProgramResult made = admin("key make " + quoteShell(id) + " --password-stdin", "rita-pw\n");
+    ASSERT_EQ(made.status, 0) << made.err;
+    std::string other = vt_test::makeTempDir("vt-admin-reader");
+    ProgramResult copied = vt_test::runProgram("cp -a " + quoteShell(dir) + "/. " + quoteShell(other) + " && rm " +
+                                               quoteShell(other) + "/userkey/*.vuk && mv " + quoteShell(other) +
+                                               "/Rita_Reader__Demo__Readers.vuk " + quoteShell(other) + "/userkey/");
+    ASSERT_EQ(copied.status, 0) << copied.err;
+    auto asRita = [&](const std::string& args) {
+        return vt_test::runProgram("cd " + quoteShell(other) + " && VANTOR_PASSWORD=rita-pw " +
+                                   quoteShell(VANTOR_ADMIN_PATH) + " " + args);
+    };
+    ProgramResult contacts = asRita("record list contact");
+    EXPECT_EQ(contacts.status, 0) << contacts.err;
+    EXPECT_NE(contacts.out.find("demo-contact-2"), std::string::npos) << contacts.out;
+    for (const char* sheet : {"softwarecontact", "project"}) {
+        ProgramResult refused = asRita(std::string("record list ") + sheet);
+        EXPECT_EQ(refused.status, 1) << sheet;
+        EXPECT_EQ(refused.out, "") << sheet;
+        EXPECT_NE(refused.err.find("Rita Reader/Demo/Readers may not read the sheet '" + std::string(sheet) + "'"),
+                  std::string::npos)
+                << refused.err;
+    }
+    vt_test::removeTree(other);
 }
 
 }  // namespace
