@@ -5,10 +5,40 @@
 #include "sync/LXTransceiver.h"
 #include "sync/LXUser.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
 #include "sheets/LXListParser.h"
 #include "storage/NSUnarchiver.h"
 
 namespace {
+
+// A listening socket on 127.0.0.1 at the port, or -1 when it is taken.
+int listenLoopback(uint16_t port) {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return -1;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 4) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Whether a connection arrives within the time; it is closed at once.
+bool acceptsWithin(int listener, int milliseconds) {
+    pollfd waiting{listener, POLLIN, 0};
+    if (poll(&waiting, 1, milliseconds) <= 0) return false;
+    int fd = accept(listener, nullptr, nullptr);
+    if (fd < 0) return false;
+    close(fd);
+    return true;
+}
 
 std::string sheetNames(VTWorkspace* w) {
     std::string out;
@@ -257,6 +287,13 @@ TEST_F(FirstUserTest, StartingTheTransceiverRegistersThePoolAndTheUserAndRunsOnT
     VTWorkspace* w = build(k, &log);
     ASSERT_NE(w, nullptr);
     writeFile("transceiver.txt", "  127.0.0.1\r\n");
+    // The relay's port on the host of the file, where the cycle has to
+    // knock. Taken by something else here, the test can't tell.
+    int listener = listenLoopback(static_cast<uint16_t>(LXTransceiver::relayPort()));
+    if (listener < 0) {
+        w->release();
+        GTEST_SKIP() << "the relay port is in use on this machine";
+    }
     LXTransceiver* transceiver = LXTransceiver::defaultTransceiver();
     // One cycle and the thread ends: the lifetime is already over.
     transceiver->setLifetime_(NSDate::date()->addTimeInterval_(-1));
@@ -269,6 +306,9 @@ TEST_F(FirstUserTest, StartingTheTransceiverRegistersThePoolAndTheUserAndRunsOnT
     EXPECT_EQ(pool->delegate(), w);
     EXPECT_EQ(str(transceiver->user()->uniqueId()), "1700000000.5-3-42");
     EXPECT_EQ(str(transceiver->user()->organization()), "Acme");
+    // The trimmed host of the file: the cycle connects to it.
+    EXPECT_TRUE(acceptsWithin(listener, 10000)) << "no connection to the host of transceiver.txt";
+    close(listener);
     for (int i = 0; i < 200 && NSThread::registeredThreadCount() > threads; i++) NSThread::sleepForTimeInterval_(0.05);
     EXPECT_EQ(NSThread::registeredThreadCount(), threads) << "the transceiver's thread ended with its lifetime";
     w->release();
