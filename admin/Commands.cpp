@@ -5,6 +5,11 @@
 
 #include <cstring>
 
+#include "app/VTWorkspace.h"
+#include "foundation/NSString.h"
+#include "sheets/VTMatrix.h"
+#include "sheets/VTSheet.h"
+
 namespace admin {
 
 namespace {
@@ -89,6 +94,22 @@ LogToStderr::~LogToStderr() {
         dup2(_saved, 1);
         close(_saved);
     }
+}
+
+bool checkDataFolder(const char* command) {
+    if (VTWorkspace::hasDataFolder()) return true;
+    std::fprintf(stderr, "vantor-admin: %s: the data folder data/ is missing here; run it in an installation directory\n",
+                 command);
+    return false;
+}
+
+bool checkStore(const char* command, VTSheet* sheet) {
+    VTMatrix* matrix = sheet->matrix();
+    LXContainer* container = matrix ? matrix->container() : nullptr;
+    if (!container || !container->isDamaged()) return true;
+    std::fprintf(stderr, "vantor-admin: %s: the store of the sheet '%s' (%s.vcd, %s.vci) is damaged\n", command,
+                 sheet->name()->UTF8String(), container->name()->UTF8String(), container->name()->UTF8String());
+    return false;
 }
 
 }  // namespace admin

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <string>
 
+class VTSheet;
+
 namespace admin {
 
 struct Command {
@@ -40,6 +42,15 @@ std::string readLine(FILE* in);
 // Prompts on standard error and reads one line from the terminal with echo
 // off (echo stays if the stream is no terminal).
 std::string askHidden(FILE* terminal, const char* prompt);
+
+// Whether the working directory has its data/ folder; if not, says so on
+// standard error for the command. A missing folder is not a damaged store:
+// nothing is opened or created.
+bool checkDataFolder(const char* command);
+// Whether the sheet's store opened whole; if it is damaged, names it on
+// standard error for the command. A damaged store answers no records, so
+// what it holds can't be listed, and every change to it fails.
+bool checkStore(const char* command, VTSheet* sheet);
 
 // Sends what LOG writes to standard error while it lives, so that standard
 // output carries only a command's results; write those to results(), a

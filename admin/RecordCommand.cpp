@@ -21,11 +21,12 @@
 //   action SHEET RECORDID CLASS  runs the sheet's action of that class on
 //                              the record, as its button does
 //                              (e.g. VTActionPushSpaces on a user)
-//   list SHEET                 every record of the sheet's matrix in row
-//                              order, one JSON object per line, with the
-//                              raw stored values: __recordId, the sheet's
-//                              fields in order, then the other keys in
-//                              name order
+//   list SHEET                 the records the user's table of the sheet
+//                              shows (the read right, the sheet's
+//                              filters), in row order, one JSON object per
+//                              line, with the raw stored values:
+//                              __recordId, the sheet's fields in order,
+//                              then the other keys in name order
 //
 // set writes every field of the form as Save does: a field not given keeps
 // the record's value, or for a new record takes what the empty form shows
@@ -37,6 +38,9 @@
 // set and remove need the rights the buttons need: deposit for a new
 // record, update (or updateown on one's own record) for a change, remove
 // (or removeown) for a removal. Nothing is written when a check fails.
+// A change that doesn't reach the disk (a damaged store, a full disk)
+// ends the command with status 1 and the reason; set prints no id, and
+// nothing goes out to the other users.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -73,6 +77,14 @@ NSArray* descriptorOf(VTSheet* sheet, NSString* key) {
 bool isOwn(VTWorkspace* w, NSDictionary* record) {
     NSObject* creator = record->objectForKey_("__creator"_ns);
     return creator && creator->isEqual_(w->currentUserId());
+}
+
+// Why a commit failed, for the command's message: the commit has put the
+// matrix back as it was, and nothing went out to the other users.
+void reportFailedCommit(const char* command, VTSheet* sheet) {
+    if (!checkStore(command, sheet)) return;
+    std::fprintf(stderr, "vantor-admin: %s: nothing saved: the store of the sheet '%s' could not be written\n",
+                 command, sheet->name()->UTF8String());
 }
 
 int32_t rowOf(VTMatrix* m, NSString* recordId) {
@@ -259,7 +271,10 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId) 
             m->setValue_inRow_column_(value, row, nameOf(descriptor));
     }
     sendRowHook(sheet, "willStoreRow:", row);
-    m->commitTransaction();
+    if (!m->commitTransaction()) {
+        reportFailedCommit("record set", sheet);
+        return false;
+    }
     m->markAsSeen_rowIndex_(true, row);
     refreshViews(w, sheet);
     NSString* id = static_cast<NSString*>(m->valueInRow_column_(row, "__recordId"_ns));
@@ -271,6 +286,9 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId) 
 // Saves, each its own transaction). Every object is checked before the
 // first is saved.
 int set(Session& s, VTSheet* sheet) {
+    // A damaged store shows no records: an id given would be "unknown" and
+    // a new record could not be stored. Said as it is, before anything else.
+    if (!checkStore("record set", sheet)) return 1;
     std::string error;
     Ref<NSObject> parsed = adoptRef(newObjectFromJSON(readAll(stdin), &error));
     if (!parsed) {
@@ -294,6 +312,7 @@ int set(Session& s, VTSheet* sheet) {
 }
 
 int remove(Session& s, VTSheet* sheet, const char* id) {
+    if (!checkStore("record remove", sheet)) return 1;
     VTWorkspace* w = s.workspace();
     VTMatrix* m = sheet->matrix();
     m->beginTransaction();
@@ -312,7 +331,10 @@ int remove(Session& s, VTSheet* sheet, const char* id) {
         return 1;
     }
     m->removeRow_(static_cast<uint32_t>(row));
-    m->commitTransaction();
+    if (!m->commitTransaction()) {
+        reportFailedCommit("record remove", sheet);
+        return 1;
+    }
     refreshViews(w, sheet);
     return 0;
 }
@@ -371,11 +393,29 @@ int action(VTSheet* sheet, const char* id, const char* className) {
     return 0;
 }
 
+// What the user's table of the sheet shows: nothing without the read
+// right, else the records that pass the sheet's filters (its value, date
+// and reference filters, the current-user filter and readOwn), in row
+// order.
 int list(Session& s, VTSheet* sheet) {
-    VTMatrix* m = sheet->matrix();
+    VTWorkspace* w = s.workspace();
+    if (!checkStore("record list", sheet)) return 1;
+    if (!w->currentUserCanRead_(sheet)) {
+        std::fprintf(stderr, "vantor-admin: record list: %s may not read the sheet '%s'\n",
+                     w->currentUserId()->UTF8String(), sheet->name()->UTF8String());
+        return 1;
+    }
+    NSTableView* table = sheet->sheetTableView();
+    auto* source = static_cast<VTTableDataSource*>(table ? table->dataSource() : nullptr);
+    if (!source) {
+        std::fprintf(stderr, "vantor-admin: record list: the sheet '%s' has no table\n", sheet->name()->UTF8String());
+        return 1;
+    }
+    source->filter();
+    NSArray* shown = source->allObjectsFiltered();
     NSArray* fields = sheet->fields();
-    for (uint32_t r = 0, n = m->numberOfRows(); r < n; r++) {
-        auto* record = static_cast<NSDictionary*>(m->allObjectsSorted()->objectAtIndex_(r));
+    for (uint32_t r = 0, n = shown->count(); r < n; r++) {
+        auto* record = static_cast<NSDictionary*>(shown->objectAtIndex_(r));
         std::vector<NSObject*> order;
         auto add = [&](NSObject* key) {
             if (record->objectForKey_(key) && std::find(order.begin(), order.end(), key) == order.end())

@@ -50,6 +50,7 @@ bool Session::open(const char* command) {
     std::fclose(lock);
     _locked = true;
 
+    if (!checkDataFolder(command)) return false;
     VTSeedDataDirectory();
     NSMutableDictionary* key = VTUserKey::discoverInDirectory_("userkey"_ns);
     if (!key) {
@@ -70,10 +71,10 @@ bool Session::open(const char* command) {
     }
     _workspace = VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, key);
     if (!_workspace) {
-        std::fprintf(stderr,
-                     "vantor-admin: %s: no configuration here (conf/cro.vtr or conf/conf.vtr); run it in an "
-                     "installation directory\n",
-                     command);
+        // No configuration, a damaged user store, or a first user's row
+        // that could not be stored: the workspace's log lines above say
+        // which.
+        std::fprintf(stderr, "vantor-admin: %s: the installation here can't be opened (see above)\n", command);
         return false;
     }
     _workspace->retain();

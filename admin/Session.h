@@ -9,13 +9,15 @@
 //      another command, works in this directory); taken until the session
 //      ends. A killed command leaves it behind, like a killed client: the
 //      operator removes it.
-//   2. first-run seeding of data/ from data/init;
+//   2. data/ must be there (a missing folder is reported as missing, and
+//      nothing is created); first-run seeding of data/ from data/init;
 //   3. the user key in userkey/;
 //   4. the password, compared with the key's as the login compares it
 //      (exact, no trimming): from the environment variable VANTOR_PASSWORD,
 //      else asked on the terminal. A wrong one changes nothing;
 //   5. the workspace from conf/cro.vtr (or conf/conf.vtr), including the
-//      first-user step of a first-admin key;
+//      first-user step of a first-admin key; a damaged user store stops
+//      here, before any key file is touched;
 //   6. the pool and the user registered with this process's transceiver,
 //      and the relay host read from transceiver.txt.
 // While a session lives, log lines go to standard error; results go to

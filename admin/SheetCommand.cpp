@@ -40,6 +40,7 @@ namespace admin {
 VTWorkspace* newInstallationWorkspace(const char* command) {
     LogToStderr redirect;
     VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+    if (!checkDataFolder(command)) return nullptr;
     VTSeedDataDirectory();
     NSArray* rows = VTWorkspace::configurationRowsFromFile_("conf/cro.vtr"_ns);
     if (!rows) {
@@ -55,16 +56,23 @@ VTWorkspace* newInstallationWorkspace(const char* command) {
 
 namespace {
 
+// A sheet whose store is damaged gets no line (its count would be a
+// false 0) but a message, and the command ends with status 1.
 int list(VTWorkspace* w) {
     NSArray* sheets = w->listOfSheets();
+    int status = 0;
     for (uint32_t i = 0; i < sheets->count(); i++) {
         auto* sheet = static_cast<VTSheet*>(sheets->objectAtIndex_(i));
+        if (!checkStore("sheet list", sheet)) {
+            status = 1;
+            continue;
+        }
         std::string line = std::string(sheet->name()->UTF8String()) + " \"" + sheet->title()->UTF8String() + "\" " +
                            std::to_string(sheet->matrix()->numberOfRows()) + " records";
         if (!sheet->isPrimary()) line += std::string(", records of ") + sheet->primarySourceName()->UTF8String();
         std::printf("%s\n", line.c_str());
     }
-    return 0;
+    return status;
 }
 
 int dump(VTWorkspace* w, const char* name) {
@@ -73,6 +81,7 @@ int dump(VTWorkspace* w, const char* name) {
         std::fprintf(stderr, "vantor-admin: sheet dump: no sheet named '%s'\n", name);
         return 1;
     }
+    if (!checkStore("sheet dump", sheet)) return 1;
     auto* source = static_cast<VTTableDataSource*>(sheet->sheetTableView()->dataSource());
     NSArray* fields = sheet->fields();
     source->filter();

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "app/VTLocalization.h"
 #include "app/VTUserKey.h"
 #include "foundation/NSData.h"
 #include "foundation/NSString.h"
@@ -13,6 +14,7 @@
 #include "sheets/VTSheet.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "toolkit/NSAlert.h"
 #include "toolkit/NSApplication.h"
 
 namespace {
@@ -31,6 +33,13 @@ NSString* textOfFile(NSString* path) {
             NSAutorelease(NSString::alloc()->initWithBytes_length_(static_cast<const char*>(raw), bytes->length()));
     std::free(raw);
     return text;
+}
+
+void showErrorAlert(const char* key) {
+    NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
+            VTLocalizedString(NSString::stringWithUTF8String_(key)))
+            ->runModal();
 }
 
 NSString* stringValue(NSDictionary* record, NSString* key) {
@@ -67,6 +76,11 @@ NSArray* compileSource(NSString* path) {
 
 NSString* VTWorkspace::compiledConfigurationPath() { return "conf/conf.vtr"_ns; }
 
+bool VTWorkspace::hasDataFolder() {
+    bool isDirectory = false;
+    return vtFileStatus("data", &isDirectory) && isDirectory;
+}
+
 NSArray* VTWorkspace::configurationRowsFromFile_(NSString* path) {
     if (path && vtFileExists(path->UTF8String())) {
         NSString* text = textOfFile(path);
@@ -101,6 +115,15 @@ bool VTWorkspace::setUp(NSDictionary* userInfo) {
 }
 
 VTWorkspace* VTWorkspace::initWithFile_userInfo_(NSString* path, NSDictionary* userInfo) {
+    // Checked before anything is opened: every container would otherwise
+    // try to make its files in a folder that isn't there.
+    if (!hasDataFolder()) {
+        LOG("no data folder: data/ is missing in the working directory; nothing opened or created");
+        showErrorAlert("nodatafolder");
+        NSObject::init();
+        release();
+        return nullptr;
+    }
     setUp(userInfo);
     NSArray* rows = nullptr;
     if (path && vtFileExists(path->UTF8String())) {
@@ -118,7 +141,10 @@ VTWorkspace* VTWorkspace::initWithFile_userInfo_(NSString* path, NSDictionary* u
     }
     buildSheets(rows);
     renderForms();
-    firstUserStep();
+    if (!firstUserStep()) {
+        release();
+        return nullptr;
+    }
     return this;
 }
 
@@ -185,10 +211,20 @@ void VTWorkspace::renderForms() {
     action->release();
 }
 
-void VTWorkspace::firstUserStep() {
+bool VTWorkspace::firstUserStep() {
     VTMatrix* users = matrixNamed("user");
     VTMatrix* groups = matrixNamed("group");
-    if (!users || users->numberOfRows() > 0) return;
+    if (!users) return true;
+    // A damaged store answers no records: it looks empty, but the users are
+    // there on disk. Taking the key's owner for the first user would make
+    // a new identity (and rewrite the admin key), so the start stops.
+    if (users->container() && users->container()->isDamaged()) {
+        LOG("the user store data/%s is damaged; the start stops, no user row or key is written",
+            users->name()->UTF8String());
+        showErrorAlert("userdamaged");
+        return false;
+    }
+    if (users->numberOfRows() > 0) return true;
 
     // Step 5: the groups of a first user, in row order.
     NSMutableArray* adminGroups = NSMutableArray::array();
@@ -213,7 +249,7 @@ void VTWorkspace::firstUserStep() {
     if (!parts || parts->count() < 3 || words->count() < 2) {
         LOG("first user: user id '%s' is not of the form 'First Last/Unit/Company'; no user row written",
             userId ? userId->UTF8String() : "");
-        return;
+        return true;
     }
     NSString* unit = static_cast<NSString*>(parts->objectAtIndex_(1));
     NSString* company = static_cast<NSString*>(parts->objectAtIndex_(2));
@@ -231,7 +267,13 @@ void VTWorkspace::firstUserStep() {
     if (!firstAdmin && uniqueId) users->setValue_inRow_column_(uniqueId, 0, "__recordId"_ns);
     users->setValue_inRow_column_((firstAdmin ? adminGroups : allGroups)->componentsJoinedByString_(" "_ns), 0,
                                   "groups"_ns);
-    users->commitTransaction_(false);
+    if (!users->commitTransaction_(false)) {
+        // The matrix is empty again; with no row stored, the key keeps the
+        // identity it had.
+        LOG("first user: the user row could not be stored; the start stops");
+        showErrorAlert("savefailed");
+        return false;
+    }
     if (!firstAdmin && uniqueId && freshId) {
         // The matrix indexed the record under the id it made for it; keep
         // the index in step with the id the record now carries, so that
@@ -251,6 +293,7 @@ void VTWorkspace::firstUserStep() {
             if (!VTUserKey::writeUserKey_toFile_(key, "userkey/admin.vuk"_ns)) LOG("cannot write userkey/admin.vuk");
         }
     }
+    return true;
 }
 
 void VTWorkspace::refreshSheetsExceptThisOne_(NSObject* sheet) {
@@ -291,12 +334,20 @@ void VTWorkspace::saveSetsForSeen() {
 
 void VTWorkspace::menuFileQuit_(NSObject*) { NSApplication::sharedApplication()->terminate_(nullptr); }
 
+void VTWorkspace::commitFailedInSheet_(NSObject* sheet) {
+    NSObject* name = NSSend<NSObject*>(sheet, NS_SEL("name"));
+    LOG("not saved in sheet '%s': the change did not reach the disk",
+        name ? static_cast<NSString*>(name->description())->UTF8String() : "");
+    showErrorAlert("savefailed");
+}
+
 NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_CLASS_METHOD(workspaceWithFile_userInfo_)
     NS_METHOD(initWithFile_userInfo_)
     NS_METHOD(initWithRows_userInfo_)
     NS_CLASS_METHOD(configurationRowsFromFile_)
     NS_CLASS_METHOD(compiledConfigurationPath)
+    NS_CLASS_METHOD(hasDataFolder)
     NS_METHOD(sheets)
     NS_METHOD(listOfSheets)
     NS_METHOD(userInfo)
@@ -305,6 +356,7 @@ NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_METHOD(setForSeenForKey_)
     NS_METHOD(saveSetsForSeen)
     NS_METHOD(menuFileQuit_)
+    NS_METHOD(commitFailedInSheet_)
     NS_METHOD(currentUserId)
     NS_METHOD(currentUserUniqueId)
     NS_METHOD(allUsers)

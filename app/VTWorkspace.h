@@ -33,8 +33,10 @@ public:
     static VTWorkspace* workspaceWithFile_userInfo_(NSString* path, NSDictionary* userInfo);
     // Builds the workspace from the source list at `path` (normally
     // conf/cro.vtr) or, without it, from conf/conf.vtr; renders the
-    // released forms and runs the first-user step. Without a configuration
-    // it logs why, releases the receiver and answers nil.
+    // released forms and runs the first-user step. Without a configuration,
+    // without data/, with a damaged user store or a first user's row that
+    // could not be stored it logs and alerts why, releases the receiver and
+    // answers nil.
     VTWorkspace* initWithFile_userInfo_(NSString* path, NSDictionary* userInfo);
     // Only steps 1 and 3 of initWithFile:userInfo: on rows already read: no
     // compiled file, no forms, no first-user step. For tools that look at a
@@ -47,6 +49,9 @@ public:
     static NSArray* configurationRowsFromFile_(NSString* path);
     // The path of the compiled configuration.
     static NSString* compiledConfigurationPath();
+    // Whether the working directory has its data folder, data/. Without it
+    // no installation is here: nothing is opened and nothing created.
+    static bool hasDataFolder();
 
     NSMutableDictionary* sheets() { return _sheets; }
     NSMutableArray* listOfSheets() { return _listOfSheets; }
@@ -61,6 +66,9 @@ public:
     void saveSetsForSeen();
     // Sends terminate: with nil to the application object.
     void menuFileQuit_(NSObject* sender);
+    // A user's change that did not reach the disk (the matrix is back as
+    // it was): logged, and the savefailed alert shown.
+    void commitFailedInSheet_(NSObject* sheet);
 
     // Rights (VTWorkspaceRights.cpp).
     NSString* currentUserId();
@@ -126,7 +134,9 @@ private:
     LXPool* replicationPool();
     void buildSheets(NSArray* rows);
     void renderForms();
-    void firstUserStep();
+    // False when the start must stop: the user store is damaged, or the
+    // first user's row could not be stored.
+    bool firstUserStep();
     VTMatrix* matrixNamed(const char* name);
 
     Ref<NSMutableDictionary> _sheets;

@@ -153,11 +153,15 @@ NSMutableSet* VTWorkspace::rolesForCurrentUser() {
 }
 
 bool VTWorkspace::currentUserCanDoAction_inSheet_(NSString* action, VTSheet* sheet) {
+    // The user's roles first, whatever the sheet: a key that matches no
+    // user row meets the nouserrow alert and the end here too, also on a
+    // sheet that restricts nothing.
+    NSMutableSet* roles = rolesForCurrentUser();
     if (!sheet) return false;
     // A sheet without a restrict clause for the action grants it to nobody.
     NSMutableSet* allowed = sheet->rolesForAction_(action);
     if (allowed->count() == 0) return false;
-    return allowed->intersectsSet_(rolesForCurrentUser());
+    return allowed->intersectsSet_(roles);
 }
 
 bool VTWorkspace::currentUserCanUpdate_(VTSheet* sheet) { return currentUserCanDoAction_inSheet_("update"_ns, sheet); }

@@ -179,7 +179,13 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
                                               : static_cast<NSMutableDictionary*>(NSAutorelease(given->mutableCopy()));
         if (sheet->respondsToSelector_(NS_SEL("didReceiveDelta:")))
             NSSend<void>(sheet, NS_SEL("didReceiveDelta:"), static_cast<NSObject*>(NSRetain(object)));
-        NSSend<void>(sheet, NS_SEL("updateFields:ofObject:remote:"), fields, static_cast<NSObject*>(object), true);
+        // A delta whose change didn't reach the disk is refused: it stays at
+        // the relay and comes again in the next cycle, when the store may
+        // be whole again.
+        if (!NSSend<bool>(sheet, NS_SEL("updateFields:ofObject:remote:"), fields, static_cast<NSObject*>(object), true)) {
+            LOG("incoming change for sheet '%s' not stored; the delta stays at the relay", textOf(sheetName));
+            return false;
+        }
         // At most one beep per interval, however many deltas a cycle brings.
         if (!_lastSyncBeep || _lastSyncBeep->timeIntervalSinceNow() < -kSyncBeepInterval) {
             vtDefaultSoundBeep();
@@ -191,7 +197,10 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
     }
 
     if (action && action->isEqual_("delete"_ns)) {
-        NSSend<void>(sheet, NS_SEL("updateDeletionOfObjectWithId:"), contents->objectForKey_("objectId"_ns));
+        if (!NSSend<bool>(sheet, NS_SEL("updateDeletionOfObjectWithId:"), contents->objectForKey_("objectId"_ns))) {
+            LOG("incoming removal for sheet '%s' not stored; the delta stays at the relay", textOf(sheetName));
+            return false;
+        }
         return true;
     }
 

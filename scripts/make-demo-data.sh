@@ -28,8 +28,16 @@ init="$demo/data/init"
 rm -f "$init"/*.vcd "$init"/*.vci
 mkdir -p "$init" "$demo/userkey"
 
+# Every prepared record carries the stamps of a Save by Ada, the first
+# admin, who set the installation up: a record pushed to a new user then
+# names Ada as its creator there, not the receiver (a record arriving
+# without __creator is stamped by the receiving commit).
+creator="Ada Lovelace/Demo/Admin"
+created="2024-01-02 09:00:00 +0100"
+
 store() {  # store SHEET JSON
-    echo "$2" | "$admin" container store "$init/$1" > /dev/null
+    local stamped="{\"__creator\": \"$creator\", \"__created\": {\"\$date\": \"$created\"}, ${2#\{}"
+    echo "$stamped" | "$admin" container store "$init/$1" > /dev/null
 }
 
 store role '{"__recordId": "demo-role-administrator", "name": "administrator", "description": "Changes users, groups, roles and every record"}'

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <mutex>
+#include <random>
 #include <unordered_set>
 #include <vector>
 
@@ -40,6 +42,11 @@ VTMatrix* matrixOfSheet(NSDictionary* sheets, NSObject* sheetName) {
 }  // namespace
 
 NSString* VTMatrix::uniqueId() {
+    // Seeded once per process from the system's entropy, unlike a generator
+    // left at its fixed start: two installations importing at the same
+    // moment would otherwise draw the same numbers and make the same ids.
+    static std::once_flag seeded;
+    std::call_once(seeded, [] { std::srand(std::random_device{}()); });
     int counter = ++gIdCounter;
     NSMutableString* id = NSMutableString::string();
     id->appendString_(NSNumber::numberWithDouble_(NSDate::date()->timeIntervalSince1970())->description());
@@ -158,6 +165,7 @@ uint32_t VTMatrix::rowForObject_(NSMutableDictionary* record) {
     int32_t row = rowForObjectUnlocked_(record);
     if (row < 0) {
         appendRecord(record);
+        noteNew(record);
         row = static_cast<int32_t>(_objects->count()) - 1;
     }
     _writeLock->unlock();
@@ -166,9 +174,12 @@ uint32_t VTMatrix::rowForObject_(NSMutableDictionary* record) {
 
 int32_t VTMatrix::rowForObjectUnlocked_(NSMutableDictionary* record) {
     NSString* id = recordIdOf(record);
+    // A record without an id is no record of this matrix, not the first row
+    // that lacks one as well.
+    if (!id) return -1;
     for (uint32_t i = 0, n = _objects->count(); i < n; i++) {
         NSString* other = recordIdOf(static_cast<NSDictionary*>(_objects->objectAtIndex_(i)));
-        if (other == id || (other && other->isEqual_(id))) return static_cast<int32_t>(i);
+        if (other && other->isEqual_(id)) return static_cast<int32_t>(i);
     }
     return -1;
 }
@@ -193,9 +204,11 @@ void VTMatrix::setValue_inRow_column_onlyChangedFields_(NSObject* value, uint32_
             NSMutableDictionary* fresh = NSMutableDictionary::dictionary();
             fresh->setObject_forKey_(uniqueId(), "__recordId"_ns);
             appendRecord(fresh);
+            noteNew(fresh);
         }
     }
     auto* record = static_cast<NSMutableDictionary*>(_objects->objectAtIndex_(row));
+    noteChange(record);
     record->setObject_forKey_(value, field);
     if (_unsynchronizedObjects) {
         addPending(record, "set"_ns);
@@ -211,6 +224,7 @@ void VTMatrix::removeRow_(uint32_t row) {
     NSString* id = recordIdOf(record);
     if (id) _index->removeObjectForKey_(id);
     addPending(record, "delete"_ns);
+    noteRemoval(record, row);
     _objects->removeObjectAtIndex_(row);
 }
 
@@ -220,7 +234,10 @@ void VTMatrix::removeRecord_(NSString* recordId) {
     int32_t row = rowForObjectUnlocked_(record);
     _index->removeObjectForKey_(recordId);
     addPending(record, "delete"_ns);
-    if (row >= 0) _objects->removeObjectAtIndex_(static_cast<uint32_t>(row));
+    if (row >= 0) {
+        noteRemoval(record, static_cast<uint32_t>(row));
+        _objects->removeObjectAtIndex_(static_cast<uint32_t>(row));
+    }
 }
 
 void VTMatrix::beginTransaction() {
@@ -229,10 +246,114 @@ void VTMatrix::beginTransaction() {
     _changedFields.adopt(static_cast<VTKeyedArrays*>(VTKeyedArrays::alloc()->init()));
 }
 
-void VTMatrix::commitTransaction() { commitTransaction_(true); }
+bool VTMatrix::commitTransaction() { return commitTransaction_(true); }
 
-void VTMatrix::commitTransaction_(bool synchronize) {
-    if (!_unsynchronizedObjects) return;
+void VTMatrix::noteChange(NSMutableDictionary* record) {
+    if (!_unsynchronizedObjects || !record || _noted.count(record)) return;
+    NSMutableDictionary* before = NSMutableDictionary::dictionary();
+    before->addEntriesFromDictionary_(record);
+    _undo.push_back(Undo{retainRef(record), retainRef(static_cast<NSDictionary*>(before)), nullptr, -1});
+    _noted.insert(record);
+}
+
+void VTMatrix::noteNew(NSMutableDictionary* record) {
+    if (!_unsynchronizedObjects || !record) return;
+    _undo.push_back(Undo{retainRef(record), nullptr, retainRef(recordIdOf(record)), -1});
+    _noted.insert(record);
+}
+
+void VTMatrix::noteRemoval(NSMutableDictionary* record, uint32_t row) {
+    if (!_unsynchronizedObjects || !record) return;
+    _undo.push_back(Undo{retainRef(record), nullptr, nullptr, static_cast<int32_t>(row)});
+}
+
+bool VTMatrix::storePending(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted, NSString* userId,
+                            bool synchronize) {
+    if (!_container) return true;
+    // A damaged store refuses every change; nothing is tried. Not even an
+    // empty transaction passes: a removal of an id that the damaged store
+    // can't show would otherwise count as done.
+    if (_container->isDamaged()) return false;
+    if (entries->count() == 0) return true;
+    // One index write for the whole transaction: either all of it is on
+    // disk afterwards or, as far as the files go, none of it.
+    _container->beginBatch();
+    bool stored = true;
+    for (uint32_t i = 0, n = entries->count(); i < n; i++) {
+        auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
+        auto* record = static_cast<NSMutableDictionary*>(entry->objectAtIndex_(0));
+        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) {
+            _container->delete_(record);
+            continue;
+        }
+        if (deleted.count(record)) continue;
+        if (!record->objectForKey_("__creator"_ns)) record->setObject_forKey_(userId, "__creator"_ns);
+        if (!record->objectForKey_("__created"_ns)) record->setObject_forKey_(NSDate::date(), "__created"_ns);
+        if (synchronize) {
+            record->setObject_forKey_(userId, "__modifier"_ns);
+            record->setObject_forKey_(NSDate::date(), "__modified"_ns);
+        }
+        if (_container->set_(record) < 0) stored = false;
+    }
+    return _container->endBatch() && stored;
+}
+
+// After a commit that failed, the rows go back to what they were before
+// the transaction, which is what the disk holds: a change that isn't
+// stored must not be shown, replicated or written by a later commit as if
+// it had been saved. The undo log is walked backwards, so that every row
+// returns to the place it had.
+void VTMatrix::undoTransaction() {
+    for (auto it = _undo.rbegin(); it != _undo.rend(); ++it) {
+        NSMutableDictionary* record = it->record;
+        if (it->removedRow >= 0) {
+            uint32_t row = std::min(static_cast<uint32_t>(it->removedRow), _objects->count());
+            _objects->addObject_(record);
+            for (uint32_t i = _objects->count() - 1; i > row; i--)
+                _objects->replaceObjectAtIndex_withObject_(i, _objects->objectAtIndex_(i - 1));
+            _objects->replaceObjectAtIndex_withObject_(row, record);
+            if (NSString* id = recordIdOf(record)) _index->setObject_forKey_(record, id);
+        } else if (it->before) {
+            record->removeAllObjects();
+            record->addEntriesFromDictionary_(it->before);
+        } else {
+            for (uint32_t i = 0, n = _objects->count(); i < n; i++) {
+                if (_objects->objectAtIndex_(i) != record) continue;
+                _objects->removeObjectAtIndex_(i);
+                break;
+            }
+            for (NSString* id : {recordIdOf(record), it->idAtEntry.get()})
+                if (id && _index->objectForKey_(id) == record) _index->removeObjectForKey_(id);
+        }
+    }
+    // A store that failed half way (a full disk) has moved its own index on
+    // in memory, and its next successful write would carry the changes
+    // after all. Telling it the old state again keeps it in step with the
+    // rows; a damaged store has changed nothing.
+    if (!_container || _container->isDamaged()) return;
+    _container->beginBatch();
+    std::unordered_set<NSObject*> done;
+    for (const Undo& undo : _undo) {
+        NSMutableDictionary* record = undo.record;
+        if (!done.insert(record).second) continue;
+        if (!undo.before && undo.removedRow < 0)
+            _container->delete_(record);
+        else
+            _container->set_(record);
+    }
+    _container->endBatch();
+}
+
+void VTMatrix::endTransaction() {
+    _undo.clear();
+    _noted.clear();
+    _unsynchronizedObjects = nullptr;
+    _changedFields = nullptr;
+    _transactionLock->unlock();
+}
+
+bool VTMatrix::commitTransaction_(bool synchronize) {
+    if (!_unsynchronizedObjects) return true;
     // A record's entries were hashed by its contents at the moment each was
     // added; hashed again now, in its final state, they are equal and
     // collapse, so each record is written once.
@@ -249,42 +370,40 @@ void VTMatrix::commitTransaction_(bool synchronize) {
         auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
         if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) deleted.insert(entry->objectAtIndex_(0));
     }
-    for (uint32_t i = 0, n = entries->count(); i < n; i++) {
+    if (!storePending(entries, deleted, userId, synchronize)) {
+        const char* name = _name ? _name->UTF8String() : "";
+        LOG("commit failed in %s: %s", name,
+            _container && _container->isDamaged() ? "the store is damaged" : "the store could not be written");
+        undoTransaction();
+        endTransaction();
+        // A user's own change (the one kind that replicates) is reported to
+        // the user; the callers of local-only writes act on the answer.
+        if (synchronize && _workspace && _workspace->respondsToSelector_(NS_SEL("commitFailedInSheet:")))
+            NSSend<void>(_workspace, NS_SEL("commitFailedInSheet:"), static_cast<NSObject*>(_sheet));
+        return false;
+    }
+    // Only what is on disk goes out to the other users.
+    for (uint32_t i = 0, n = synchronize ? entries->count() : 0; i < n; i++) {
         auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
         auto* record = static_cast<NSMutableDictionary*>(entry->objectAtIndex_(0));
-        NSObject* kind = entry->objectAtIndex_(1);
-        if (kind->isEqual_("delete"_ns)) {
-            if (_container) _container->delete_(record);
-            if (synchronize)
-                NSSend<void>(_workspace, NS_SEL("synchronizeDeletionOfObjectWithId:inSheet:"), recordIdOf(record),
-                             static_cast<NSObject*>(_sheet));
+        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) {
+            NSSend<void>(_workspace, NS_SEL("synchronizeDeletionOfObjectWithId:inSheet:"), recordIdOf(record),
+                         static_cast<NSObject*>(_sheet));
             continue;
         }
         if (deleted.count(record)) continue;
-        if (!record->objectForKey_("__creator"_ns)) record->setObject_forKey_(userId, "__creator"_ns);
-        if (!record->objectForKey_("__created"_ns)) record->setObject_forKey_(NSDate::date(), "__created"_ns);
-        if (synchronize) {
-            record->setObject_forKey_(userId, "__modifier"_ns);
-            record->setObject_forKey_(NSDate::date(), "__modified"_ns);
-        }
-        if (_container) _container->set_(record);
-        if (synchronize) {
-            NSMutableArray* fields = _changedFields->objectsForKey_(recordIdOf(record));
-            if (fields->count() > 0)
-                NSSend<void>(_workspace, NS_SEL("synchronizeFields:ofObject:inSheet:"), fields, record,
-                             static_cast<NSObject*>(_sheet));
-        }
+        NSMutableArray* fields = _changedFields->objectsForKey_(recordIdOf(record));
+        if (fields->count() > 0)
+            NSSend<void>(_workspace, NS_SEL("synchronizeFields:ofObject:inSheet:"), fields, record,
+                         static_cast<NSObject*>(_sheet));
     }
-    _unsynchronizedObjects = nullptr;
-    _changedFields = nullptr;
-    _transactionLock->unlock();
+    endTransaction();
+    return true;
 }
 
 void VTMatrix::rollbackTransaction() {
     if (!_unsynchronizedObjects) return;
-    _unsynchronizedObjects = nullptr;
-    _changedFields = nullptr;
-    _transactionLock->unlock();
+    endTransaction();
 }
 
 namespace {
@@ -366,14 +485,18 @@ void VTMatrix::sortByFirstField() {
     sortByField_(static_cast<NSString*>(descriptor->objectAtIndex_(0)));
 }
 
-NSString* VTMatrix::displayText(NSDictionary* record, NSArray* displayFields) {
-    NSMutableString* text = NSMutableString::string();
+void VTMatrix::appendDisplayText(NSMutableString* text, NSDictionary* record, NSArray* displayFields) {
     for (uint32_t i = 0, n = displayFields ? displayFields->count() : 0; i < n; i++) {
         NSObject* name = displayFields->objectAtIndex_(i);
         NSObject* value = record->objectForKey_(name);
         text->appendString_(value ? value->description() : name->description());
         text->appendString_(" "_ns);
     }
+}
+
+NSString* VTMatrix::displayText(NSDictionary* record, NSArray* displayFields) {
+    NSMutableString* text = NSMutableString::string();
+    appendDisplayText(text, record, displayFields);
     return text->trim();
 }
 
@@ -393,8 +516,10 @@ NSObject* VTMatrix::resolveValue_forField_(NSObject* value, NSString* field) {
                 static_cast<NSString*>(descriptor->objectAtIndex_(1)->description())->UTF8String());
             return "???"_ns;
         }
-        text->appendString_(displayText(record, displayFields));
-        text->appendString_(" "_ns);
+        // Each display value and its blank, for every record; trimmed once
+        // at the end, so that a record's blank or empty value at the edge of
+        // its part is kept between the parts.
+        appendDisplayText(text, record, displayFields);
     }
     return text->trim();
 }

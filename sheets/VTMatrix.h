@@ -16,6 +16,8 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_set>
+#include <vector>
 
 #include "foundation/NSArray.h"
 #include "foundation/NSDictionary.h"
@@ -32,7 +34,8 @@ class VTMatrix : public NSObject {
 
 public:
     // A new record id, autoreleased: the present time, the negated count of
-    // ids made by this process, and one rand() value, as number texts.
+    // ids made by this process, and one rand() value, as number texts. The
+    // generator is seeded once per process from the system's entropy.
     static NSString* uniqueId();
 
     // With a source the matrix shares the source's store (container, and at
@@ -65,6 +68,8 @@ public:
     // Row of the record with the argument's id; appends the argument when
     // there is none. Under writeLock.
     uint32_t rowForObject_(NSMutableDictionary* record);
+    // -1 when no row has the argument's id, and always for a record without
+    // one.
     int32_t rowForObjectUnlocked_(NSMutableDictionary* record);
     void setValue_inRow_column_(NSObject* value, uint32_t row, NSString* field);
     // Sets the value in place, appending fresh records up to the row. Inside
@@ -76,8 +81,12 @@ public:
     void removeRecord_(NSString* recordId);
     // Waits for transactionLock, which the commit or rollback releases.
     void beginTransaction();
-    void commitTransaction();
-    void commitTransaction_(bool synchronize);
+    // Whether every change of the transaction reached the disk. On failure
+    // (a damaged container, a full disk) nothing is replicated, the matrix
+    // is back as it was at beginTransaction, and the workspace is told with
+    // commitFailedInSheet:.
+    bool commitTransaction();
+    bool commitTransaction_(bool synchronize);
     // Forgets the pending sets; the records keep their changes.
     void rollbackTransaction();
     // Ascending; the same field again reverses the present order.
@@ -105,6 +114,8 @@ public:
     // The display text of one referenced record: the display fields' raw
     // values (or their names), each followed by a blank, trimmed.
     static NSString* displayText(NSDictionary* record, NSArray* displayFields);
+    // The same without the trimming, appended to `text`.
+    static void appendDisplayText(NSMutableString* text, NSDictionary* record, NSArray* displayFields);
 
 protected:
     ~VTMatrix() override = default;
@@ -113,7 +124,27 @@ private:
     // Appends a record (under writeLock) and enters it in index.
     void appendRecord(NSMutableDictionary* record);
     void addPending(NSMutableDictionary* record, NSString* kind);
+    // The undo log of the open transaction: what each change replaced, so
+    // that a commit that fails can put the rows back as they were.
+    void noteChange(NSMutableDictionary* record);
+    void noteNew(NSMutableDictionary* record);
+    void noteRemoval(NSMutableDictionary* record, uint32_t row);
+    // Writes the pending entries to the container as one index write;
+    // false when any of it failed.
+    bool storePending(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted,
+                      NSString* userId, bool synchronize);
+    void undoTransaction();
+    void endTransaction();
     friend class VTTableDataSource;
+
+    struct Undo {
+        Ref<NSMutableDictionary> record;
+        Ref<NSDictionary> before;  // contents before the first change; nil for a record new here
+        Ref<NSString> idAtEntry;   // a new record's id as the index knows it
+        int32_t removedRow = -1;   // the row of a removed record
+    };
+    std::vector<Undo> _undo;
+    std::unordered_set<NSObject*> _noted;
 
     Ref<LXContainer> _container;
     Ref<NSMutableDictionary> _index;

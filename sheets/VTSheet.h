@@ -82,14 +82,16 @@ public:
     // transceiver's thread; the hooks of record editing on the main thread.
 
     // updateFields:ofObject:remote: with false.
-    void updateFields_ofObject_(NSArray* fields, NSMutableDictionary* object);
+    bool updateFields_ofObject_(NSArray* fields, NSMutableDictionary* object);
     // Applies a set delta: the record of `object`'s id (`object` itself
     // when the id is new here) gets those of `fields` that `object` holds,
     // committed without stamps or deltas; the record turns unseen and the
-    // tables are refreshed. `remote` changes nothing.
-    void updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary* object, bool remote);
-    // Applies a delete delta (an unknown id is ignored) and refreshes.
-    void updateDeletionOfObjectWithId_(NSString* recordId);
+    // tables are refreshed. `remote` changes nothing. False when the commit
+    // failed: the matrix is as it was, and the delta must come again.
+    bool updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary* object, bool remote);
+    // Applies a delete delta (an unknown id is ignored) and refreshes;
+    // false when the commit failed.
+    bool updateDeletionOfObjectWithId_(NSString* recordId);
     // Delivery of message records. Each hook is given an object retained for
     // it and releases it.
     // Before the fields are applied: a "sent" record addressed to this user

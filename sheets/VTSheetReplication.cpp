@@ -48,12 +48,12 @@ int32_t rowOf(NSNumber* row, VTMatrix* matrix) {
 
 }  // namespace
 
-void VTSheet::updateFields_ofObject_(NSArray* fields, NSMutableDictionary* object) {
-    updateFields_ofObject_remote_(fields, object, false);
+bool VTSheet::updateFields_ofObject_(NSArray* fields, NSMutableDictionary* object) {
+    return updateFields_ofObject_remote_(fields, object, false);
 }
 
-void VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary* object, bool) {
-    if (!_matrix || !object) return;
+bool VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary* object, bool) {
+    if (!_matrix || !object) return false;
     // The row is looked up inside the transaction: a removal committed by
     // another thread between look-up and writes would shift it.
     _matrix->beginTransaction();
@@ -76,21 +76,25 @@ void VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary
     // (the same object again) makes it pending without changing it.
     if (record == object && !wrote)
         _matrix->setValue_inRow_column_(object->objectForKey_("__recordId"_ns), row, "__recordId"_ns);
-    _matrix->commitTransaction_(false);
+    // Not on disk: the matrix is back as it was and nothing is marked; the
+    // sender's delta has to come again.
+    if (!_matrix->commitTransaction_(false)) return false;
     // Unseen, whoever sent it. By id, as the row may have moved since the
     // transaction ended.
     _matrix->markAsSeen_recordId_(false, static_cast<NSString*>(record->objectForKey_("__recordId"_ns)));
     refreshAfterIncomingChange();
+    return true;
 }
 
-void VTSheet::updateDeletionOfObjectWithId_(NSString* recordId) {
-    if (!_matrix) return;
+bool VTSheet::updateDeletionOfObjectWithId_(NSString* recordId) {
+    if (!_matrix) return false;
     // An unknown id finds nothing; the commit then has nothing to do but end
     // the transaction. The id stays in the seen set.
     _matrix->beginTransaction();
     _matrix->removeRecord_(recordId);
-    _matrix->commitTransaction_(false);
+    if (!_matrix->commitTransaction_(false)) return false;
     refreshAfterIncomingChange();
+    return true;
 }
 
 void VTSheet::refreshAfterIncomingChange() {

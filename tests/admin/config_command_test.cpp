@@ -156,15 +156,18 @@ TEST_F(InstallationTest, SheetsAreListedAndDumpedThroughTheWorkspace) {
     // sheet keeps only software companies' contacts.
     vt_test::ProgramResult dump = admin(dir, "sheet dump softwarecontact");
     EXPECT_EQ(dump.status, 0);
+    // The prepared records carry the stamps of Ada's Save.
+#define ADA_STAMPS "\"__creator\":\"Ada Lovelace/Demo/Admin\",\"__created\":{\"$date\":\"2024-01-02 09:00:00 +0100\"}"
     EXPECT_EQ(dump.out,
               "{\"__recordId\":\"demo-contact-1\",\"lastName\":\"Novak\",\"firstName\":\"Jana\",\"company\":"
-              "\"Northwind Software Prague\",\"phone\":\"+420 221 000 111\"}\n"
+              "\"Northwind Software Prague\",\"phone\":\"+420 221 000 111\"," ADA_STAMPS "}\n"
               "{\"__recordId\":\"demo-contact-3\",\"lastName\":\"Svoboda\",\"firstName\":\"Petr\",\"company\":"
-              "\"Blue Byte Labs Brno\",\"phone\":\"+420 541 000 333\"}\n");
+              "\"Blue Byte Labs Brno\",\"phone\":\"+420 541 000 333\"," ADA_STAMPS "}\n");
     EXPECT_EQ(admin(dir, "sheet dump group").out,
-              "{\"__recordId\":\"demo-group-admins\",\"name\":\"Admins\",\"roles\":\"administrator; staff\"}\n"
-              "{\"__recordId\":\"demo-group-all\",\"name\":\"All\",\"roles\":\"reader\"}\n"
-              "{\"__recordId\":\"demo-group-designers\",\"name\":\"Designers\",\"roles\":\"designer; staff\"}\n");
+              "{\"__recordId\":\"demo-group-admins\",\"name\":\"Admins\",\"roles\":\"administrator; staff\"," ADA_STAMPS "}\n"
+              "{\"__recordId\":\"demo-group-all\",\"name\":\"All\",\"roles\":\"reader\"," ADA_STAMPS "}\n"
+              "{\"__recordId\":\"demo-group-designers\",\"name\":\"Designers\",\"roles\":\"designer; staff\"," ADA_STAMPS "}\n");
+#undef ADA_STAMPS
     EXPECT_EQ(admin(dir, "sheet dump nosuchsheet").status, 1);
     // The configuration was not compiled by looking at it.
     EXPECT_EQ(vt_test::runProgram("test -e " + quoteShell(dir + "/conf/conf.vtr")).status, 1);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "tests/support/RunProgram.h"
@@ -121,6 +122,109 @@ TEST_F(RecordCommandTest, SyncWithoutARelayKeepsEveryDelta) {
     vt_test::writeFile(dir + "/transceiver.txt", "127.0.0.1\n");
     expectRefused("sync --port 9 --timeout 1", "", "still waiting");
     EXPECT_EQ(deltas(), queued);
+}
+
+TEST_F(RecordCommandTest, ADamagedStoreIsNamedWhereverItIsReadAndTakesNoChange) {
+    ProgramResult saved = admin("record set company", R"({"name": "Before", "industry": "trade"})");
+    ASSERT_EQ(saved.status, 0) << saved.err;
+    std::string queued = deltas();
+    std::string data = vt_test::readFile(dir + "/data/company.vcd");
+    std::filesystem::resize_file(dir + "/data/company.vcd", 7);
+    const std::string named = "the store of the sheet 'company' (data/company.vcd, data/company.vci) is damaged";
+
+    ProgramResult set = admin("record set company", R"({"name": "After", "industry": "trade"})");
+    EXPECT_EQ(set.status, 1);
+    EXPECT_EQ(set.out, "");
+    EXPECT_NE(set.err.find("record set: " + named), std::string::npos) << set.err;
+    for (const char* args : {"record remove company demo-company-1", "record list company", "sheet dump company"}) {
+        ProgramResult r = admin(args);
+        EXPECT_EQ(r.status, 1) << args;
+        EXPECT_EQ(r.out, "") << args;
+        EXPECT_NE(r.err.find(named), std::string::npos) << args << ": " << r.err;
+    }
+    // The other sheets are listed; the damaged one is named, not counted.
+    ProgramResult sheets = admin("sheet list");
+    EXPECT_EQ(sheets.status, 1);
+    EXPECT_NE(sheets.err.find("sheet list: " + named), std::string::npos) << sheets.err;
+    EXPECT_EQ(sheets.out.find("company \""), std::string::npos) << sheets.out;
+    EXPECT_NE(sheets.out.find("contact \""), std::string::npos) << sheets.out;
+    EXPECT_EQ(deltas(), queued);
+    EXPECT_EQ(std::filesystem::file_size(dir + "/data/company.vcd"), 7u);
+
+    vt_test::writeFile(dir + "/data/company.vcd", data);
+    ProgramResult restored = admin("record list company");
+    EXPECT_EQ(restored.status, 0) << restored.err;
+    EXPECT_NE(restored.out.find("\"Before\""), std::string::npos) << restored.out;
+    EXPECT_EQ(restored.out.find("\"After\""), std::string::npos) << restored.out;
+}
+
+TEST_F(RecordCommandTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
+    ASSERT_EQ(admin("record list company").status, 0);  // Ada's row is made at the first start
+    std::string key = vt_test::readFile(dir + "/userkey/admin.vuk");
+    std::string users = vt_test::readFile(dir + "/data/user.vcd");
+    std::filesystem::resize_file(dir + "/data/user.vcd", 3);
+    ProgramResult r = admin("record list company");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("the user store data/user is damaged"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("record list: the installation here can't be opened"), std::string::npos) << r.err;
+    EXPECT_EQ(vt_test::readFile(dir + "/userkey/admin.vuk"), key);
+    EXPECT_EQ(std::filesystem::file_size(dir + "/data/user.vcd"), 3u);
+    EXPECT_FALSE(exists(dir + "/vantor.lock"));
+    vt_test::writeFile(dir + "/data/user.vcd", users);
+    EXPECT_EQ(admin("record list company").status, 0);
+}
+
+TEST_F(RecordCommandTest, AMissingDataFolderIsReportedAsMissing) {
+    std::filesystem::rename(dir + "/data", dir + "/data.away");
+    for (const char* args : {"record list company", "sheet list", "sheet dump company"}) {
+        ProgramResult r = admin(args);
+        EXPECT_EQ(r.status, 1) << args;
+        EXPECT_NE(r.err.find("the data folder data/ is missing here"), std::string::npos) << args << ": " << r.err;
+        EXPECT_EQ(r.err.find("damaged"), std::string::npos) << args << ": " << r.err;
+        EXPECT_FALSE(exists(dir + "/data")) << args;
+    }
+    std::filesystem::rename(dir + "/data.away", dir + "/data");
+}
+
+TEST_F(RecordCommandTest, RecordListShowsWhatTheUsersTableShows) {
+    // The sheet's reference filter: only the contacts of the two software
+    // companies.
+    ProgramResult software = admin("record list softwarecontact");
+    ASSERT_EQ(software.status, 0) << software.err;
+    EXPECT_NE(software.out.find("demo-contact-1"), std::string::npos) << software.out;
+    EXPECT_NE(software.out.find("demo-contact-3"), std::string::npos) << software.out;
+    EXPECT_EQ(software.out.find("demo-contact-2"), std::string::npos) << software.out;
+
+    // A reader, in an installation of her own with her key.
+    ProgramResult rita = admin("record set user", R"({"firstName": "Rita", "lastName": "Reader", "orgUnit": "Demo",
+                                                     "company": "Readers", "role": "author",
+                                                     "groups": "demo-group-all"})");
+    ASSERT_EQ(rita.status, 0) << rita.err;
+    std::string id = rita.out.substr(0, rita.out.find('\n'));
+    ProgramResult made = admin("key make " + quoteShell(id) + " --password-stdin", "rita-pw\n");
+    ASSERT_EQ(made.status, 0) << made.err;
+    std::string other = vt_test::makeTempDir("vt-admin-reader");
+    ProgramResult copied = vt_test::runProgram("cp -a " + quoteShell(dir) + "/. " + quoteShell(other) + " && rm " +
+                                               quoteShell(other) + "/userkey/*.vuk && mv " + quoteShell(other) +
+                                               "/Rita_Reader__Demo__Readers.vuk " + quoteShell(other) + "/userkey/");
+    ASSERT_EQ(copied.status, 0) << copied.err;
+    auto asRita = [&](const std::string& args) {
+        return vt_test::runProgram("cd " + quoteShell(other) + " && VANTOR_PASSWORD=rita-pw " +
+                                   quoteShell(VANTOR_ADMIN_PATH) + " " + args);
+    };
+    ProgramResult contacts = asRita("record list contact");
+    EXPECT_EQ(contacts.status, 0) << contacts.err;
+    EXPECT_NE(contacts.out.find("demo-contact-2"), std::string::npos) << contacts.out;
+    for (const char* sheet : {"softwarecontact", "project"}) {
+        ProgramResult refused = asRita(std::string("record list ") + sheet);
+        EXPECT_EQ(refused.status, 1) << sheet;
+        EXPECT_EQ(refused.out, "") << sheet;
+        EXPECT_NE(refused.err.find("Rita Reader/Demo/Readers may not read the sheet '" + std::string(sheet) + "'"),
+                  std::string::npos)
+                << refused.err;
+    }
+    vt_test::removeTree(other);
 }
 
 }  // namespace

@@ -52,6 +52,20 @@ TEST_F(WorkspaceTest, TheDemoStartsWithItsFirstAdmin) {
     EXPECT_TRUE(w->currentUserCanUpdate_(w->sheetNamed_("user"_ns)));
     EXPECT_FALSE(w->currentUserCanUpdate_(w->sheetNamed_("message"_ns)));
     EXPECT_TRUE(w->currentUserCanDeposit_(w->sheetNamed_("message"_ns)));
+
+    // Every prepared record was saved by Ada, so that a record pushed to a
+    // new user doesn't take the receiver for its creator.
+    for (const char* name : {"role", "group", "company", "contact", "project", "task"}) {
+        NSArray* records = w->sheetNamed_(ns(name))->matrix()->allObjectsSorted();
+        EXPECT_GT(records->count(), 0u) << name;
+        for (uint32_t i = 0; i < records->count(); i++) {
+            auto* record = static_cast<NSDictionary*>(records->objectAtIndex_(i));
+            EXPECT_EQ(str(record->objectForKey_("__creator"_ns)), "Ada Lovelace/Demo/Admin") << name;
+            EXPECT_TRUE(record->objectForKey_("__created"_ns) &&
+                        record->objectForKey_("__created"_ns)->isKindOfClass_(NSDate::classObject()))
+                    << name;
+        }
+    }
     w->release();
 }
 

@@ -413,6 +413,73 @@ TEST_F(ReplicationTest, DeletesRemoveWithoutBeepAndUnknownIdsAreIgnored) {
     EXPECT_TRUE(drain().empty());
 }
 
+TEST_F(ReplicationTest, ASaveThatIsNotStoredIsReportedToTheUserAndSendsNothing) {
+    Client& ada = client(kAda, {kAda, kBob, kCy}, [] {
+        writeFile("data/task.vci", "not an index");
+    });
+    VTMatrix* tasks = ada.matrix("task");
+    ASSERT_TRUE(tasks->container()->isDamaged());
+    bool stored = true;
+    std::string log = logOf([&] {
+        tasks->beginTransaction();
+        tasks->setValue_inRow_column_("Lost"_ns, 0, "title"_ns);
+        stored = tasks->commitTransaction();
+    });
+    EXPECT_FALSE(stored);
+    EXPECT_NE(log.find("not saved in sheet 'task': the change did not reach the disk\n"
+                       "alert: Error: The change could not be saved: the data of this sheet is damaged or the disk "
+                       "is full.\n"),
+              std::string::npos)
+            << log;
+    EXPECT_EQ(tasks->numberOfRows(), 0u);
+    EXPECT_TRUE(drain().empty());
+    EXPECT_EQ(readFile("data/task.vci"), "not an index");
+}
+
+TEST_F(ReplicationTest, ADeltaThatCannotBeStoredIsRefusedUntilTheStoreIsWholeAgain) {
+    // Bob's task store holds one record and has been cut before his start.
+    std::string data;
+    Client& bob = client(kBob, {kAda, kBob, kCy}, [&] {
+        LXContainer* store = LXContainer::alloc()->initWithName_("data/task"_ns);
+        store->set_(NSDictionary::dictionaryWithObjectsAndKeys_("t-1"_ns, "__recordId"_ns, "Old"_ns, "title"_ns, nullptr));
+        store->release();
+        data = readFile("data/task.vcd");
+        std::filesystem::resize_file("data/task.vcd", 5);
+    });
+    ASSERT_TRUE(bob.matrix("task")->container()->isDamaged());
+    std::string index = readFile("data/task.vci");
+    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_(
+            "t-2"_ns, "__recordId"_ns, "New"_ns, "title"_ns, ns(userIdOf(kAda).c_str()), "__creator"_ns, nullptr);
+    LXDelta* set = incoming(setOf("task", names("title"), object));
+    LXDelta* removal = incoming(NSDictionary::dictionaryWithObjectsAndKeys_("delete"_ns, "action"_ns, "task"_ns,
+                                                                            "sheet"_ns, "t-1"_ns, "objectId"_ns, nullptr));
+    std::string log = logOf([&] {
+        EXPECT_FALSE(bob.w->processDelta_(set));
+        EXPECT_FALSE(bob.w->processDelta_(removal));
+    });
+    EXPECT_NE(log.find("incoming change for sheet 'task' not stored; the delta stays at the relay\n"), std::string::npos)
+            << log;
+    EXPECT_NE(log.find("incoming removal for sheet 'task' not stored; the delta stays at the relay\n"),
+              std::string::npos)
+            << log;
+    EXPECT_EQ(bob.matrix("task")->numberOfRows(), 0u);
+    EXPECT_EQ(bob.matrix("task")->objectWithRecordId_("t-2"_ns), nullptr);
+    EXPECT_EQ(readFile("data/task.vci"), index);
+    EXPECT_EQ(std::filesystem::file_size("data/task.vcd"), 5u);
+    EXPECT_TRUE(drain().empty());
+
+    // The files restored, the next start takes the same deltas in.
+    writeFile("data/task.vcd", data);
+    Client& again = client(kBob);
+    VTMatrix* tasks = again.matrix("task");
+    ASSERT_FALSE(tasks->container()->isDamaged());
+    EXPECT_TRUE(again.w->processDelta_(set));
+    EXPECT_TRUE(again.w->processDelta_(removal));
+    ASSERT_EQ(tasks->numberOfRows(), 1u);
+    EXPECT_EQ(str(tasks->valueInRow_column_(0, "title"_ns)), "New");
+    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 1u);
+}
+
 TEST_F(ReplicationTest, BeepsComeAtMostOncePerTenSeconds) {
     Client& bob = client(kBob);
     auto arrive = [&] {

@@ -156,6 +156,16 @@ TEST_F(RightsTest, AChangedIdentityRowEndsTheRunAtTheNextQuestion) {
     EXPECT_EQ(out, "alert: Error: No match between user key and database.\n");
 }
 
+TEST_F(RightsTest, AnUnknownKeyMeetsTheEndAlsoOnASheetThatRestrictsNothing) {
+    VTWorkspace* stranger = build(key("Eve Other/Demo/Acme", "u-eve"));
+    ASSERT_NE(stranger, nullptr);
+    VTSheet* plain = stranger->sheetNamed_("plain"_ns);
+    auto [status, out] = inChild([&] { stranger->currentUserCanDoAction_inSheet_("read"_ns, plain); });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(out, "alert: Error: No match between user key and database.\n");
+    stranger->release();
+}
+
 TEST_F(RightsTest, ARemovedUserRowEndsTheRunToo) {
     VTMatrix* users = sheet("user")->matrix();
     users->removeRow_(rowOf("Ada"));

@@ -5,10 +5,40 @@
 #include "sync/LXTransceiver.h"
 #include "sync/LXUser.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
 #include "sheets/LXListParser.h"
 #include "storage/NSUnarchiver.h"
 
 namespace {
+
+// A listening socket on 127.0.0.1 at the port, or -1 when it is taken.
+int listenLoopback(uint16_t port) {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return -1;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 4) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Whether a connection arrives within the time; it is closed at once.
+bool acceptsWithin(int listener, int milliseconds) {
+    pollfd waiting{listener, POLLIN, 0};
+    if (poll(&waiting, 1, milliseconds) <= 0) return false;
+    int fd = accept(listener, nullptr, nullptr);
+    if (fd < 0) return false;
+    close(fd);
+    return true;
+}
 
 std::string sheetNames(VTWorkspace* w) {
     std::string out;
@@ -195,6 +225,44 @@ TEST_F(FirstUserTest, AnIdentityOfTheWrongShapeWritesNoRow) {
     w->release();
 }
 
+TEST_F(FirstUserTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
+    // Ada's row is there, but the data file was cut: the store answers no
+    // rows, which must not pass for an empty user sheet.
+    storeRecords("user", {{{"__recordId", "u-ada"}, {"firstName", "Ada"}, {"lastName", "Lovelace"},
+                           {"orgUnit", "Demo"}, {"company", "Admin"}}});
+    std::filesystem::resize_file("data/user.vcd", 3);
+    NSMutableDictionary* k = key("Ada Lovelace/Demo/Admin", "u-ada");
+    ASSERT_TRUE(VTUserKey::writeUserKey_toFile_(k, "userkey/admin.vuk"_ns));
+    std::string keyBytes = readFile("userkey/admin.vuk");
+    std::string index = readFile("data/user.vci");
+    std::string log;
+    EXPECT_EQ(build(k, &log), nullptr);
+    EXPECT_NE(log.find("the user store data/user is damaged; the start stops, no user row or key is written\n"),
+              std::string::npos)
+            << log;
+    EXPECT_NE(log.find("alert: Error: The user data (data/user) is damaged. Please restore it from a backup.\n"),
+              std::string::npos)
+            << log;
+    EXPECT_EQ(log.find("first admin"), std::string::npos) << log;
+    EXPECT_EQ(str(k->objectForKey_("UniqueID"_ns)), "u-ada");
+    EXPECT_EQ(readFile("userkey/admin.vuk"), keyBytes);
+    EXPECT_EQ(readFile("data/user.vci"), index);
+    EXPECT_EQ(std::filesystem::file_size("data/user.vcd"), 3u);
+}
+
+TEST_F(WorkspaceTest, AMissingDataFolderIsReportedAsMissingAndNothingIsMade) {
+    writeFile("conf/cro.vtr", kSmallConfiguration);
+    std::filesystem::remove_all("data");
+    std::string log;
+    EXPECT_EQ(build(key("Ada Lovelace/Demo/Admin", nullptr), &log), nullptr);
+    EXPECT_EQ(log,
+              "no data folder: data/ is missing in the working directory; nothing opened or created\n"
+              "alert: Error: The data folder (data/) is missing.\n");
+    EXPECT_FALSE(std::filesystem::exists("data"));
+    EXPECT_FALSE(std::filesystem::exists("_seen_.vcd"));
+    EXPECT_FALSE(std::filesystem::exists("userkey/admin.vuk"));
+}
+
 TEST_F(WorkspaceTest, SeenSetsLiveInTheirOwnContainer) {
     writeFile("conf/cro.vtr", kSmallConfiguration);
     VTWorkspace* w = build(key("Ada Lovelace/Demo/Acme", "u1"));
@@ -219,6 +287,13 @@ TEST_F(FirstUserTest, StartingTheTransceiverRegistersThePoolAndTheUserAndRunsOnT
     VTWorkspace* w = build(k, &log);
     ASSERT_NE(w, nullptr);
     writeFile("transceiver.txt", "  127.0.0.1\r\n");
+    // The relay's port on the host of the file, where the cycle has to
+    // knock. Taken by something else here, the test can't tell.
+    int listener = listenLoopback(static_cast<uint16_t>(LXTransceiver::relayPort()));
+    if (listener < 0) {
+        w->release();
+        GTEST_SKIP() << "the relay port is in use on this machine";
+    }
     LXTransceiver* transceiver = LXTransceiver::defaultTransceiver();
     // One cycle and the thread ends: the lifetime is already over.
     transceiver->setLifetime_(NSDate::date()->addTimeInterval_(-1));
@@ -231,6 +306,9 @@ TEST_F(FirstUserTest, StartingTheTransceiverRegistersThePoolAndTheUserAndRunsOnT
     EXPECT_EQ(pool->delegate(), w);
     EXPECT_EQ(str(transceiver->user()->uniqueId()), "1700000000.5-3-42");
     EXPECT_EQ(str(transceiver->user()->organization()), "Acme");
+    // The trimmed host of the file: the cycle connects to it.
+    EXPECT_TRUE(acceptsWithin(listener, 10000)) << "no connection to the host of transceiver.txt";
+    close(listener);
     for (int i = 0; i < 200 && NSThread::registeredThreadCount() > threads; i++) NSThread::sleepForTimeInterval_(0.05);
     EXPECT_EQ(NSThread::registeredThreadCount(), threads) << "the transceiver's thread ended with its lifetime";
     w->release();

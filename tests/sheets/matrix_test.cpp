@@ -1,6 +1,7 @@
 // The matrix: transactions and what they store and replicate, the sort and
 // its reversal, reference resolution, seen marks, shared stores; and its
 // two companions, the keyed arrays and the sort wrapper.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -12,6 +13,7 @@
 #include "sheets/VTWrapper.h"
 #include "storage/LXContainer.h"
 #include "test_workspace.h"
+#include "tests/support/RunProgram.h"
 #include "toolkit/NSTableColumn.h"
 
 // What the sheets map holds for a matrix test: something answering matrix.
@@ -378,6 +380,100 @@ TEST_F(MatrixTest, RowForObjectFindsByIdOrAppendsAndIdsAreUnique) {
     EXPECT_NE(a, b);
     EXPECT_NE(a.find('-'), std::string::npos);
     EXPECT_EQ(m->objectsWithValue_inColumn_("Ada"_ns, "name"_ns)->count(), 1u);
+
+    // A record without an id is none of the rows, also when a row lacks
+    // one as well.
+    static_cast<NSMutableDictionary*>(m->allObjectsSorted()->objectAtIndex_(0))->removeObjectForKey_("__recordId"_ns);
+    EXPECT_EQ(m->rowForObjectUnlocked_(NSMutableDictionary::dictionary()), -1);
+}
+
+TEST_F(MatrixTest, AMultireferenceIsTrimmedOnceAsAWhole) {
+    VTMatrix* users = makeMatrix("user");
+    users->setValue_inRow_column_("Ada"_ns, 0, "firstName"_ns);
+    users->setValue_inRow_column_(""_ns, 0, "lastName"_ns);
+    users->setValue_inRow_column_("Bob"_ns, 1, "firstName"_ns);
+    users->setValue_inRow_column_("Builder"_ns, 1, "lastName"_ns);
+    VTMatrix* m = makeMatrix("tasks");
+    m->addField_(NSArray::arrayWithObjects_("team"_ns, "multireference"_ns, "user"_ns,
+                                            words({"firstName", "lastName"}), nullptr));
+    NSString* both = NSString::stringWithFormat_("%s %s", str(users->valueInRow_column_(0, "__recordId"_ns)).c_str(),
+                                                 str(users->valueInRow_column_(1, "__recordId"_ns)).c_str());
+    // Ada's empty last name keeps its blank between the two parts.
+    EXPECT_EQ(str(m->resolveValue_forField_(both, "team"_ns)), "Ada  Bob Builder");
+}
+
+// Stores people and damages the store's data file afterwards, as a cut
+// copy would: the index names blocks beyond its end.
+class FailedCommitTest : public MatrixTest {
+protected:
+    static std::string names(const char* stem) {
+        Ref<LXContainer> c = adoptRef(LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(stem)));
+        NSMutableArray* all = c->query_(NSMutableDictionary::classObject());
+        std::vector<std::string> out;
+        for (uint32_t i = 0; i < all->count(); i++)
+            out.push_back(str(static_cast<NSDictionary*>(all->objectAtIndex_(i))->objectForKey_("name"_ns)));
+        std::sort(out.begin(), out.end());
+        std::string text;
+        for (auto& n : out) text += (text.empty() ? "" : ",") + n;
+        return text;
+    }
+};
+
+TEST_F(FailedCommitTest, AFullDiskFailsTheCommitPutsTheRowsBackAndSendsNothing) {
+    VTMatrix* m = people({"Ada", "Bob"});
+    NSObject* bob = m->allObjectsSorted()->objectAtIndex_(1);
+    std::string bobId = str(m->valueInRow_column_(1, "__recordId"_ns));
+    // Whichever write fails (a block, the index), nothing of the
+    // transaction stays: not on disk, not in the rows, not in a delta.
+    for (int failing = 1; failing <= 3; failing++) {
+        SCOPED_TRACE(failing);
+        m->beginTransaction();
+        m->setValue_inRow_column_("Ada B"_ns, 0, "name"_ns);
+        m->setValue_inRow_column_("Cy"_ns, 2, "name"_ns);
+        m->removeRow_(1);
+        LXContainer::failWriteForTesting(failing);
+        bool committed = true;
+        std::string log = logOf([&] { committed = m->commitTransaction(); });
+        LXContainer::failWriteForTesting(0);
+        EXPECT_FALSE(committed);
+        EXPECT_NE(log.find("commit failed in people: the store could not be written\n"), std::string::npos) << log;
+        EXPECT_EQ(column(m, "name"), "Ada,Bob");
+        EXPECT_EQ(m->allObjectsSorted()->objectAtIndex_(1), bob);
+        EXPECT_EQ(m->objectWithRecordId_(NSString::stringWithUTF8String_(bobId.c_str())), bob);
+        EXPECT_EQ(m->index()->count(), 2u);
+        EXPECT_EQ(m->valueInRow_column_(0, "__modifier"_ns), nullptr);
+        EXPECT_FALSE(m->inTransaction());
+        EXPECT_TRUE(workspace->synchronized.empty());
+        EXPECT_TRUE(workspace->deleted.empty());
+        EXPECT_EQ(names("data/people"), "Ada,Bob");
+    }
+    // The next commit that works stores its own change and nothing of the
+    // failed ones.
+    m->beginTransaction();
+    m->setValue_inRow_column_("Bo"_ns, 1, "name"_ns);
+    EXPECT_TRUE(m->commitTransaction());
+    EXPECT_EQ(names("data/people"), "Ada,Bo");
+    EXPECT_EQ(workspace->synchronized, std::vector<std::string>{bobId + ": name"});
+}
+
+TEST_F(FailedCommitTest, ADamagedStoreRefusesEveryChangeAndTouchesNoFile) {
+    people({"Ada", "Bob"});
+    std::filesystem::resize_file("data/people.vcd", 10);
+    std::string index = vt_test::readFile("data/people.vci");
+    VTMatrix* m = nullptr;
+    logOf([&] { m = makeMatrix("people"); });
+    ASSERT_TRUE(m->container()->isDamaged());
+    EXPECT_EQ(m->numberOfRows(), 0u);
+    m->beginTransaction();
+    m->setValue_inRow_column_("Cy"_ns, 0, "name"_ns);
+    bool committed = true;
+    std::string log = logOf([&] { committed = m->commitTransaction_(false); });
+    EXPECT_FALSE(committed);
+    EXPECT_EQ(log, "commit failed in people: the store is damaged\n");
+    EXPECT_EQ(m->numberOfRows(), 0u);
+    EXPECT_EQ(m->index()->count(), 0u);
+    EXPECT_EQ(std::filesystem::file_size("data/people.vcd"), 10u);
+    EXPECT_EQ(vt_test::readFile("data/people.vci"), index);
 }
 
 }  // namespace

@@ -160,6 +160,30 @@ TEST_F(SheetTest, TheWholeVocabularyOnOneConfiguration) {
     VTTableDataSource* ds = sourceOf(task);
     ASSERT_NE(ds, nullptr);
     EXPECT_EQ(ds->objectIndices()->count(), 0u);
+    // It filters by every stage the clauses name: each record but the
+    // first fails exactly one of them (current user, readOwn, value
+    // filter, date filters, reference filter).
+    NSString* ada = addUser("Ada", "Lovelace");
+    NSString* eve = addUser("Eve", "Other");
+    NSString* me = "Ada Lovelace/Demo/Admin"_ns;
+    NSDate* yesterday = NSDate::date()->addTimeInterval_(-24 * 3600);
+    NSDate* longAgo = NSDate::date()->addTimeInterval_(-10 * 24 * 3600);
+    auto addTask = [&](const char* title, NSObject* owner, NSObject* creator, NSObject* status, NSObject* due,
+                       NSObject* team) {
+        add(task, {{"title", NSString::stringWithUTF8String_(title)},
+                   {"owner", owner},
+                   {"__creator", creator},
+                   {"status", status},
+                   {"due", due},
+                   {"team", team}});
+    };
+    addTask("shown", ada, me, "in progress"_ns, yesterday, ada);
+    addTask("not the owner", eve, me, "open"_ns, yesterday, ada);
+    addTask("not my own", ada, "Eve Other/Demo/Admin"_ns, "open"_ns, yesterday, ada);
+    addTask("closed", ada, me, "closed"_ns, yesterday, ada);
+    addTask("too old", ada, me, "open"_ns, longAgo, ada);
+    addTask("other team", ada, me, "open"_ns, yesterday, eve);
+    EXPECT_EQ(visible(task, "title"), "shown");
 
     // A sheet on a source shares its store; one on a missing source has its own.
     VTSheet* mine = sheet("mytask");

@@ -187,6 +187,19 @@ public:
         }
         return byId;
     }
+    // id -> the record's line in `container dump` of the sheet's store:
+    // every stored record, whatever the user's table of the sheet shows.
+    std::map<std::string, std::string> stored(const std::string& stem) const {
+        std::map<std::string, std::string> byId;
+        ProgramResult r = admin("container dump data/" + stem);
+        EXPECT_EQ(r.status, 0) << r.err;
+        size_t start = 0;
+        for (size_t end; (end = r.out.find('\n', start)) != std::string::npos; start = end + 1) {
+            std::string line = r.out.substr(start, end - start);
+            byId[valueOf(line, "__recordId")] = line;
+        }
+        return byId;
+    }
     std::string set(const std::string& sheet, const std::string& json) const {
         ProgramResult r = admin("record set " + sheet, json);
         EXPECT_EQ(r.status, 0) << r.err;
@@ -315,25 +328,27 @@ TEST_F(InstallationsTest, RemovalReplicates) {
 }
 
 TEST_F(InstallationsTest, MessageRunsFromSentToDeliveredToRead) {
+    // The Inbox shows a message to its addressee only, so the states are
+    // read from each installation's store.
     std::string id = a.set("message", R"({"subject": "Lunch?", "whom": ")" + bobId + R"("})");
-    EXPECT_EQ(valueOf(a.records("message")[id], "status"), "sent");
+    EXPECT_EQ(valueOf(a.stored("message")[id], "status"), "sent");
     // B receives it as addressee and answers "delivered" to everybody.
     ASSERT_TRUE(a.syncDone(relay->port()));
     ASSERT_TRUE(c.syncDone(relay->port()));
-    EXPECT_EQ(valueOf(c.records("message")[id], "status"), "sent");
+    EXPECT_EQ(valueOf(c.stored("message")[id], "status"), "sent");
     ASSERT_TRUE(b.syncDone(relay->port()));
-    EXPECT_EQ(valueOf(b.records("message")[id], "status"), "delivered");
-    EXPECT_EQ(valueOf(b.records("message")[id], "dummy"), "delivery");
+    EXPECT_EQ(valueOf(b.stored("message")[id], "status"), "delivered");
+    EXPECT_EQ(valueOf(b.stored("message")[id], "dummy"), "delivery");
     syncAll();
-    EXPECT_EQ(valueOf(a.records("message")[id], "status"), "delivered");
-    EXPECT_EQ(valueOf(c.records("message")[id], "status"), "delivered");
+    EXPECT_EQ(valueOf(a.stored("message")[id], "status"), "delivered");
+    EXPECT_EQ(valueOf(c.stored("message")[id], "status"), "delivered");
     // The sender looking at it changes nothing; the addressee reads it.
     ASSERT_EQ(a.admin("record select message " + id).status, 0);
-    EXPECT_EQ(valueOf(a.records("message")[id], "status"), "delivered");
+    EXPECT_EQ(valueOf(a.stored("message")[id], "status"), "delivered");
     ASSERT_EQ(b.admin("record select message " + id).status, 0);
     syncAll();
     for (const Installation* i : {&a, &b, &c})
-        EXPECT_EQ(valueOf(i->records("message")[id], "status"), "read") << i->dir;
+        EXPECT_EQ(valueOf(i->stored("message")[id], "status"), "read") << i->dir;
 }
 
 // A burst of new records: one Save each, given to `record set` as one array.
