@@ -126,9 +126,9 @@ TrustedOrder trustedOrder(SEL comparator, NSObject** elements, uint32_t count) {
             TrustedOrder k = imp == stringCompare   ? TrustedOrder::Strings
                              : imp == numberCompare ? TrustedOrder::Numbers
                                                     : TrustedOrder::None;
-            // One kind per array: a string's compare: with a number (or the
-            // other way round) reads the wrong fields and answers nothing
-            // that could be trusted.
+            // One kind per array: the fast sorts read every element as that
+            // kind. Mixed kinds (ordered by NSCompareKinds) take the
+            // exchange sort.
             if (k == TrustedOrder::None || (kind != TrustedOrder::None && k != kind)) return TrustedOrder::None;
             kind = k;
             known = cls;

@@ -285,9 +285,11 @@ NSString* NSDate::vantorDescription() {
     return NSString::stringWithUTF8String_(text);
 }
 
-int NSDate::compare_(NSDate* other) {
+int NSDate::compare_(NSObject* object) {
     // Nothing to compare with: a date sorts after nil.
-    if (!other) return 1;
+    if (!object) return 1;
+    NSDate* other = NSDynamicCast<NSDate>(object);
+    if (!other) return NSCompareKinds(this, object);
     // The bytes of both descriptions compared as compare: of strings does
     // it, without making the two string objects.
     char mine[64], theirs[64];

@@ -6,7 +6,9 @@
 #include <cstdlib>
 
 #include "NSAutoreleasePool.h"
+#include "NSDate.h"
 #include "NSInvocation.h"
+#include "NSNull.h"
 #include "NSString.h"
 #include "NSThread.h"
 #include "NSValue.h"
@@ -375,3 +377,24 @@ NSString* NSStringFromSelector(SEL sel) { return sel ? NSString::stringWithUTF8S
 NSString* NSStringFromClass(Class cls) { return cls ? NSString::stringWithUTF8String_(cls->name()) : nullptr; }
 
 void NSBeep() { vtBeep(); }
+
+namespace {
+
+// Rank of a value's kind in the order of NSCompareKinds; -1 for a class
+// outside it.
+int kindRank(NSObject* value) {
+    if (!value || value == NSNull::null()) return 0;
+    if (value->isKindOfClass_(NSString::classObject())) return 1;
+    if (value->isKindOfClass_(NSNumber::classObject())) return 2;
+    if (value->isKindOfClass_(NSDate::classObject())) return 3;
+    return -1;
+}
+
+}  // namespace
+
+int NSCompareKinds(NSObject* receiver, NSObject* other) {
+    int mine = kindRank(receiver);
+    int theirs = kindRank(other);
+    if (mine < 0 || theirs < 0) return 0;
+    return mine < theirs ? -1 : (mine > theirs ? 1 : 0);
+}

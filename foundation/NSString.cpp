@@ -463,9 +463,11 @@ bool NSString::isEqual_(NSObject* other) {
     return s->_byteLength == _byteLength && std::memcmp(s->_c_string, _c_string, _byteLength) == 0;
 }
 
-int NSString::compare_(NSString* other) {
+int NSString::compare_(NSObject* other) {
+    NSString* text = NSDynamicCast<NSString>(other);
+    if (other && !text) return NSCompareKinds(this, other);
     // strcmp compares as unsigned bytes, so non-ASCII text sorts after ASCII.
-    int c = std::strcmp(_c_string, other ? other->_c_string : "");
+    int c = std::strcmp(_c_string, text ? text->_c_string : "");
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 

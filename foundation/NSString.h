@@ -79,7 +79,9 @@ public:
     uint32_t hash() override;
     bool isEqual_(NSObject* other) override;
     // Bytewise on the UTF-8 forms as unsigned bytes: exactly -1, 0 or 1.
-    int compare_(NSString* other);
+    // Nil reads as the empty string; a value of another kind is ordered by
+    // NSCompareKinds.
+    int compare_(NSObject* other);
     int intValue();
     float floatValue();
     // The float value widened: only a float's precision.

@@ -99,9 +99,11 @@ uint32_t NSNumber::hash() {
     return static_cast<uint32_t>(static_cast<uint64_t>(static_cast<int64_t>(t)));
 }
 
-int NSNumber::compare_(NSNumber* other) {
+int NSNumber::compare_(NSObject* other) {
+    NSNumber* number = NSDynamicCast<NSNumber>(other);
+    if (other && !number) return NSCompareKinds(this, other);
     // Nil reads as 0, as a message to nil answers 0.
-    double o = other ? other->_number : 0;
+    double o = number ? number->_number : 0;
     return _number < o ? -1 : (_number > o ? 1 : 0);
 }
 

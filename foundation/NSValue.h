@@ -48,7 +48,9 @@ public:
     bool isEqual_(NSObject* other) override;
     // The value truncated to 64 bits, then its low 32 bits.
     uint32_t hash() override;
-    int compare_(NSNumber* other);
+    // -1, 0 or 1 by the two doubles; nil reads as 0, a value of another
+    // kind is ordered by NSCompareKinds.
+    int compare_(NSObject* other);
     NSString* description() override;
     // Archiving (storage/ValueCoding.cpp).
     void encodeWithCoder_(NSCoder* coder) override;

@@ -214,6 +214,8 @@ TEST_F(StringTest, CompareGivesExactlyMinusOneZeroOrOneByUnsignedBytes) {
     EXPECT_EQ(bytes("\xC3\xA4")->compare_("z"_ns), 1)
             << "non-ASCII sorts by its bytes, after ASCII";
     EXPECT_EQ("B"_ns->compare_("a"_ns), -1) << "no case folding";
+    EXPECT_EQ("a"_ns->compare_(nullptr), 1) << "nil reads as the empty string";
+    EXPECT_EQ(""_ns->compare_(nullptr), 0);
 }
 
 TEST_F(StringTest, ConstantStringsIgnoreCountsAndCopiesFollowTheirClasses) {
