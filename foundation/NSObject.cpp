@@ -174,9 +174,11 @@ void NSObject::setValue_forKey_(NSObject* value, NSString* key) {
 
 namespace {
 
-// The field of that name in cls or its bases, or null after logging.
+// The field of that name in cls or its bases, or null after logging. A key
+// that is no string names no field.
 const NSFieldInfo* findField(NSString* key, Class cls) {
-    const char* name = key ? key->UTF8String() : "";
+    NSString* text = NSDynamicCast<NSString>(key);
+    const char* name = text ? text->UTF8String() : "";
     for (Class c = cls; c; c = c->base()) {
         if (const NSFieldInfo* f = c->ownField(name)) return f;
         if (c == NSObject::classObject()) break;
@@ -366,11 +368,16 @@ void LOG(const char* format, ...) {
 
 Class NSClassFromString(NSString* name) {
     // A name that no class bears gives nil: the callers (configured actions,
-    // archives) test nothing, and a message to nil does nothing.
-    return name ? NSClassFromCString(name->UTF8String()) : nullptr;
+    // archives) test nothing, and a message to nil does nothing. Nor does a
+    // name that is no string at all.
+    NSString* text = NSDynamicCast<NSString>(name);
+    return text ? NSClassFromCString(text->UTF8String()) : nullptr;
 }
 
-SEL NSSelectorFromString(NSString* name) { return NSSelectorFromCString(name ? name->UTF8String() : ""); }
+SEL NSSelectorFromString(NSString* name) {
+    NSString* text = NSDynamicCast<NSString>(name);
+    return NSSelectorFromCString(text ? text->UTF8String() : "");
+}
 
 NSString* NSStringFromSelector(SEL sel) { return sel ? NSString::stringWithUTF8String_(sel->name()) : nullptr; }
 
