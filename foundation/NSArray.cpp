@@ -203,9 +203,8 @@ NSMutableArray* NSArray::subarrayWithRange_(_NSRange range) {
 
 bool NSArray::isEqual_(NSObject* other) {
     if (other == this) return true;
-    if (!other || !other->isKindOfClass_(NSArray::classObject())) return false;
-    auto* a = static_cast<NSArray*>(other);
-    if (a->_count != _count) return false;
+    NSArray* a = NSDynamicCast<NSArray>(other);
+    if (!a || a->_count != _count) return false;
     for (uint32_t i = 0; i < _count; i++) {
         if (!NSNil(_elements[i], &NSObject::isEqual_, a->_elements[i])) return false;
     }

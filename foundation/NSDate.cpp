@@ -300,9 +300,10 @@ int NSDate::compare_(NSObject* object) {
 }
 
 bool NSDate::isEqual_(NSObject* other) {
-    if (!other || !other->isKindOfClass_(NSDate::classObject())) return false;
+    NSDate* date = NSDynamicCast<NSDate>(other);
+    if (!date) return false;
     const VTSystemTime& a = _time;
-    const VTSystemTime& b = static_cast<NSDate*>(other)->_time;
+    const VTSystemTime& b = date->_time;
     return a.year == b.year && a.month == b.month && a.day == b.day && a.hour == b.hour &&
            a.minute == b.minute && a.second == b.second;
 }

@@ -38,9 +38,8 @@ NSMutableSet* NSSet::setWithArray_(NSArray* array) {
 
 bool NSSet::isEqual_(NSObject* other) {
     if (other == this) return true;
-    if (!other || !other->isKindOfClass_(NSSet::classObject())) return false;
-    auto* s = static_cast<NSSet*>(other);
-    if (s->count() != count()) return false;
+    NSSet* s = NSDynamicCast<NSSet>(other);
+    if (!s || s->count() != count()) return false;
     NSMutableArray* members = allObjects();
     for (uint32_t i = 0; i < members->count(); i++) {
         if (!s->member_(members->objectAtIndex_(i))) return false;

@@ -479,8 +479,8 @@ uint32_t NSString::hash() {
 
 bool NSString::isEqual_(NSObject* other) {
     if (other == this) return true;
-    if (!other || !other->isKindOfClass_(NSString::classObject())) return false;
-    auto* s = static_cast<NSString*>(other);
+    NSString* s = NSDynamicCast<NSString>(other);
+    if (!s) return false;
     return s->_byteLength == _byteLength && std::memcmp(s->_c_string, _c_string, _byteLength) == 0;
 }
 

@@ -44,7 +44,8 @@ public:
     double doubleValue() { return _number; }
     // True only for exactly 1.
     bool boolValue() { return intValue() == 1; }
-    bool isEqualToNumber_(NSNumber* other);
+    // False for nil and for what isn't a number.
+    bool isEqualToNumber_(NSObject* other);
     bool isEqual_(NSObject* other) override;
     // The value truncated to 64 bits, then its low 32 bits.
     uint32_t hash() override;
