@@ -53,7 +53,9 @@ NSArray* NSArray::initWithObjects_(NSObject* first, ...) {
     return this;
 }
 
-NSArray* NSArray::initWithArray_(NSArray* other) {
+NSArray* NSArray::initWithArray_(NSArray* array) {
+    // Anything but an array gives an empty one, as nil does.
+    NSArray* other = NSDynamicCast<NSArray>(array);
     initStorage(other ? other->_count : 0);
     for (uint32_t i = 0; other && i < other->_count; i++) appendRetained(other->_elements[i]);
     return this;
@@ -267,7 +269,8 @@ void NSMutableArray::removeObjectAtIndex_(uint32_t index) {
     NSRelease(old);
 }
 
-void NSMutableArray::addObjectsFromArray_(NSArray* other) {
+void NSMutableArray::addObjectsFromArray_(NSArray* array) {
+    NSArray* other = NSDynamicCast<NSArray>(array);
     if (!other) return;
     // Through the other's enumeration, which ends at a nil element. The
     // enumerator is a live cursor, so adding an array to itself would chase
@@ -301,7 +304,8 @@ NSObject* NSMutableArray::copyWithZone_(NSZone* zone) { return mutableCopyWithZo
 // ---------------------------------------------------------------------------
 
 NSEnumerator* NSEnumerator::initWithArray_(NSArray* array) {
-    _array = array;
+    // Enumerating anything but an array ends at once.
+    _array = NSDynamicCast<NSArray>(array);
     _index = 0;
     return this;
 }

@@ -217,8 +217,10 @@ double NSDate::timeIntervalSince1970() { return secondsOf(_time); }
 
 double NSDate::timeIntervalSinceNow() { return secondsOf(_time) - secondsOf(localNow()); }
 
-double NSDate::timeIntervalSinceDate_(NSDate* other) {
-    // Nil counts as 0 seconds, as a message to nil answers 0.
+double NSDate::timeIntervalSinceDate_(NSDate* date) {
+    // Nil counts as 0 seconds, as a message to nil answers 0; so does
+    // anything that is no date.
+    NSDate* other = NSDynamicCast<NSDate>(date);
     return secondsOf(_time) - (other ? secondsOf(other->_time) : 0.0);
 }
 

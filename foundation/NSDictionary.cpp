@@ -228,7 +228,8 @@ void NSMutableDictionary::removeAllObjects() {
     _count = 0;
 }
 
-void NSMutableDictionary::addEntriesFromDictionary_(NSDictionary* other) {
+void NSMutableDictionary::addEntriesFromDictionary_(NSDictionary* dictionary) {
+    NSDictionary* other = NSDynamicCast<NSDictionary>(dictionary);
     if (!other) return;
     NSMutableArray* keys = other->allKeys();
     for (uint32_t i = 0; i < keys->count(); i++) {

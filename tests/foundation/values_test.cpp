@@ -256,7 +256,10 @@ TEST_F(Data, RangesCopiesAndAppends) {
     EXPECT_EQ(contents(copyOfCopy), "0123456789ab");
     copy->appendData_(nullptr);
     copy->appendBytes_length_(nullptr, 0);
+    // Sent by selector, an argument that is no data appends nothing.
+    NSSend<void>(copy, NS_SEL("appendData:"), "xy"_ns);
     EXPECT_EQ(copy->length(), 24u);
+    EXPECT_EQ(NSSendClass<NSData*>(NSData::classObject(), NS_SEL("dataWithData:"), "xy"_ns)->length(), 0u);
     copyOfCopy->release();
     copy->release();
 
@@ -532,6 +535,9 @@ TEST_F(Dates, SecondsCountFrom1601InWallClockTime) {
     EXPECT_DOUBLE_EQ(b->timeIntervalSinceDate_(a), 0.5);
     EXPECT_DOUBLE_EQ(a->timeIntervalSinceDate_(dateOf(reading(2008, 5, 2, 9, 0, 7, 250))), 86400.0);
     EXPECT_EQ(a->timeIntervalSinceDate_(nullptr), a->timeIntervalSince1970());
+    EXPECT_EQ(NSSend<double>(a, NS_SEL("timeIntervalSinceDate:"), NSNumber::numberWithInt_(1)),
+              a->timeIntervalSince1970())
+            << "what is no date counts as nil";
 
     // The present moment: the local clock, in whatever zone.
     NSDate* now = NSDate::date();
