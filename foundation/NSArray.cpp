@@ -53,7 +53,9 @@ NSArray* NSArray::initWithObjects_(NSObject* first, ...) {
     return this;
 }
 
-NSArray* NSArray::initWithArray_(NSArray* other) {
+NSArray* NSArray::initWithArray_(NSArray* array) {
+    // Anything but an array gives an empty one, as nil does.
+    NSArray* other = NSDynamicCast<NSArray>(array);
     initStorage(other ? other->_count : 0);
     for (uint32_t i = 0; other && i < other->_count; i++) appendRetained(other->_elements[i]);
     return this;
@@ -126,9 +128,9 @@ TrustedOrder trustedOrder(SEL comparator, NSObject** elements, uint32_t count) {
             TrustedOrder k = imp == stringCompare   ? TrustedOrder::Strings
                              : imp == numberCompare ? TrustedOrder::Numbers
                                                     : TrustedOrder::None;
-            // One kind per array: a string's compare: with a number (or the
-            // other way round) reads the wrong fields and answers nothing
-            // that could be trusted.
+            // One kind per array: the fast sorts read every element as that
+            // kind. Mixed kinds (ordered by NSCompareKinds) take the
+            // exchange sort.
             if (k == TrustedOrder::None || (kind != TrustedOrder::None && k != kind)) return TrustedOrder::None;
             kind = k;
             known = cls;
@@ -203,9 +205,8 @@ NSMutableArray* NSArray::subarrayWithRange_(_NSRange range) {
 
 bool NSArray::isEqual_(NSObject* other) {
     if (other == this) return true;
-    if (!other || !other->isKindOfClass_(NSArray::classObject())) return false;
-    auto* a = static_cast<NSArray*>(other);
-    if (a->_count != _count) return false;
+    NSArray* a = NSDynamicCast<NSArray>(other);
+    if (!a || a->_count != _count) return false;
     for (uint32_t i = 0; i < _count; i++) {
         if (!NSNil(_elements[i], &NSObject::isEqual_, a->_elements[i])) return false;
     }
@@ -268,7 +269,8 @@ void NSMutableArray::removeObjectAtIndex_(uint32_t index) {
     NSRelease(old);
 }
 
-void NSMutableArray::addObjectsFromArray_(NSArray* other) {
+void NSMutableArray::addObjectsFromArray_(NSArray* array) {
+    NSArray* other = NSDynamicCast<NSArray>(array);
     if (!other) return;
     // Through the other's enumeration, which ends at a nil element. The
     // enumerator is a live cursor, so adding an array to itself would chase
@@ -302,7 +304,8 @@ NSObject* NSMutableArray::copyWithZone_(NSZone* zone) { return mutableCopyWithZo
 // ---------------------------------------------------------------------------
 
 NSEnumerator* NSEnumerator::initWithArray_(NSArray* array) {
-    _array = array;
+    // Enumerating anything but an array ends at once.
+    _array = NSDynamicCast<NSArray>(array);
     _index = 0;
     return this;
 }

@@ -15,7 +15,9 @@ NSCharacterSet* NSCharacterSet::initWithCharactersInString_(NSString* string) {
     return this;
 }
 
-void NSCharacterSet::setCharacters(NSString* string) {
+void NSCharacterSet::setCharacters(NSObject* members) {
+    // Anything but a string has no characters.
+    NSString* string = NSDynamicCast<NSString>(members);
     _characters.set(string);
     _tableSource = nullptr;
     for (uint64_t& word : _table) word = 0;
@@ -55,7 +57,7 @@ NSMutableCharacterSet* NSMutableCharacterSet::init() {
 void NSMutableCharacterSet::addCharactersInString_(NSString* string) {
     std::string bytes;
     if (_characters) bytes.assign(_characters->UTF8String(), _characters->byteLength());
-    if (string) bytes.append(string->UTF8String(), string->byteLength());
+    if (NSString* text = NSDynamicCast<NSString>(string)) bytes.append(text->UTF8String(), text->byteLength());
     Ref<NSString> joined = adoptRef(NSString::alloc()->initWithBytes_length_(
             bytes.data(), static_cast<uint32_t>(bytes.size())));
     setCharacters(joined.get());

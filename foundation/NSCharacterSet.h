@@ -29,7 +29,7 @@ public:
 protected:
     ~NSCharacterSet() override = default;
     // Replaces the members and rebuilds the lookup table.
-    void setCharacters(NSString* string);
+    void setCharacters(NSObject* members);
 
     Ref<NSString> _characters;
 

@@ -61,8 +61,9 @@ NSData* NSData::dataWithBytes_length_(const void* bytes, uint32_t length) {
     return NSAutorelease(alloc()->initWithBytes_length_(bytes, length));
 }
 
-NSData* NSData::initWithData_(NSData* other) {
+NSData* NSData::initWithData_(NSData* data) {
     init();
+    NSData* other = NSDynamicCast<NSData>(data);
     if (other) appendRaw(other->_buffer, other->_size);
     return this;
 }
@@ -158,7 +159,8 @@ NSMutableData* NSMutableData::dataWithContentsOfFile_(NSString* path) {
     return static_cast<NSMutableData*>(NSAutorelease(alloc()->initWithContentsOfFile_(path)));
 }
 
-void NSMutableData::appendData_(NSData* other) {
+void NSMutableData::appendData_(NSData* data) {
+    NSData* other = NSDynamicCast<NSData>(data);
     if (!other) return;
     uint32_t length = other->_size;
     if (!length) return;

@@ -217,8 +217,10 @@ double NSDate::timeIntervalSince1970() { return secondsOf(_time); }
 
 double NSDate::timeIntervalSinceNow() { return secondsOf(_time) - secondsOf(localNow()); }
 
-double NSDate::timeIntervalSinceDate_(NSDate* other) {
-    // Nil counts as 0 seconds, as a message to nil answers 0.
+double NSDate::timeIntervalSinceDate_(NSDate* date) {
+    // Nil counts as 0 seconds, as a message to nil answers 0; so does
+    // anything that is no date.
+    NSDate* other = NSDynamicCast<NSDate>(date);
     return secondsOf(_time) - (other ? secondsOf(other->_time) : 0.0);
 }
 
@@ -285,9 +287,11 @@ NSString* NSDate::vantorDescription() {
     return NSString::stringWithUTF8String_(text);
 }
 
-int NSDate::compare_(NSDate* other) {
+int NSDate::compare_(NSObject* object) {
     // Nothing to compare with: a date sorts after nil.
-    if (!other) return 1;
+    if (!object) return 1;
+    NSDate* other = NSDynamicCast<NSDate>(object);
+    if (!other) return NSCompareKinds(this, object);
     // The bytes of both descriptions compared as compare: of strings does
     // it, without making the two string objects.
     char mine[64], theirs[64];
@@ -298,9 +302,10 @@ int NSDate::compare_(NSDate* other) {
 }
 
 bool NSDate::isEqual_(NSObject* other) {
-    if (!other || !other->isKindOfClass_(NSDate::classObject())) return false;
+    NSDate* date = NSDynamicCast<NSDate>(other);
+    if (!date) return false;
     const VTSystemTime& a = _time;
-    const VTSystemTime& b = static_cast<NSDate*>(other)->_time;
+    const VTSystemTime& b = date->_time;
     return a.year == b.year && a.month == b.month && a.day == b.day && a.hour == b.hour &&
            a.minute == b.minute && a.second == b.second;
 }

@@ -57,8 +57,9 @@ public:
     NSString* description() override;
     // "3.5.2008 09:00:07", or "3.5.2008" at midnight sharp. Autoreleased.
     NSString* vantorDescription();
-    // By the description strings: -1, 0 or 1 on second resolution.
-    int compare_(NSDate* other);
+    // By the description strings: -1, 0 or 1 on second resolution. A date
+    // sorts after nil; a value of another kind is ordered by NSCompareKinds.
+    int compare_(NSObject* other);
     // Year, month, day, hour, minute and second; not milliseconds nor the
     // day of the week.
     bool isEqual_(NSObject* other) override;

@@ -167,9 +167,8 @@ NSMutableArray* NSDictionary::allKeysForObject_(NSObject* object) {
 
 bool NSDictionary::isEqual_(NSObject* other) {
     if (other == this) return true;
-    if (!other || !other->isKindOfClass_(NSDictionary::classObject())) return false;
-    auto* d = static_cast<NSDictionary*>(other);
-    if (d->_count != _count) return false;
+    NSDictionary* d = NSDynamicCast<NSDictionary>(other);
+    if (!d || d->_count != _count) return false;
     bool equal = true;
     forEachEntry(_array, [d, &equal](NSObject* key, NSObject* value) {
         if (equal && !NSNil(d->objectForKey_(key), &NSObject::isEqual_, value)) equal = false;
@@ -229,7 +228,8 @@ void NSMutableDictionary::removeAllObjects() {
     _count = 0;
 }
 
-void NSMutableDictionary::addEntriesFromDictionary_(NSDictionary* other) {
+void NSMutableDictionary::addEntriesFromDictionary_(NSDictionary* dictionary) {
+    NSDictionary* other = NSDynamicCast<NSDictionary>(dictionary);
     if (!other) return;
     NSMutableArray* keys = other->allKeys();
     for (uint32_t i = 0; i < keys->count(); i++) {

@@ -35,7 +35,8 @@ NSFileHandle* NSFileHandle::fileHandleForWritingAtPath_(NSString* path) {
     return NSAutorelease(NSFileHandle::alloc()->initForWritingAtPath_(path));
 }
 
-void NSFileHandle::writeData_(NSData* data) {
+void NSFileHandle::writeData_(NSData* contents) {
+    NSData* data = NSDynamicCast<NSData>(contents);
     if (!_file || !data) return;
     uint32_t length = data->length();
     void* bytes = data->bytes();

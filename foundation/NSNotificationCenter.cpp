@@ -28,6 +28,12 @@ NSNotificationCenter* NSNotificationCenter::init() {
 
 void NSNotificationCenter::addObserver_selector_name_object_(NSObject* observer, SEL selector,
                                                              NSString* name, NSObject* object) {
+    // An entry without an observer or a selector would fail every later
+    // post of the name, and a nil key can't be stored at all.
+    if (!observer || !selector || !NSDynamicCast<NSString>(name)) {
+        LOG("observer not added: it needs an observer, a selector and a name");
+        return;
+    }
     auto* list = static_cast<NSMutableArray*>(_table->objectForKey_(name));
     if (!list) {
         list = NSMutableArray::alloc()->initWithCapacity_(10);

@@ -18,6 +18,8 @@ public:
     // Appends an entry [object or the shared null, observer, selector] to
     // the list of `name`. No duplicate check and no removal: the entry,
     // which retains observer and object, stays for the life of the center.
+    // Without an observer, a selector or a name (a string) there is nothing
+    // that a post could deliver: the call is ignored with a log line.
     void addObserver_selector_name_object_(NSObject* observer, SEL selector, NSString* name,
                                            NSObject* object);
     // Sends each matching observer, in order of registration, the selector

@@ -14,6 +14,10 @@ public:
     NSObject* retain() override { return this; }
     NSObject* autorelease() override { return this; }
     NSString* description() override;
+    // Before every string, number and date, equal to itself and nil: the
+    // shared null takes part in NSCompareKinds, so that a sort that meets
+    // it gets the same answer from either side.
+    int compare_(NSObject* other);
     // Archiving (storage/ValueCoding.cpp).
     void encodeWithCoder_(NSCoder* coder) override;
 };

@@ -6,7 +6,9 @@
 #include <cstdlib>
 
 #include "NSAutoreleasePool.h"
+#include "NSDate.h"
 #include "NSInvocation.h"
+#include "NSNull.h"
 #include "NSString.h"
 #include "NSThread.h"
 #include "NSValue.h"
@@ -172,9 +174,11 @@ void NSObject::setValue_forKey_(NSObject* value, NSString* key) {
 
 namespace {
 
-// The field of that name in cls or its bases, or null after logging.
+// The field of that name in cls or its bases, or null after logging. A key
+// that is no string names no field.
 const NSFieldInfo* findField(NSString* key, Class cls) {
-    const char* name = key ? key->UTF8String() : "";
+    NSString* text = NSDynamicCast<NSString>(key);
+    const char* name = text ? text->UTF8String() : "";
     for (Class c = cls; c; c = c->base()) {
         if (const NSFieldInfo* f = c->ownField(name)) return f;
         if (c == NSObject::classObject()) break;
@@ -373,14 +377,40 @@ void LOG(const char* format, ...) {
 
 Class NSClassFromString(NSString* name) {
     // A name that no class bears gives nil: the callers (configured actions,
-    // archives) test nothing, and a message to nil does nothing.
-    return name ? NSClassFromCString(name->UTF8String()) : nullptr;
+    // archives) test nothing, and a message to nil does nothing. Nor does a
+    // name that is no string at all.
+    NSString* text = NSDynamicCast<NSString>(name);
+    return text ? NSClassFromCString(text->UTF8String()) : nullptr;
 }
 
-SEL NSSelectorFromString(NSString* name) { return NSSelectorFromCString(name ? name->UTF8String() : ""); }
+SEL NSSelectorFromString(NSString* name) {
+    NSString* text = NSDynamicCast<NSString>(name);
+    return NSSelectorFromCString(text ? text->UTF8String() : "");
+}
 
 NSString* NSStringFromSelector(SEL sel) { return sel ? NSString::stringWithUTF8String_(sel->name()) : nullptr; }
 
 NSString* NSStringFromClass(Class cls) { return cls ? NSString::stringWithUTF8String_(cls->name()) : nullptr; }
 
 void NSBeep() { vtBeep(); }
+
+namespace {
+
+// Rank of a value's kind in the order of NSCompareKinds; -1 for a class
+// outside it.
+int kindRank(NSObject* value) {
+    if (!value || value == NSNull::null()) return 0;
+    if (value->isKindOfClass_(NSString::classObject())) return 1;
+    if (value->isKindOfClass_(NSNumber::classObject())) return 2;
+    if (value->isKindOfClass_(NSDate::classObject())) return 3;
+    return -1;
+}
+
+}  // namespace
+
+int NSCompareKinds(NSObject* receiver, NSObject* other) {
+    int mine = kindRank(receiver);
+    int theirs = kindRank(other);
+    if (mine < 0 || theirs < 0) return 0;
+    return mine < theirs ? -1 : (mine > theirs ? 1 : 0);
+}

@@ -157,6 +157,33 @@ R NSNil(T* object, R (C::*operation)(P...), A&&... args) {
     return (object->*operation)(std::forward<A>(args)...);
 }
 
+// The checked downcast: the object as a T when it is of T's class or a
+// descendant, else nil. An argument that arrives by selector may be of any
+// class whatever its C++ type says, so it is tested before it is read as a
+// T.
+template <class T>
+T* NSDynamicCast(NSObject* object) {
+    return object && object->isKindOfClass_(T::classObject()) ? static_cast<T*>(object) : nullptr;
+}
+
+// The order of values of different kinds, shared by compare: of strings,
+// numbers, dates and the shared null whenever the argument is of another
+// kind than the receiver: the kinds rank as
+//
+//   the shared null  <  strings  <  numbers  <  dates
+//
+// and within a kind each class keeps its own order (strings by their bytes,
+// numbers by value, dates by their descriptions). Ranking whole kinds keeps
+// the order antisymmetric and transitive across kinds, so a sort comes out
+// the same whichever side of a pair asks. A record without a value sorts as
+// the empty string, the least of all strings, and therefore before every
+// number and date. An object of any other class (an array, a record) has no
+// compare: and answers 0 to it, being ignored; to stay antisymmetric with
+// that, it ranks equal to everything. Nil ranks with the shared null here;
+// a nil argument to compare: itself keeps each class's reading of nil.
+// Answers -1, 0 or 1.
+int NSCompareKinds(NSObject* receiver, NSObject* other);
+
 inline void NSRelease(NSObject* object) {
     if (object) object->release();
 }

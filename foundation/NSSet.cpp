@@ -21,7 +21,8 @@ NSMutableArray* NSSet::allObjects() {
     return _dict->allKeys();
 }
 
-bool NSSet::intersectsSet_(NSSet* other) {
+bool NSSet::intersectsSet_(NSSet* set) {
+    NSSet* other = NSDynamicCast<NSSet>(set);
     if (!other) return false;
     NSMutableArray* members = allObjects();
     for (uint32_t i = 0; i < members->count(); i++) {
@@ -31,16 +32,15 @@ bool NSSet::intersectsSet_(NSSet* other) {
 }
 
 NSMutableSet* NSSet::setWithArray_(NSArray* array) {
-    NSMutableSet* s = NSMutableSet::setWithCapacity_(NSNil(array, &NSArray::count));
+    NSMutableSet* s = NSMutableSet::setWithCapacity_(NSNil(NSDynamicCast<NSArray>(array), &NSArray::count));
     s->addObjectsFromArray_(array);
     return s;
 }
 
 bool NSSet::isEqual_(NSObject* other) {
     if (other == this) return true;
-    if (!other || !other->isKindOfClass_(NSSet::classObject())) return false;
-    auto* s = static_cast<NSSet*>(other);
-    if (s->count() != count()) return false;
+    NSSet* s = NSDynamicCast<NSSet>(other);
+    if (!s || s->count() != count()) return false;
     NSMutableArray* members = allObjects();
     for (uint32_t i = 0; i < members->count(); i++) {
         if (!s->member_(members->objectAtIndex_(i))) return false;
@@ -89,8 +89,9 @@ void NSMutableSet::removeObject_(NSObject* object) {
     NSNil(_dict.get(), &NSMutableDictionary::removeObjectForKey_, object);
 }
 
-void NSMutableSet::addObjectsFromArray_(NSArray* array) {
+void NSMutableSet::addObjectsFromArray_(NSArray* objects) {
     // The array's enumeration: it ends at a nil element, as everywhere.
+    NSArray* array = NSDynamicCast<NSArray>(objects);
     if (!array) return;
     for (uint32_t i = 0; i < array->count() && array->objectAtIndex_(i); i++) addObject_(array->objectAtIndex_(i));
 }

@@ -178,21 +178,39 @@ void NSString::setBytes(const char* bytes, uint32_t length) {
 
 void NSString::appendBytes(const char* bytes, uint32_t length) {
     if (length == 0) return;
-    uint32_t needed = _byteLength + length + 1;
+    // Lengths are 32-bit: a text that would not fit stays as it is.
+    const uint64_t needed = uint64_t{_byteLength} + length + 1;
+    if (needed > UINT32_MAX) {
+        LOG("string too long to append %u bytes", length);
+        return;
+    }
+    char* added = _c_string + _byteLength;
     if (needed > _byteCapacity) {
-        uint32_t capacity = _byteCapacity < 16 ? 16 : _byteCapacity;
+        uint64_t capacity = _byteCapacity < 16 ? 16 : _byteCapacity;
         while (capacity < needed) capacity *= 2;
+        capacity = std::min<uint64_t>(capacity, UINT32_MAX);
         char* block = static_cast<char*>(std::malloc(capacity));
+        if (!block) {
+            LOG("string too long to append %u bytes", length);
+            return;
+        }
         std::memcpy(block, _c_string, _byteLength);
+        added = block + _byteLength;
+        // The bytes may be this very text (a string appended to itself), so
+        // they are copied before the old block goes.
+        std::memcpy(added, bytes, length);
         if (_byteCapacity) std::free(_c_string);
         _c_string = block;
-        _byteCapacity = capacity;
+        _byteCapacity = static_cast<uint32_t>(capacity);
+    } else {
+        // Within the block the new bytes land behind the text, so even the
+        // text's own bytes don't overlap their destination.
+        std::memcpy(added, bytes, length);
     }
-    std::memcpy(_c_string + _byteLength, bytes, length);
     if (_hashKnown) {
         // The hash runs over the bytes in order, so it carries on.
         for (uint32_t i = 0; i < length; i++)
-            _hash = 37 * _hash + static_cast<uint32_t>(static_cast<signed char>(bytes[i]));
+            _hash = 37 * _hash + static_cast<uint32_t>(static_cast<signed char>(added[i]));
     }
     _byteLength += length;
     _c_string[_byteLength] = '\0';
@@ -254,7 +272,8 @@ NSString* NSString::initWithUTF16String_(const uint16_t* units) {
 }
 
 NSString* NSString::initWithString_(NSString* other) {
-    setBytes(other->_c_string, other->_byteLength);
+    NSString* text = NSDynamicCast<NSString>(other);
+    setBytes(text ? text->_c_string : "", text ? text->_byteLength : 0);
     return this;
 }
 
@@ -323,9 +342,11 @@ NSString* NSString::stringWithArray_omit_(NSArray* words, NSObject* omit) {
     Ref<NSMutableString> built =
             adoptRef(static_cast<NSMutableString*>(NSMutableString::alloc()->init()));
     uint16_t p = 0;
+    words = NSDynamicCast<NSArray>(words);
     uint32_t count = NSNil(words, &NSArray::count);
     for (uint32_t i = 0; i < count; i++) {
-        auto* word = static_cast<NSString*>(words->objectAtIndex_(i));
+        // An element that is no string adds nothing but its blank.
+        NSString* word = NSDynamicCast<NSString>(words->objectAtIndex_(i));
         if (omit && word && word->isEqual_(omit)) continue;
         uint16_t c = word && word->length() == 1 ? word->characterAtIndex_(0) : 0;
         if (p && isMember(noSpaceAfter, "([{'<\"\x84", p)) {
@@ -458,14 +479,16 @@ uint32_t NSString::hash() {
 
 bool NSString::isEqual_(NSObject* other) {
     if (other == this) return true;
-    if (!other || !other->isKindOfClass_(NSString::classObject())) return false;
-    auto* s = static_cast<NSString*>(other);
+    NSString* s = NSDynamicCast<NSString>(other);
+    if (!s) return false;
     return s->_byteLength == _byteLength && std::memcmp(s->_c_string, _c_string, _byteLength) == 0;
 }
 
-int NSString::compare_(NSString* other) {
+int NSString::compare_(NSObject* other) {
+    NSString* text = NSDynamicCast<NSString>(other);
+    if (other && !text) return NSCompareKinds(this, other);
     // strcmp compares as unsigned bytes, so non-ASCII text sorts after ASCII.
-    int c = std::strcmp(_c_string, other ? other->_c_string : "");
+    int c = std::strcmp(_c_string, text ? text->_c_string : "");
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 
@@ -475,10 +498,11 @@ float NSString::floatValue() { return static_cast<float>(std::atof(_c_string)); 
 
 double NSString::doubleValue() { return floatValue(); }
 
-_NSRange NSString::rangeOfString_(NSString* other) {
-    const char* found = other ? std::strstr(_c_string, other->_c_string) : nullptr;
+_NSRange NSString::rangeOfString_(NSObject* other) {
+    NSString* text = NSDynamicCast<NSString>(other);
+    const char* found = text ? std::strstr(_c_string, text->_c_string) : nullptr;
     if (!found) return NSMakeRange(0xFFFFFFFFu, 0);
-    return NSMakeRange(static_cast<uint32_t>(found - _c_string), other->length());
+    return NSMakeRange(static_cast<uint32_t>(found - _c_string), text->length());
 }
 
 NSString* NSString::lowercaseString() {
@@ -501,14 +525,20 @@ NSString* NSString::substringToIndex_(uint32_t index) {
 }
 
 NSString* NSString::substringFromIndex_(uint32_t index) {
-    return substringWithRange_(NSMakeRange(index, length() - index));
+    uint32_t n = length();
+    index = std::min(index, n);
+    return substringWithRange_(NSMakeRange(index, n - index));
 }
 
 NSString* NSString::substringWithRange_(_NSRange range) {
-    return NSString::stringWithCharacters_length_(UTF16String() + range.location, range.length);
+    // The text ends the range: nothing past its terminator is read.
+    uint32_t n = length();
+    uint32_t location = std::min(range.location, n);
+    uint32_t count = std::min(range.length, n - location);
+    return NSString::stringWithCharacters_length_(UTF16String() + location, count);
 }
 
-NSMutableString* NSString::stringByAppendingString_(NSString* other) {
+NSMutableString* NSString::stringByAppendingString_(NSObject* other) {
     NSMutableString* s = NSMutableString::stringWithString_(this);
     s->appendString_(other);
     return s;
@@ -544,8 +574,8 @@ NSMutableArray* NSString::splitBy_(NSCharacterSet* separators) {
     });
 }
 
-NSMutableArray* NSString::componentsSeparatedByString_(NSString* separators) {
-    return splitBy_(NSCharacterSet::characterSetWithCharactersInString_(separators));
+NSMutableArray* NSString::componentsSeparatedByString_(NSObject* separators) {
+    return splitBy_(NSCharacterSet::characterSetWithCharactersInString_(NSDynamicCast<NSString>(separators)));
 }
 
 NSMutableArray* NSString::tokenize() {
@@ -638,8 +668,9 @@ NSMutableString* NSMutableString::stringWithFormat_(NSString* format, ...) {
     return s;
 }
 
-void NSMutableString::appendString_(NSString* other) {
-    if (other) appendBytes(other->UTF8String(), other->byteLength());
+void NSMutableString::appendString_(NSObject* other) {
+    NSString* text = NSDynamicCast<NSString>(other);
+    if (text) appendBytes(text->UTF8String(), text->byteLength());
 }
 
 void NSMutableString::appendFormat_(const char* format, ...) {

@@ -79,22 +79,28 @@ public:
     uint32_t hash() override;
     bool isEqual_(NSObject* other) override;
     // Bytewise on the UTF-8 forms as unsigned bytes: exactly -1, 0 or 1.
-    int compare_(NSString* other);
+    // Nil reads as the empty string; a value of another kind is ordered by
+    // NSCompareKinds.
+    int compare_(NSObject* other);
     int intValue();
     float floatValue();
     // The float value widened: only a float's precision.
     double doubleValue();
     // location counts bytes, length is the argument's 16-bit length;
-    // absent: {0xFFFFFFFF, 0}.
-    _NSRange rangeOfString_(NSString* other);
+    // absent: {0xFFFFFFFF, 0}. Nil, or an argument that is no string, is
+    // never found.
+    _NSRange rangeOfString_(NSObject* other);
     // The results below are autoreleased plain NSStrings.
     NSString* lowercaseString();
     NSString* capitalizedString();
+    // A range that starts beyond the end is cut to the end, and one that
+    // reaches beyond it stops at the terminator: never read past the text.
     NSString* substringToIndex_(uint32_t index);
     NSString* substringFromIndex_(uint32_t index);
     NSString* substringWithRange_(_NSRange range);
-    // Autoreleased NSMutableStrings.
-    NSMutableString* stringByAppendingString_(NSString* other);
+    // Autoreleased NSMutableStrings. An argument that is no string appends
+    // nothing, as nil does.
+    NSMutableString* stringByAppendingString_(NSObject* other);
     NSMutableString* stringByAppendingFormat_(const char* format, ...)
             __attribute__((format(printf, 2, 3)));
     NSMutableString* stringByAppendingFormat_(NSString* format, ...);
@@ -102,7 +108,8 @@ public:
     // Autoreleased NSMutableArrays of trimmed pieces; see splitBy_.
     NSMutableArray* split();
     NSMutableArray* splitBy_(NSCharacterSet* separators);
-    NSMutableArray* componentsSeparatedByString_(NSString* separators);
+    // Nil, or an argument that is no string, has no separators: one piece.
+    NSMutableArray* componentsSeparatedByString_(NSObject* separators);
     NSMutableArray* tokenize();
     // A new NSMutableString, owned by the caller.
     NSObject* mutableCopyWithZone_(NSZone* zone) override;
@@ -159,8 +166,9 @@ public:
 
     // The 16-bit form is made again, at its next use, for the new text.
     // Growth is amortised (the block doubles), so building a text by many
-    // small appends is linear overall. A nil argument appends nothing.
-    void appendString_(NSString* other);
+    // small appends is linear overall. A nil argument appends nothing, nor
+    // does one that is no string. A string may be appended to itself.
+    void appendString_(NSObject* other);
     // Formats into a buffer of 1000 bytes, then appends.
     void appendFormat_(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void appendFormat_(NSString* format, ...);

@@ -29,8 +29,8 @@ NSValue* NSValue::valueWithPointer_freeOnRelease_(void* pointer, bool freeOnRele
 }
 
 bool NSValue::isEqual_(NSObject* other) {
-    return other && other->isKindOfClass_(NSValue::classObject()) &&
-           static_cast<NSValue*>(other)->_pointer == _pointer;
+    NSValue* value = NSDynamicCast<NSValue>(other);
+    return value && value->_pointer == _pointer;
 }
 
 uint32_t NSValue::hash() { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(_pointer)); }
@@ -84,12 +84,12 @@ int NSNumber::intValue() {
 
 // Nil is no number: it equals nothing, not even 0 (isEqual: says the same).
 // A not-a-number value equals nothing either, itself included.
-bool NSNumber::isEqualToNumber_(NSNumber* other) { return other && _number == other->_number; }
-
-bool NSNumber::isEqual_(NSObject* other) {
-    return other && other->isKindOfClass_(NSNumber::classObject()) &&
-           isEqualToNumber_(static_cast<NSNumber*>(other));
+bool NSNumber::isEqualToNumber_(NSObject* other) {
+    NSNumber* number = NSDynamicCast<NSNumber>(other);
+    return number && _number == number->_number;
 }
+
+bool NSNumber::isEqual_(NSObject* other) { return isEqualToNumber_(other); }
 
 uint32_t NSNumber::hash() {
     double t = std::trunc(_number);
@@ -99,9 +99,11 @@ uint32_t NSNumber::hash() {
     return static_cast<uint32_t>(static_cast<uint64_t>(static_cast<int64_t>(t)));
 }
 
-int NSNumber::compare_(NSNumber* other) {
+int NSNumber::compare_(NSObject* other) {
+    NSNumber* number = NSDynamicCast<NSNumber>(other);
+    if (other && !number) return NSCompareKinds(this, other);
     // Nil reads as 0, as a message to nil answers 0.
-    double o = other ? other->_number : 0;
+    double o = number ? number->_number : 0;
     return _number < o ? -1 : (_number > o ? 1 : 0);
 }
 

@@ -44,11 +44,14 @@ public:
     double doubleValue() { return _number; }
     // True only for exactly 1.
     bool boolValue() { return intValue() == 1; }
-    bool isEqualToNumber_(NSNumber* other);
+    // False for nil and for what isn't a number.
+    bool isEqualToNumber_(NSObject* other);
     bool isEqual_(NSObject* other) override;
     // The value truncated to 64 bits, then its low 32 bits.
     uint32_t hash() override;
-    int compare_(NSNumber* other);
+    // -1, 0 or 1 by the two doubles; nil reads as 0, a value of another
+    // kind is ordered by NSCompareKinds.
+    int compare_(NSObject* other);
     NSString* description() override;
     // Archiving (storage/ValueCoding.cpp).
     void encodeWithCoder_(NSCoder* coder) override;

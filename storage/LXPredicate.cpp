@@ -29,10 +29,14 @@ NSComparisonPredicate::predicateWithLeftExpression_rightExpression_modifier_type
 }
 
 bool NSComparisonPredicate::evaluateWithObject_(NSObject* object) {
-    NSObject* right =
-            NSNil(_rhs.get(), &NSExpression::expressionValueWithObject_context_, object, nullptr);
-    NSObject* left =
-            NSNil(_lhs.get(), &NSExpression::expressionValueWithObject_context_, object, nullptr);
+    // The sides may have been set by key access to anything: what is no
+    // expression has no value. compare: orders values of different kinds
+    // (a string attribute against a number) by kind, never reading one as
+    // the other.
+    NSObject* right = NSNil(NSDynamicCast<NSExpression>(_rhs.get()),
+                            &NSExpression::expressionValueWithObject_context_, object, nullptr);
+    NSObject* left = NSNil(NSDynamicCast<NSExpression>(_lhs.get()),
+                           &NSExpression::expressionValueWithObject_context_, object, nullptr);
     int order = NSSend<int>(left, NS_SEL("compare:"), right);
     switch (_type) {
         case kLess:

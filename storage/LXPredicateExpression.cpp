@@ -20,7 +20,8 @@ NSExpression* NSExpression::expressionForEvaluatedObject() {
 
 NSExpression* NSExpression::expressionForKeyPath_(NSString* keyPath) {
     NSExpression* e = NSExpression::alloc()->initWithExpressionType_(kKeyPath);
-    e->_keyPath.set(keyPath);
+    // A path that is no string reaches nothing: it is kept as nil.
+    e->_keyPath.set(NSDynamicCast<NSString>(keyPath));
     return NSAutorelease(e);
 }
 
@@ -31,7 +32,8 @@ NSObject* NSExpression::expressionValueWithObject_context_(NSObject* object, NSM
         case kEvaluatedObject:
             return object;
         case kKeyPath:
-            return NSSend<NSObject*>(object, NS_SEL("valueForKeyPath:"), _keyPath.get());
+            return NSSend<NSObject*>(object, NS_SEL("valueForKeyPath:"),
+                                     NSDynamicCast<NSString>(_keyPath.get()));
         default:
             return nullptr;
     }
@@ -45,9 +47,11 @@ NSString* NSExpression::description() {
         }
         case kEvaluatedObject:
             return NSString::stringWithUTF8String_("<object>");
-        case kKeyPath:
-            return NSString::stringWithFormat_("<key path> %s",
-                                               _keyPath ? _keyPath->UTF8String() : "");
+        case kKeyPath: {
+            // Key access may have put anything into the field.
+            NSString* path = NSDynamicCast<NSString>(_keyPath.get());
+            return NSString::stringWithFormat_("<key path> %s", path ? path->UTF8String() : "");
+        }
         default:
             return nullptr;
     }

@@ -730,4 +730,29 @@ TEST_F(Collections, SortDescriptorSendsItsSelector) {
     EXPECT_EQ(key->retainCount(), before);
 }
 
+TEST_F(Collections, ArgumentsOfAnotherClassReadAsNil) {
+    // Sent by selector, a collection argument may be of any class; what is
+    // not of the expected one is taken as nil, never read as a collection.
+    NSObject* text = str("not a collection");
+    NSMutableArray* array = NSSend<NSMutableArray*>(NSMutableArray::alloc(), NS_SEL("initWithArray:"), text);
+    EXPECT_EQ(array->count(), 0u);
+    NSSend<void>(array, NS_SEL("addObjectsFromArray:"), text);
+    EXPECT_EQ(array->count(), 0u);
+    array->release();
+    NSEnumerator* e = NSSend<NSEnumerator*>(NSEnumerator::alloc(), NS_SEL("initWithArray:"), text);
+    EXPECT_EQ(e->nextObject(), nullptr);
+    e->release();
+
+    NSMutableDictionary* d = NSMutableDictionary::dictionaryWithCapacity_(10);
+    NSSend<void>(d, NS_SEL("addEntriesFromDictionary:"), NSArray::arrayWithObjects_(num(1), nullptr));
+    EXPECT_EQ(d->count(), 0u);
+
+    NSMutableSet* set = NSSendClass<NSMutableSet*>(NSSet::classObject(), NS_SEL("setWithArray:"), text);
+    EXPECT_EQ(set->count(), 0u);
+    set->addObject_(num(1));
+    NSSend<void>(set, NS_SEL("addObjectsFromArray:"), text);
+    EXPECT_EQ(set->count(), 1u);
+    EXPECT_FALSE(NSSend<bool>(set, NS_SEL("intersectsSet:"), NSArray::arrayWithObjects_(num(1), nullptr)));
+}
+
 }  // namespace

@@ -360,6 +360,13 @@ TEST_F(ObjectTest, KeyAccessByNameAndTypeCode) {
         p->setValue_forKey_(NSNumber::numberWithInt_(1), "nothing"_ns);
     });
     EXPECT_EQ(log, "unknown attribute nothing\nunknown attribute nothing\n");
+    // A key that is no string, sent by selector, names no field.
+    NSNumber* badKey = NSNumber::numberWithInt_(7);
+    log = captureLog([&] {
+        EXPECT_EQ(NSSend<NSObject*>(p, NS_SEL("valueForKey:"), badKey), nullptr);
+        NSSend<void>(p, NS_SEL("setValue:forKey:"), NSNumber::numberWithInt_(1), badKey);
+    });
+    EXPECT_EQ(log, "unknown attribute \nunknown attribute \n");
 }
 
 TEST_F(ObjectTest, InitializeRunsOnceBaseFirst) {

@@ -140,6 +140,64 @@ TEST_F(StringTest, AppendingGivesANewFormAndLength) {
     EXPECT_EQ(logOf([&] { EXPECT_EQ(bad->length(), 2u); }), repeatLine(1));
 }
 
+TEST_F(StringTest, AStringAppendedToItselfDoublesThroughEveryGrowth) {
+    // Each append outgrows the block, so the text copies from the block
+    // that the append replaces; the hash carries on over the copied bytes.
+    NSMutableString* s = NSMutableString::stringWithUTF8String_("ab\xC3\xA4");
+    std::string expected = "ab\xC3\xA4";
+    s->hash();
+    for (int i = 0; i < 8; i++) {
+        s->appendString_(s);
+        expected += expected;
+    }
+    EXPECT_EQ(std::string(s->UTF8String()), expected);
+    EXPECT_EQ(s->length(), 3u * 256);
+    EXPECT_EQ(s->hash(), bytes(expected)->hash());
+    NSString* twice = s->stringByAppendingString_(s);
+    EXPECT_EQ(twice->byteLength(), 2 * s->byteLength());
+}
+
+TEST_F(StringTest, ArgumentsThatAreNoStringReadAsNil) {
+    // Sent by selector, an argument may be of any class whatever the C++
+    // type says; it is never read as text.
+    NSString* text = "a,b c"_ns;
+    NSMutableArray* array = NSMutableArray::arrayWithObjects_("x"_ns, nullptr);
+    NSNumber* number = NSNumber::numberWithInt_(44);
+    EXPECT_STREQ(NSSend<NSString*>(text, NS_SEL("stringByAppendingString:"), array)->UTF8String(),
+                 "a,b c");
+    NSMutableString* grown = NSMutableString::stringWithUTF8String_("x");
+    NSSend<void>(grown, NS_SEL("appendString:"), number);
+    EXPECT_STREQ(grown->UTF8String(), "x");
+    _NSRange r = NSSend<_NSRange>(text, NS_SEL("rangeOfString:"), number);
+    EXPECT_EQ(r.location, 0xFFFFFFFFu);
+    EXPECT_EQ(r.length, 0u);
+    EXPECT_EQ(texts(NSSend<NSArray*>(text, NS_SEL("componentsSeparatedByString:"), number)),
+              Words({"a,b c"}))
+            << "no separators: one piece";
+    EXPECT_EQ(texts(text->componentsSeparatedByString_(nullptr)), Words({"a,b c"}));
+    EXPECT_FALSE(NSSendClass<NSCharacterSet*>(NSCharacterSet::classObject(),
+                                              NS_SEL("characterSetWithCharactersInString:"), number)
+                         ->characterIsMember_('4'));
+    NSString* copied = NSSendClass<NSString*>(NSString::classObject(), NS_SEL("stringWithString:"),
+                                              number);
+    EXPECT_STREQ(copied->UTF8String(), "");
+    EXPECT_STREQ(NSString::stringWithArray_(NSMutableArray::arrayWithObjects_(
+                                                    "a"_ns, number, "b"_ns, nullptr))
+                         ->UTF8String(),
+                 "a  b")
+            << "an element that is no string adds only its blank";
+}
+
+TEST_F(StringTest, SubstringsStopAtTheEndOfTheText) {
+    NSString* s = bytes("ab\xC3\xA4");
+    EXPECT_STREQ(s->substringFromIndex_(3)->UTF8String(), "");
+    EXPECT_STREQ(s->substringFromIndex_(4)->UTF8String(), "");
+    EXPECT_STREQ(s->substringFromIndex_(0xFFFFFFFFu)->UTF8String(), "");
+    EXPECT_STREQ(s->substringToIndex_(9)->UTF8String(), "ab\xC3\xA4");
+    EXPECT_STREQ(s->substringWithRange_(NSMakeRange(1, 0xFFFFFFFFu))->UTF8String(), "b\xC3\xA4");
+    EXPECT_STREQ(s->substringWithRange_(NSMakeRange(7, 2))->UTF8String(), "");
+}
+
 TEST_F(StringTest, IndicesCountUnitsButRangeOfStringCountsBytes) {
     NSString* s =
             bytes("\xC3\xA4"
@@ -214,6 +272,8 @@ TEST_F(StringTest, CompareGivesExactlyMinusOneZeroOrOneByUnsignedBytes) {
     EXPECT_EQ(bytes("\xC3\xA4")->compare_("z"_ns), 1)
             << "non-ASCII sorts by its bytes, after ASCII";
     EXPECT_EQ("B"_ns->compare_("a"_ns), -1) << "no case folding";
+    EXPECT_EQ("a"_ns->compare_(nullptr), 1) << "nil reads as the empty string";
+    EXPECT_EQ(""_ns->compare_(nullptr), 0);
 }
 
 TEST_F(StringTest, ConstantStringsIgnoreCountsAndCopiesFollowTheirClasses) {

@@ -514,6 +514,28 @@ TEST_F(NotificationTest, ANameThatNoClassBearsReachesTheObserverAsNil) {
     EXPECT_EQ(a_->last.get(), nullptr);
 }
 
+TEST_F(NotificationTest, ARegistrationWithoutObserverSelectorOrNameIsIgnored) {
+    NSString* name = "VTTestDidHappenNotification"_ns;
+    const std::string line = "observer not added: it needs an observer, a selector and a name\n";
+    EXPECT_EQ(vt_test::logOf([&] {
+                  center_->addObserver_selector_name_object_(nullptr, NS_SEL("observe:"), name, nullptr);
+                  center_->addObserver_selector_name_object_(a_, nullptr, name, nullptr);
+                  center_->addObserver_selector_name_object_(a_, NS_SEL("observe:"), nullptr, nullptr);
+                  NSSend<void>(center_, NS_SEL("addObserver:selector:name:object:"), b_,
+                               NS_SEL("observe:"), NSNumber::numberWithInt_(1),
+                               static_cast<NSObject*>(nullptr));
+              }),
+              line + line + line + line);
+    // Nothing was left behind that a later post could trip over.
+    center_->addObserver_selector_name_object_(b_, NS_SEL("observe:"), name, nullptr);
+    center_->postNotificationName_object_(name, nullptr);
+    center_->postNotificationName_object_(nullptr, nullptr);
+    NSSend<void>(center_, NS_SEL("postNotificationName:object:"), NSNumber::numberWithInt_(1),
+                 static_cast<NSObject*>(nullptr));
+    EXPECT_EQ(deliveries, "b");
+    EXPECT_EQ(a_->count, 0);
+}
+
 TEST_F(NotificationTest, DefaultCenterIsOneSharedCenterAndNotificationsKnowTheirClass) {
     EXPECT_EQ(NSNotificationCenter::defaultCenter(), NSNotificationCenter::defaultCenter());
     EXPECT_NE(NSNotificationCenter::defaultCenter(), nullptr);

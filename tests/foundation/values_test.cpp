@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -13,8 +14,10 @@
 #include <ctime>
 #include <fstream>
 #include <limits>
+#include <random>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "foundation/Foundation.h"
 
@@ -253,7 +256,10 @@ TEST_F(Data, RangesCopiesAndAppends) {
     EXPECT_EQ(contents(copyOfCopy), "0123456789ab");
     copy->appendData_(nullptr);
     copy->appendBytes_length_(nullptr, 0);
+    // Sent by selector, an argument that is no data appends nothing.
+    NSSend<void>(copy, NS_SEL("appendData:"), "xy"_ns);
     EXPECT_EQ(copy->length(), 24u);
+    EXPECT_EQ(NSSendClass<NSData*>(NSData::classObject(), NS_SEL("dataWithData:"), "xy"_ns)->length(), 0u);
     copyOfCopy->release();
     copy->release();
 
@@ -529,6 +535,9 @@ TEST_F(Dates, SecondsCountFrom1601InWallClockTime) {
     EXPECT_DOUBLE_EQ(b->timeIntervalSinceDate_(a), 0.5);
     EXPECT_DOUBLE_EQ(a->timeIntervalSinceDate_(dateOf(reading(2008, 5, 2, 9, 0, 7, 250))), 86400.0);
     EXPECT_EQ(a->timeIntervalSinceDate_(nullptr), a->timeIntervalSince1970());
+    EXPECT_EQ(NSSend<double>(a, NS_SEL("timeIntervalSinceDate:"), NSNumber::numberWithInt_(1)),
+              a->timeIntervalSince1970())
+            << "what is no date counts as nil";
 
     // The present moment: the local clock, in whatever zone.
     NSDate* now = NSDate::date();
@@ -627,6 +636,55 @@ TEST_F(Dates, CompareEqualityAndHash) {
     NSMutableDictionary* map = NSMutableDictionary::dictionaryWithCapacity_(10);
     map->setObject_forKey_("x"_ns, a);
     EXPECT_EQ(map->objectForKey_(b), "x"_ns);
+}
+
+// ---------------------------------------------------------------------------
+// Order across kinds: the shared null, strings, numbers, dates.
+
+TEST_F(Values, CompareOrdersMixedKindsAlikeFromEitherSide) {
+    // Ascending, each value strictly before the next. Dates order by their
+    // descriptions, so the three-digit year comes last.
+    std::vector<NSObject*> order = {
+            NSNull::null(),
+            ""_ns,
+            "a"_ns,
+            NSString::stringWithUTF8String_("b\xC3\xA4"),
+            NSNumber::numberWithInt_(-5),
+            NSNumber::numberWithDouble_(3.5),
+            NSNumber::numberWithInt_(10),
+            dateOf(reading(2007, 12, 31)),
+            dateOf(reading(2008, 5, 3, 9, 0, 7)),
+            dateOf(reading(999, 1, 1)),
+    };
+    for (size_t i = 0; i < order.size(); i++) {
+        for (size_t j = 0; j < order.size(); j++) {
+            int expected = i < j ? -1 : (i > j ? 1 : 0);
+            EXPECT_EQ(NSSend<int>(order[i], NS_SEL("compare:"), order[j]), expected)
+                    << str(order[i]->description()) << " against " << str(order[j]->description());
+        }
+    }
+    // An object of another class has no compare: and answers 0 when asked;
+    // the value classes answer 0 to it as well.
+    NSMutableArray* array = NSMutableArray::arrayWithObjects_("a"_ns, nullptr);
+    for (NSObject* value : order) {
+        EXPECT_EQ(NSSend<int>(value, NS_SEL("compare:"), array), 0) << str(value->description());
+        EXPECT_EQ(NSSend<int>(array, NS_SEL("compare:"), value), 0);
+    }
+    // Nil keeps each class's own reading.
+    EXPECT_EQ(NSNull::null()->compare_(nullptr), 0);
+
+    // A sort comes out the same whatever order the values arrive in.
+    std::mt19937 random(17);
+    for (int round = 0; round < 20; round++) {
+        std::vector<NSObject*> shuffled = order;
+        std::shuffle(shuffled.begin(), shuffled.end(), random);
+        NSMutableArray* input = NSMutableArray::array();
+        for (NSObject* value : shuffled) input->addObject_(value);
+        NSMutableArray* sorted = input->sortedArrayUsingSelector_(NS_SEL("compare:"));
+        ASSERT_EQ(sorted->count(), order.size());
+        for (uint32_t i = 0; i < sorted->count(); i++)
+            EXPECT_EQ(sorted->objectAtIndex_(i), order[i]) << "round " << round << " index " << i;
+    }
 }
 
 }  // namespace

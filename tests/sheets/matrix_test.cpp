@@ -275,21 +275,50 @@ TEST_F(MatrixTest, SortAscendsThenReversesThenAscendsAgain) {
     EXPECT_EQ(column(m, "name"), "Ada,Ada,Bob,Cy");
 }
 
-TEST_F(MatrixTest, SortOrdersDatesAndMixedValuesAsCompareSays) {
+TEST_F(MatrixTest, SortOrdersDatesByDescriptionWithAMissingDateFirst) {
+    // Tags name the expected ascending place; the record without a date
+    // sorts as the empty string, before every date. Dates order by their
+    // descriptions, so the three-digit year comes after 2008.
     VTMatrix* m = makeMatrix("events");
-    NSDate* now = NSDate::date();
-    m->setValue_inRow_column_(now->addTimeInterval_(3600), 0, "when"_ns);
-    m->setValue_inRow_column_(now->addTimeInterval_(-86400), 1, "when"_ns);
-    m->setValue_inRow_column_(now, 2, "when"_ns);
-    m->setValue_inRow_column_(NSNumber::numberWithInt_(5), 0, "n"_ns);
-    m->setValue_inRow_column_(NSNumber::numberWithInt_(-2), 1, "n"_ns);
-    m->setValue_inRow_column_(NSNumber::numberWithInt_(3), 2, "n"_ns);
+    const char* tags[] = {"c", "a", "b", "e", "d"};
+    const char* dates[] = {"2008-05-03 09:00:07 +0100", nullptr, "2007-12-31 00:00:00 +0100",
+                           "999-01-01 00:00:00 +0100", "2008-05-03 09:00:08 +0100"};
+    for (uint32_t row = 0; row < 5; row++) {
+        m->setValue_inRow_column_(NSString::stringWithUTF8String_(tags[row]), row, "tag"_ns);
+        if (dates[row])
+            m->setValue_inRow_column_(NSDate::dateWithString_(NSString::stringWithUTF8String_(dates[row])),
+                                      row, "when"_ns);
+    }
     m->sortByField_("when"_ns);
-    EXPECT_EQ(column(m, "n"), "-2,3,5");
-    m->sortByField_("n"_ns);  // numbers take the general path
-    EXPECT_EQ(column(m, "n"), "-2,3,5");
+    EXPECT_EQ(column(m, "tag"), "a,b,c,d,e");
+    m->sortByField_("when"_ns);
+    EXPECT_EQ(column(m, "tag"), "e,d,c,b,a");
+    m->sortByField_("when"_ns);
+    EXPECT_EQ(column(m, "tag"), "a,b,c,d,e");
+}
+
+TEST_F(MatrixTest, SortOrdersNumbersAndMixedKindsAsCompareSays) {
+    // Kinds rank as strings (a missing value is the empty string), then
+    // numbers by value; the rows start out of that order.
+    VTMatrix* m = makeMatrix("events");
+    NSObject* values[] = {NSNumber::numberWithInt_(5), "x"_ns, NSNumber::numberWithInt_(-2), nullptr,
+                          NSNumber::numberWithDouble_(3.5)};
+    const char* tags[] = {"e", "b", "c", "a", "d"};
+    for (uint32_t row = 0; row < 5; row++) {
+        m->setValue_inRow_column_(NSString::stringWithUTF8String_(tags[row]), row, "tag"_ns);
+        if (values[row]) m->setValue_inRow_column_(values[row], row, "n"_ns);
+    }
     m->sortByField_("n"_ns);
-    EXPECT_EQ(column(m, "n"), "5,3,-2");
+    EXPECT_EQ(column(m, "tag"), "a,b,c,d,e");
+    m->sortByField_("n"_ns);
+    EXPECT_EQ(column(m, "tag"), "e,d,c,b,a");
+    // Numbers alone, and a row order that a sort must change.
+    m->setValue_inRow_column_(NSNumber::numberWithInt_(0), 0, "n"_ns);  // was e
+    m->setValue_inRow_column_(NSNumber::numberWithInt_(9), 1, "n"_ns);  // was d
+    m->setValue_inRow_column_(NSNumber::numberWithInt_(-7), 3, "n"_ns);  // was b
+    m->setValue_inRow_column_(NSNumber::numberWithInt_(4), 4, "n"_ns);   // was a
+    m->sortByField_("n"_ns);
+    EXPECT_EQ(column(m, "n"), "-7,-2,0,4,9");
 }
 
 TEST_F(MatrixTest, ReferencesResolveHalfResolveAndFail) {

@@ -297,6 +297,34 @@ TEST_F(ContainerPredicateTest, QueryMatchesAFilterMadeHere) {
     }
 }
 
+TEST_F(ContainerPredicateTest, AStringAttributeAgainstANumberOrdersByKind) {
+    // Titles are strings, the constant a number: compare: never reads one as
+    // the other, and every string ranks before every number, whichever side
+    // asks.
+    for (const char* title : {"", "5", "zebra"}) {
+        Book* book = static_cast<Book*>(NSAutorelease(Book::alloc()->init()));
+        book->_title.set(ns(title));
+        ASSERT_GT(box->set_(book), 0);
+    }
+    NSExpression* title = NSExpression::expressionForKeyPath_("title"_ns);
+    NSExpression* five = NSExpression::expressionForConstantValue_(num(5));
+    const size_t expectedLeft[6] = {3, 3, 0, 0, 0, 3};   // title <op> 5
+    const size_t expectedRight[6] = {0, 0, 3, 3, 0, 3};  // 5 <op> title
+    for (int type = 0; type < 6; type++) {
+        EXPECT_EQ(box->select_type_(compare(title, type, five), "Book"_ns)->count(), expectedLeft[type])
+                << "type " << type;
+        EXPECT_EQ(box->select_type_(compare(five, type, title), "Book"_ns)->count(), expectedRight[type])
+                << "type " << type;
+    }
+    // A key path that is no string reaches nothing, and its text is empty.
+    NSExpression* odd = NSSendClass<NSExpression*>(NSExpression::classObject(),
+                                                   NS_SEL("expressionForKeyPath:"), num(3));
+    EXPECT_EQ(text(odd), "<key path> ");
+    LXManagedObject* record = LXManagedObject::managedObject();
+    record->setObject_forKeyPath_("x"_ns, "3"_ns);
+    EXPECT_EQ(odd->expressionValueWithObject_context_(record, nullptr), nullptr);
+}
+
 TEST_F(ContainerPredicateTest, SelectSeesTheManagedObjectAndQueryMapsObjects) {
     for (int i = 0; i < 5; i++) {
         Book* book = static_cast<Book*>(NSAutorelease(Book::alloc()->init()));
