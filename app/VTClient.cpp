@@ -51,12 +51,20 @@ VTLockFileState VTTakeLock(std::string* holder) {
     // Whose is it? "<id> <kind>": an id of this platform's kind can be
     // looked up; anything else (another kind, a file of some older
     // program) counts as held, since nothing here can tell otherwise.
+    // The winner of a race writes its line just after making the file: a
+    // line without its newline is not complete yet, so it is read again
+    // for a moment (a process that died in between leaves it incomplete).
     std::string text;
-    if (FILE* file = std::fopen(kVTLockFile, "rb")) {
-        char buffer[128];
-        size_t n = std::fread(buffer, 1, sizeof buffer, file);
-        std::fclose(file);
-        text.assign(buffer, n);
+    for (int attempt = 0; attempt < 20; attempt++) {
+        text.clear();
+        if (FILE* file = std::fopen(kVTLockFile, "rb")) {
+            char buffer[128];
+            size_t n = std::fread(buffer, 1, sizeof buffer, file);
+            std::fclose(file);
+            text.assign(buffer, n);
+        }
+        if (text.find('\n') != std::string::npos) break;
+        vtSleepMilliseconds(50);
     }
     size_t digits = text.find_first_not_of("0123456789");
     std::string id = text.substr(0, digits);
