@@ -31,6 +31,7 @@
 #include "Json.h"
 #include "Session.h"
 #include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
 #include "sync/LXDelta.h"
 #include "sync/LXRefusedDeltas.h"
 #include "sync/LXSocket.h"
@@ -139,6 +140,8 @@ int deltas() {
 int refusedDeltas() {
     Session session;
     if (!session.open("deltas")) return 1;
+    // Nothing was ever refused here: no store to list, and none to make.
+    if (!vtFileExists((std::string(LXRefusedDeltas::kContainerName) + ".vci").c_str())) return 0;
     LXRefusedDeltas* store = LXTransceiver::defaultTransceiver()->refusedDeltas();
     NSArray* ids = store->sortedIds();
     for (uint32_t i = 0; i < ids->count(); i++) {
