@@ -143,7 +143,9 @@ bool vtProcessIsRunning(int64_t processId);
 // a return from main, and on Ctrl-C and requests to terminate (POSIX:
 // SIGINT, SIGTERM, SIGHUP, after which the signal takes its usual course;
 // Win32: the console control events, Ctrl-C, Ctrl-Break, close, log-off
-// and shut-down). Only while the file still holds `content`: a file that
+// and shut-down; a Winelib program, being a Linux process as well, also
+// on those signals, which then end it even where Wine would ignore them).
+// Only while the file still holds `content`: a file that
 // someone else has put in its place stays. One file per process; a second
 // call replaces the first. A relative path is taken relative to the
 // working directory of this call.
