@@ -22,7 +22,7 @@ const Command kCommands[] = {
         {"sheet", "list|dump NAME", "the sheets of the installation, or one sheet's records as JSON", &runSheet},
         {"record", "set|remove|select|action|list SHEET ...", "change records as the installation's user; see RecordCommand.cpp", &runRecord},
         {"sync", "[--cycles N] [--port N] [--timeout S]", "exchange deltas with the relay as the installation's user", &runSync},
-        {"deltas", "", "the outgoing deltas waiting in the delta store", &runDeltas},
+        {"deltas", "[--refused]", "the outgoing deltas waiting in the delta store", &runDeltas},
         {nullptr, nullptr, nullptr, nullptr},
 };
 }  // namespace

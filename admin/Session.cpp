@@ -37,17 +37,22 @@ bool Session::open(const char* command) {
     // long sync.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
-    if (vtFileExists(kVTLockFile)) {
-        std::fprintf(stderr, "vantor-admin: %s: %s (%s exists)\n", command,
-                     VTLocalizedString("alreadyrunning"_ns)->UTF8String(), kVTLockFile);
+    std::string holder;
+    VTLockFileState lock = VTTakeLock(&holder);
+    if (lock == VTLockFileState::Running) {
+        std::fprintf(stderr, "vantor-admin: %s: %s (%s exists%s%s)\n", command,
+                     VTLocalizedString("alreadyrunning"_ns)->UTF8String(), kVTLockFile,
+                     holder.empty() ? "" : ", made by process ", holder.c_str());
         return false;
     }
-    FILE* lock = std::fopen(kVTLockFile, "w");
-    if (!lock) {
+    if (lock == VTLockFileState::Stale) {
+        std::fprintf(stderr, "vantor-admin: %s: %s\n", command, VTStaleLockMessage(holder)->UTF8String());
+        return false;
+    }
+    if (lock == VTLockFileState::Failed) {
         std::fprintf(stderr, "vantor-admin: %s: cannot create %s here\n", command, kVTLockFile);
         return false;
     }
-    std::fclose(lock);
     _locked = true;
 
     if (!checkDataFolder(command)) return false;
@@ -85,7 +90,7 @@ bool Session::open(const char* command) {
 Session::~Session() {
     NSRelease(_host);
     NSRelease(_workspace);
-    if (_locked) vtRemoveFile(kVTLockFile);
+    if (_locked) VTReleaseLock();
 }
 
 VTSheet* Session::sheetNamed(const char* name) {

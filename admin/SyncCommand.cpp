@@ -17,6 +17,10 @@
 // deltas: the outgoing deltas waiting in the delta store, one JSON object
 // per line in sending order: {"to": ..., "action": ..., "sheet": ...,
 // "recordId": ..., "fields": [...]} ("fields" for set deltas only).
+//
+// deltas --refused: the incoming deltas kept aside in "_refused_" because
+// they can never be applied here, in the order they were refused, in the
+// same style led by "reason", "refused" (the time) and "from".
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,7 +31,9 @@
 #include "Json.h"
 #include "Session.h"
 #include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
 #include "sync/LXDelta.h"
+#include "sync/LXRefusedDeltas.h"
 #include "sync/LXSocket.h"
 #include "sync/LXTransceiver.h"
 #include "sync/LXUser.h"
@@ -39,7 +45,7 @@ namespace {
 int syncUsage() {
     std::fprintf(stderr,
                  "usage: vantor-admin sync [--cycles N] [--port N] [--timeout SECONDS]\n"
-                 "       vantor-admin deltas\n"
+                 "       vantor-admin deltas [--refused]\n"
                  "The password of the key in userkey/ comes from VANTOR_PASSWORD or the terminal.\n");
     return 2;
 }
@@ -82,42 +88,92 @@ int sync(long cycles, uint32_t port) {
     }
 }
 
+// One line of JSON for a delta: `head` (members shown first, in order),
+// then "to", "action", "sheet", "recordId" and "fields" from the delta.
+// False when the delta has no contents dictionary to show.
+bool printDelta(FILE* out, LXDelta* delta, const std::vector<std::pair<const char*, NSObject*>>& head) {
+    NSObject* contents = NSNil(delta, &LXDelta::contents);
+    if (!contents || !contents->isKindOfClass_(NSDictionary::classObject())) return false;
+    auto* c = static_cast<NSDictionary*>(contents);
+    NSMutableDictionary* shown = NSMutableDictionary::dictionary();
+    std::vector<NSObject*> order;
+    auto put = [&](const char* key, NSObject* value) {
+        if (!value) return;
+        NSString* k = NSString::stringWithUTF8String_(key);
+        shown->setObject_forKey_(value, k);
+        order.push_back(k);
+    };
+    for (const auto& member : head) put(member.first, member.second);
+    put("to", NSNil(delta->addressee(), &LXUser::uniqueId));
+    put("action", c->objectForKey_("action"_ns));
+    put("sheet", c->objectForKey_("sheet"_ns));
+    NSObject* object = c->objectForKey_("object"_ns);
+    put("recordId", object && object->isKindOfClass_(NSDictionary::classObject())
+                            ? static_cast<NSDictionary*>(object)->objectForKey_("__recordId"_ns)
+                            : c->objectForKey_("objectId"_ns));
+    put("fields", c->objectForKey_("fields"_ns));
+    std::string json;
+    appendJSON(&json, shown, [&](NSDictionary* d) { return d == shown ? &order : nullptr; });
+    std::fprintf(out, "%s\n", json.c_str());
+    return true;
+}
+
 int deltas() {
     Session session;
     if (!session.open("deltas")) return 1;
-    LXContainer* store = LXTransceiver::defaultTransceiver()->deltaRepository()->container();
-    // The sending order: the ids as text, as the delta store picks them.
-    NSArray* ids = store->idsForClass_(LXDelta::classObject())->sortedArrayUsingSelector_(NS_SEL("compare:"));
+    LXDeltaRepository* repository = LXTransceiver::defaultTransceiver()->deltaRepository();
+    NSArray* ids = repository->sortedIds();
     for (uint32_t i = 0; i < ids->count(); i++) {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
         auto* id = static_cast<NSString*>(ids->objectAtIndex_(i));
-        auto* delta = static_cast<LXDelta*>(store->queryById_class_(id->intValue(), LXDelta::classObject()));
-        NSObject* contents = NSNil(delta, &LXDelta::contents);
-        if (!contents || !contents->isKindOfClass_(NSDictionary::classObject())) {
+        if (!printDelta(session.results(), repository->deltaWithId_(id), {})) {
             std::fprintf(session.results(), "{\"unreadable\": %s}\n", id->UTF8String());
-            pool->release();
-            continue;
         }
-        auto* c = static_cast<NSDictionary*>(contents);
-        NSMutableDictionary* shown = NSMutableDictionary::dictionary();
-        std::vector<NSObject*> order;
-        auto put = [&](const char* key, NSObject* value) {
-            if (!value) return;
-            NSString* k = NSString::stringWithUTF8String_(key);
-            shown->setObject_forKey_(value, k);
-            order.push_back(k);
-        };
-        put("to", NSNil(delta->addressee(), &LXUser::uniqueId));
-        put("action", c->objectForKey_("action"_ns));
-        put("sheet", c->objectForKey_("sheet"_ns));
-        NSObject* object = c->objectForKey_("object"_ns);
-        put("recordId", object && object->isKindOfClass_(NSDictionary::classObject())
-                                ? static_cast<NSDictionary*>(object)->objectForKey_("__recordId"_ns)
-                                : c->objectForKey_("objectId"_ns));
-        put("fields", c->objectForKey_("fields"_ns));
-        std::string json;
-        appendJSON(&json, shown, [&](NSDictionary* d) { return d == shown ? &order : nullptr; });
-        std::fprintf(session.results(), "%s\n", json.c_str());
+        pool->release();
+    }
+    return 0;
+}
+
+// The incoming deltas kept aside as never applicable, in the order they
+// were refused: the style of `deltas`, led by "reason", "refused" (when)
+// and "from". One that did not decode as a delta shows its size instead.
+int refusedDeltas() {
+    Session session;
+    if (!session.open("deltas")) return 1;
+    // Nothing was ever refused here: no store to list, and none to make.
+    if (!vtFileExists((std::string(LXRefusedDeltas::kContainerName) + ".vci").c_str())) return 0;
+    LXRefusedDeltas* store = LXTransceiver::defaultTransceiver()->refusedDeltas();
+    NSArray* ids = store->sortedIds();
+    for (uint32_t i = 0; i < ids->count(); i++) {
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        auto* id = static_cast<NSString*>(ids->objectAtIndex_(i));
+        LXRefusedDelta* entry = store->refusedDeltaWithId_(id);
+        LXDelta* delta = NSNil(entry, &LXRefusedDelta::delta);
+        NSString* when = entry && entry->refused() ? entry->refused()->description() : nullptr;
+        NSString* from = NSNil(delta, &LXDelta::sender) ? delta->sender()->description() : nullptr;
+        if (!entry) {
+            std::fprintf(session.results(), "{\"unreadable\": %s}\n", id->UTF8String());
+        } else if (!printDelta(session.results(), delta,
+                               {{"reason", entry->reason()}, {"refused", when}, {"from", from}})) {
+            NSMutableDictionary* shown = NSMutableDictionary::dictionary();
+            std::vector<NSObject*> order;
+            NSData* archive = entry->archive();
+            std::pair<const char*, NSObject*> members[] = {
+                    {"reason", entry->reason()},
+                    {"refused", when},
+                    {"from", from},
+                    {"to", delta && delta->addressee() ? delta->addressee()->uniqueId() : nullptr},
+                    {"bytes", archive ? NSNumber::numberWithInt_(static_cast<int>(archive->length())) : nullptr}};
+            for (const auto& member : members) {
+                if (!member.second) continue;
+                NSString* k = NSString::stringWithUTF8String_(member.first);
+                shown->setObject_forKey_(member.second, k);
+                order.push_back(k);
+            }
+            std::string json;
+            appendJSON(&json, shown, [&](NSDictionary* d) { return d == shown ? &order : nullptr; });
+            std::fprintf(session.results(), "%s\n", json.c_str());
+        }
         pool->release();
     }
     return 0;
@@ -150,7 +206,8 @@ int runSync(int argc, char** argv) {
     return sync(cycles, port);
 }
 
-int runDeltas(int argc, char**) {
+int runDeltas(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--refused") == 0) return refusedDeltas();
     if (argc != 1) return syncUsage();
     return deltas();
 }

@@ -1,11 +1,10 @@
 #include "app/VTAppDelegate.h"
 
 #include "app/VTClient.h"
-#include "foundation/platform/Platform.h"
 
 int VTAppDelegate::applicationShouldTerminate_(NSObject*) {
     _statusItem = nullptr;
-    vtRemoveFile(kVTLockFile);
+    VTReleaseLock();
     return 1;
 }
 

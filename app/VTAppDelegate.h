@@ -8,7 +8,8 @@ class VTAppDelegate : public NSObject {
 
 public:
     // Lets the status item go (its end removes the tray icon), removes
-    // vantor.lock (a missing file is no error) and answers 1.
+    // this process's vantor.lock (a missing file is no error) and answers
+    // 1.
     int applicationShouldTerminate_(NSObject* application);
     // The action of the status item; nothing to do.
     void statusItemClicked_(NSObject*) {}

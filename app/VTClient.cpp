@@ -33,7 +33,55 @@ void showAlert(const char* titleKey, const char* textKey) {
     alert->runModal();
 }
 
+// The content of the lock file this process makes.
+std::string lockContent() {
+    return std::to_string(vtCurrentProcessId()) + " " + vtProcessIdKind() + "\n";
+}
+
 }  // namespace
+
+VTLockFileState VTTakeLock(std::string* holder) {
+    std::string content = lockContent();
+    int made = vtCreateFileExclusive(kVTLockFile, content);
+    if (made == kVTFileCreated) {
+        vtRemoveFileAtEnd(kVTLockFile, content);
+        return VTLockFileState::Taken;
+    }
+    if (made != kVTFileExists) return VTLockFileState::Failed;
+    // Whose is it? "<id> <kind>": an id of this platform's kind can be
+    // looked up; anything else (another kind, a file of some older
+    // program) counts as held, since nothing here can tell otherwise.
+    // The winner of a race writes its line just after making the file: a
+    // line without its newline is not complete yet, so it is read again
+    // for a moment (a process that died in between leaves it incomplete).
+    std::string text;
+    for (int attempt = 0; attempt < 20; attempt++) {
+        text.clear();
+        if (FILE* file = std::fopen(kVTLockFile, "rb")) {
+            char buffer[128];
+            size_t n = std::fread(buffer, 1, sizeof buffer, file);
+            std::fclose(file);
+            text.assign(buffer, n);
+        }
+        if (text.find('\n') != std::string::npos) break;
+        vtSleepMilliseconds(50);
+    }
+    size_t digits = text.find_first_not_of("0123456789");
+    std::string id = text.substr(0, digits);
+    std::string kind = digits == std::string::npos || text[digits] != ' '
+                               ? std::string()
+                               : text.substr(digits + 1, text.find_first_of("\r\n", digits + 1) - digits - 1);
+    if (id.empty() || id.size() > 10) id.clear();
+    if (holder) *holder = id;
+    if (!id.empty() && kind == vtProcessIdKind() && !vtProcessIsRunning(std::stoll(id))) return VTLockFileState::Stale;
+    return VTLockFileState::Running;
+}
+
+void VTReleaseLock() { vtRemoveFileAtEndNow(); }
+
+NSString* VTStaleLockMessage(const std::string& holder) {
+    return NSString::stringWithFormat_(VTLocalizedString("stalelock"_ns), holder.c_str());
+}
 
 void VTSeedDataDirectory() {
     if (vtFileExists("data/user.vci")) return;
@@ -59,17 +107,31 @@ int VTClientMain(void* instanceHandle) {
     // 3. The localized table; every message goes through it from here on.
     VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
 
-    // 4. One client per working directory.
-    if (vtFileExists(kVTLockFile)) {
-        showAlert("error", "alreadyrunning");
-        return 1;
+    // 4. One client per working directory. The client takes the lock
+    // itself, so that a second start in the same directory is refused as
+    // the message says; every normal end of the process removes it. A
+    // client that was killed leaves the file behind, and the next start
+    // says so and how to remove it.
+    std::string holder;
+    switch (VTTakeLock(&holder)) {
+        case VTLockFileState::Taken:
+            break;
+        case VTLockFileState::Running:
+            showAlert("error", "alreadyrunning");
+            return 1;
+        case VTLockFileState::Stale:
+            NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                    VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, VTStaleLockMessage(holder))
+                    ->runModal();
+            return 1;
+        case VTLockFileState::Failed:
+            // An operator's matter, like a missing configuration: English.
+            NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                    VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
+                    "vantor.lock can't be created in the working directory."_ns)
+                    ->runModal();
+            return 1;
     }
-    // The client takes the lock itself, so that a second start in the same
-    // directory is refused as the message says; both ends of the process
-    // remove it (the application delegate, and the end of this function).
-    // A client that was killed leaves the file behind: the operator removes
-    // it, as the README says.
-    if (FILE* lock = std::fopen(kVTLockFile, "w")) std::fclose(lock);
 
     // 5. First-run seeding of data/ from data/init.
     VTSeedDataDirectory();
@@ -78,7 +140,7 @@ int VTClientMain(void* instanceHandle) {
     NSMutableDictionary* userKey = VTUserKey::discoverInDirectory_("userkey"_ns);
     if (!userKey) {
         showAlert("error", "novukfound");
-        vtRemoveFile(kVTLockFile);
+        VTReleaseLock();
         return 1;
     }
     userKey->retain();
@@ -94,7 +156,7 @@ int VTClientMain(void* instanceHandle) {
                 VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
                 "No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or unreadable."_ns)
                 ->runModal();
-        vtRemoveFile(kVTLockFile);
+        VTReleaseLock();
         return 1;
     }
     workspace->retain();
@@ -107,7 +169,7 @@ int VTClientMain(void* instanceHandle) {
     }
 
     LOG("start-up ends after the workspace: the login window and the main window are not built yet");
-    vtRemoveFile(kVTLockFile);
+    VTReleaseLock();
     workspace->release();
     userKey->release();
     pool->release();

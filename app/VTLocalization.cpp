@@ -25,6 +25,13 @@ const Row kRows[] = {
         {"alreadyrunning",
          "An instance of this application is already running in the same working directory.",
          "Eine Instanz der Anwendung läuft noch.", "Instance této aplikace již běží."},
+        {"stalelock",
+         "The lock file vantor.lock was left behind by process %s, which no longer runs. If nothing else "
+         "works in this directory, delete vantor.lock and start again.",
+         "Die Sperrdatei vantor.lock stammt vom Prozess %s, der nicht mehr läuft. Wenn in diesem "
+         "Verzeichnis nichts anderes arbeitet, löschen Sie vantor.lock und starten Sie erneut.",
+         "Zamykací soubor vantor.lock zanechal proces %s, který již neběží. Pokud v tomto adresáři nic "
+         "jiného nepracuje, smažte vantor.lock a spusťte aplikaci znovu."},
         {"novuk", "no user unique ID", "Kein Benützerschlüssel gefunden",
          "Nenalezen uživatelský klíč"},
         {"novukfound", "No user key has been found.", "Kein Benützerschlüssel gefunden.",

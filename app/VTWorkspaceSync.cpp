@@ -77,7 +77,7 @@ LXPool* VTWorkspace::replicationPool() {
     // joinTransceiver, which registers it for incoming deltas, makes the
     // workspace its delegate (the pool retains its delegate, so a pool made
     // here doesn't tie the workspace's life to itself).
-    if (!_pool) _pool.adopt(LXPool::alloc()->initWithName_("Rk2pWn"_ns));
+    if (!_pool) _pool.adopt(LXPool::alloc()->initWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)));
     return static_cast<LXPool*>(_pool.get());
 }
 

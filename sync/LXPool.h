@@ -12,6 +12,11 @@ class LXPool : public NSObject {
     NS_DECLARE_CLASS(LXPool, NSObject)
 
 public:
+    // The name of the one pool the client replicates records through. The
+    // relay accepts deltas of this pool only, since no addressee could
+    // process any other.
+    static constexpr const char* kReplicationPoolName = "Rk2pWn";
+
     // Retains the name. The class form answers the pool autoreleased.
     LXPool* initWithName_(NSString* name);
     static LXPool* poolWithName_(NSString* name);

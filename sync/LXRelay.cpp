@@ -18,10 +18,13 @@
 // string would never match a collect.
 //
 // What a deposit must be. The relay reads no contents, but it stores only
-// what it can deliver: an LXDelta whose addressee has a non-empty uniqueId
-// equal to the string ahead of it. Anything else is refused with a log
-// line: nothing is stored and no acknowledgement goes out, so an honest
-// client keeps its copy. A mismatching string is refused rather than
+// what it can deliver and its addressee can process: an LXDelta whose
+// addressee has a non-empty uniqueId equal to the string ahead of it, of
+// the replication pool (LXPool::kReplicationPoolName), with contents.
+// Anything else is refused with a log line: nothing is stored and no
+// acknowledgement goes out, so an honest client keeps its copy. (A delta
+// that a receiver can't process would otherwise sit at the head of its
+// queue and hold back everything behind it.) A mismatching string is refused rather than
 // trusted either way, because one of the two is wrong and a delta queued
 // under the wrong user is lost to its addressee.
 //
@@ -71,6 +74,17 @@ const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 NSString* queueKeyOf(LXDelta* delta) {
     NSString* key = NSNil(delta->addressee(), &LXUser::uniqueId);
     return key && key->length() > 0 ? key : nullptr;
+}
+
+// Why the addressee could never process the delta, or nullptr. A client
+// takes in deltas of the replication pool only, and only with contents; a
+// delta without them would stop every collect of its addressee.
+const char* undeliverable(LXDelta* delta) {
+    NSString* pool = NSNil(delta->pool(), &LXPool::poolName);
+    if (!pool || pool->length() == 0) return "no pool";
+    if (!pool->isEqual_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName))) return "unknown pool";
+    if (!delta->contents()) return "no contents";
+    return nullptr;
 }
 
 }  // namespace
@@ -197,6 +211,10 @@ void LXRelay::processIncoming_(LXSocket* socket) {
     }
     if (!key->isEqual_(announced)) {
         LOG("deposit refused: announced for %s, addressed to %s", textOf(announced), textOf(key));
+        return;
+    }
+    if (const char* why = undeliverable(delta)) {
+        LOG("deposit refused: %s: %s", why, textOf(delta->description()));
         return;
     }
     int identifier = _container->set_(delta);

@@ -13,7 +13,7 @@
 // So there are two locks, with one rule each:
 //
 // - `_lock`, the store lock (the documented `lock`), guards the delta store,
-//   the user and the pool table. post:to: holds it for setAddressee: and
+//   the store of refused deltas, the user and the pool table. post:to: holds it for setAddressee: and
 //   addDelta:. The cycle holds it only around single store steps (count,
 //   firstDelta, removeDelta:) and lookups. Rule: nothing that can wait for
 //   the network, for a delegate or for any other lock of the system is ever
@@ -41,6 +41,14 @@
 // the same cycle. To keep a steady stream of posts from holding the receive
 // phase back, the send phase sends at most as many deltas as it found
 // waiting when it began; the rest go in the next cycle.
+//
+// Refused for good. A delta that this client can never apply (it doesn't
+// decode as a delta, names no pool or one nobody registered here, or has
+// no contents) is kept aside in the store of refused deltas and then
+// acknowledged like any other: left at the relay it would come first in
+// every collect and hold back everything behind it. Only once it is on
+// disk there is it acknowledged. A delta the delegate answers false for is
+// another matter: it may go through later, so it stays at the relay.
 //
 // Stalled connections end through LXSocket's receive time-out (and connect
 // time-out), so a dead relay delays only the transceiver's own thread.
@@ -291,40 +299,45 @@ int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user)
     static const SEL processDelta = NSSelectorFromCString("processDelta:");
     for (int32_t i = 0; i < count; i++) {
         NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
-        LXDelta* delta = nullptr;
-        if (NSData* data = socket->readData()) {
-            NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
-            NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
-            unarchiver->release();
-            // Anything but a delta is as good as nothing.
-            if (object && object->isKindOfClass_(LXDelta::classObject())) delta = static_cast<LXDelta*>(object);
-        }
-        if (!delta) {
+        NSData* data = socket->readData();
+        if (!data) {
+            // Nothing came (a broken connection): the relay keeps it.
             LOG("could not receive delta");
             round->release();
             break;
         }
-        NSString* name = NSNil(delta->pool(), &LXPool::poolName);
-        LXPool* pool;
-        {
-            NSLockScope held(_lock);
-            pool = static_cast<LXPool*>(NSAutorelease(NSRetain(name ? _pools->objectForKey_(name) : nullptr)));
-        }
-        if (!pool) {
-            LOG("pool %s not registered", textOf(name));
-            round->release();
-            break;
-        }
-        // Called holding no lock of the transceiver's but the cycle's (see
-        // the top of this file). A delegate that can't process deltas
-        // refuses them.
-        NSObject* delegate = pool->delegate();
-        bool accepted = delegate && delegate->respondsToSelector_(processDelta) &&
-                        delegate->performSelector_withObject_(processDelta, delta) != nullptr;
-        if (!accepted) {
-            LOG("delegate has refused to process delta");
-            round->release();
-            break;
+        LXDelta* delta = nullptr;
+        NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
+        NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
+        unarchiver->release();
+        if (object && object->isKindOfClass_(LXDelta::classObject())) delta = static_cast<LXDelta*>(object);
+        // A delta that can never be applied here would come first again in
+        // every cycle and hold back all behind it: it is kept aside and
+        // acknowledged instead.
+        if (NSString* reason = reasonToRefuse(delta)) {
+            if (!keepAside(delta, data, reason)) {
+                round->release();
+                break;
+            }
+        } else {
+            LXPool* pool;
+            {
+                NSLockScope held(_lock);
+                pool = static_cast<LXPool*>(
+                        NSAutorelease(NSRetain(_pools->objectForKey_(delta->pool()->poolName()))));
+            }
+            // Called holding no lock of the transceiver's but the cycle's
+            // (see the top of this file). A delegate that can't process
+            // deltas refuses them; a refusal leaves the delta at the relay,
+            // to be offered again.
+            NSObject* delegate = NSNil(pool, &LXPool::delegate);
+            bool accepted = delegate && delegate->respondsToSelector_(processDelta) &&
+                            delegate->performSelector_withObject_(processDelta, delta) != nullptr;
+            if (!accepted) {
+                LOG("delegate has refused to process delta");
+                round->release();
+                break;
+            }
         }
         if (!socket->sendInt_(1)) {
             // The relay keeps the delta and sends it again: delivered twice.
@@ -336,6 +349,54 @@ int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user)
     }
     socket->release();
     return processed == count ? processed : -1;
+}
+
+NSString* LXTransceiver::reasonToRefuse(LXDelta* delta) {
+    if (!delta) return "not a delta"_ns;
+    NSString* name = NSNil(delta->pool(), &LXPool::poolName);
+    if (!name || name->length() == 0) return "no pool"_ns;
+    bool registered;
+    {
+        NSLockScope held(_lock);
+        registered = _pools->objectForKey_(name) != nullptr;
+    }
+    if (!registered) {
+        LOG("pool %s not registered", textOf(name));
+        return NSString::stringWithFormat_("pool %s not registered", textOf(name));
+    }
+    if (!delta->contents()) return "no contents"_ns;
+    return nullptr;
+}
+
+bool LXTransceiver::keepAside(LXDelta* delta, NSData* archive, NSString* reason) {
+    NSLockScope held(_lock);
+    bool stored = refusedDeltas()->addDelta_archive_reason_(delta, archive, reason);
+    if (stored) {
+        LOG("delta kept aside in %s: %s: %s", LXRefusedDeltas::kContainerName, textOf(reason),
+            delta ? textOf(delta->description()) : "(does not decode)");
+    } else {
+        LOG("delta could not be kept aside (%s) - not acknowledged", textOf(reason));
+    }
+    return stored;
+}
+
+bool LXTransceiver::refuseDelta_reason_(LXDelta* delta, NSString* reason) {
+    if (!delta) return false;
+    NSMutableData* archive = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
+    NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(archive);
+    archiver->encodeObject_(delta);
+    archiver->release();
+    bool stored = keepAside(delta, archive, reason);
+    archive->release();
+    return stored;
+}
+
+LXRefusedDeltas* LXTransceiver::refusedDeltas() {
+    NSLockScope held(_lock);
+    // Opened when first needed, so that an installation that never refused
+    // a delta has no such files.
+    if (!_refusedDeltas) _refusedDeltas.adopt(LXRefusedDeltas::alloc()->init());
+    return NSAutorelease(NSRetain(_refusedDeltas.get()));
 }
 
 NSObject* LXTransceiver::performSelector_withObject_synchronized_(SEL sel, NSObject* object, bool) {
@@ -377,6 +438,8 @@ NS_CLASS_BEGIN(LXTransceiver, NSObject)
     NS_METHOD(performSelector_toTarget_withObject_withObject_synchronized_)
     NS_METHOD(startWithHost_)
     NS_METHOD(setLifetime_)
+    NS_METHOD(refuseDelta_reason_)
+    NS_METHOD(refusedDeltas)
     NS_FIELD(_deltaRepository)
     NS_FIELD(_pools)
     NS_FIELD(_user)

@@ -21,6 +21,7 @@
 #include "sync/LXDelta.h"
 #include "sync/LXDeltaRepository.h"
 #include "sync/LXPool.h"
+#include "sync/LXRefusedDeltas.h"
 #include "sync/LXUser.h"
 
 class LXTransceiver : public NSObject {
@@ -87,6 +88,17 @@ public:
     // Replaces the lifetime from any thread; the loop ends after the cycle
     // that finds it passed. nil: no end.
     void setLifetime_(NSDate* date);
+    // Keeps an incoming delta aside for good in the store of refused
+    // deltas ("_refused_"), with the reason, and logs it. For a delta that
+    // can never be applied here: whoever calls this answers processDelta:
+    // true afterwards, so that the relay lets it go and the deltas behind
+    // it come. False when it could not be stored (then it must not be
+    // acknowledged). The receive phase does the same itself for deltas
+    // that don't decode, name no pool or an unregistered one, or carry no
+    // contents.
+    bool refuseDelta_reason_(LXDelta* delta, NSString* reason);
+    // The store of refused deltas, opened on first use; autoreleased.
+    LXRefusedDeltas* refusedDeltas();
     // Tests shorten the pause between cycles.
     void setCheckInterval_(double seconds) { _checkInterval = seconds; }
     // The outgoing deltas waiting in the delta store.
@@ -117,6 +129,9 @@ private:
     // Removes the deltas from the store in one batch and empties the array.
     void removeDeltas(NSMutableArray* deltas);
     int32_t receivePhase(uint32_t port, NSString* host, LXUser* user);
+    // Why an incoming delta can never be applied here, or nil.
+    NSString* reasonToRefuse(LXDelta* delta);
+    bool keepAside(LXDelta* delta, NSData* archive, NSString* reason);
     bool lifetimeHasPassed();
 
     Ref<LXDeltaRepository> _deltaRepository;
@@ -125,6 +140,7 @@ private:
     Ref<NSLock> _lock;
     Ref<NSDate> _lifetime;
     Ref<NSString> _host;
+    Ref<LXRefusedDeltas> _refusedDeltas;
     // One cycle at a time; post:to: never takes it.
     std::mutex _cycleMutex;
     std::atomic<double> _checkInterval{kCheckInterval};

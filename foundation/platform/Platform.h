@@ -116,6 +116,45 @@ int64_t vtLaunchProgram(const char* path, const char* parameters, const char* di
 bool vtFileStatus(const char* path, bool* isDirectory);
 
 // ---------------------------------------------------------------------------
+// Lock files: one process per working directory.
+
+// Results of vtCreateFileExclusive.
+enum : int {
+    kVTFileCreated = 0,
+    kVTFileExists = 1,      // the file was there already; it is untouched
+    kVTFileNotCreated = 2,  // any other failure; no file is left behind
+};
+
+// Creates `path` holding `content` in one step that fails when the file
+// exists already (O_CREAT|O_EXCL; CreateFileA with CREATE_NEW), so that of
+// several processes racing for one name exactly one gets it.
+int vtCreateFileExclusive(const char* path, const std::string& content);
+
+// This process's id: getpid(), or GetCurrentProcessId() on Win32 (under
+// Wine a Windows id, unrelated to the Linux one).
+int64_t vtCurrentProcessId();
+// The kind of id vtCurrentProcessId answers, "posix" or "windows": one
+// kind can't be looked up with the other's calls.
+const char* vtProcessIdKind();
+// Whether a process of that id (of this flavour's kind) still runs.
+bool vtProcessIsRunning(int64_t processId);
+
+// From now on, removes the file `path` when the process ends: by exit() or
+// a return from main, and on Ctrl-C and requests to terminate (POSIX:
+// SIGINT, SIGTERM, SIGHUP, after which the signal takes its usual course;
+// Win32: the console control events, Ctrl-C, Ctrl-Break, close, log-off
+// and shut-down; a Winelib program, being a Linux process as well, also
+// on those signals, which then end it even where Wine would ignore them).
+// Only while the file still holds `content`: a file that
+// someone else has put in its place stays. One file per process; a second
+// call replaces the first. A relative path is taken relative to the
+// working directory of this call.
+void vtRemoveFileAtEnd(const char* path, const std::string& content);
+// Removes that file now, on the same condition, and forgets it. False if
+// no file was removed.
+bool vtRemoveFileAtEndNow();
+
+// ---------------------------------------------------------------------------
 // Sockets: blocking IPv4 TCP. POSIX sockets on Linux in both flavours (plain
 // POSIX sockets work inside a Winelib program), Winsock in a MinGW build.
 // A handle is a plain integer; kVTInvalidSocket stands for none.

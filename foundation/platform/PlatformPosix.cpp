@@ -17,6 +17,7 @@
 #include <mutex>
 
 #include "foundation/platform/Platform.h"
+#include "foundation/platform/PlatformEndFilePosix.inc"
 
 namespace {
 
@@ -325,6 +326,38 @@ bool vtFileStatus(const char* path, bool* isDirectory) {
     if (isDirectory) *isDirectory = S_ISDIR(info.st_mode);
     return true;
 }
+
+// ---------------------------------------------------------------------------
+// Lock files.
+
+int vtCreateFileExclusive(const char* path, const std::string& content) {
+    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) return errno == EEXIST ? kVTFileExists : kVTFileNotCreated;
+    bool ok = writeAll(fd, content.data(), content.size());
+    if (close(fd) != 0) ok = false;
+    if (ok) return kVTFileCreated;
+    unlink(path);
+    return kVTFileNotCreated;
+}
+
+int64_t vtCurrentProcessId() { return getpid(); }
+
+const char* vtProcessIdKind() { return "posix"; }
+
+bool vtProcessIsRunning(int64_t processId) {
+    if (processId <= 0 || processId > INT32_MAX) return false;
+    // EPERM: it runs, under another user.
+    return kill(static_cast<pid_t>(processId), 0) == 0 || errno == EPERM;
+}
+
+void vtRemoveFileAtEnd(const char* path, const std::string& content) {
+    std::string full = path;
+    char cwd[4096];
+    if (!full.empty() && full[0] != '/' && getcwd(cwd, sizeof cwd)) full = std::string(cwd) + "/" + full;
+    watchUnixEndFile(full.c_str(), content);
+}
+
+bool vtRemoveFileAtEndNow() { return removeUnixEndFile(); }
 
 // ---------------------------------------------------------------------------
 // Sockets.

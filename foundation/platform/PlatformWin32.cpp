@@ -7,6 +7,7 @@
 // windows.h pulls in, is told to prefix its names so that the two sets of
 // declarations don't collide.
 #include "foundation/platform/PlatformSocketsPosix.inc"
+#include "foundation/platform/PlatformEndFilePosix.inc"
 #define USE_WS_PREFIX
 #else
 // winsock2.h must precede windows.h, which would otherwise bring winsock.h.
@@ -20,6 +21,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "foundation/platform/Platform.h"
 
@@ -162,6 +164,117 @@ bool vtFileStatus(const char* path, bool* isDirectory) {
     if (attributes == INVALID_FILE_ATTRIBUTES) return false;
     if (isDirectory) *isDirectory = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     return true;
+}
+
+// ---------------------------------------------------------------------------
+// Lock files.
+
+int vtCreateFileExclusive(const char* path, const std::string& content) {
+    HANDLE file = CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        DWORD error = GetLastError();
+        return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS ? kVTFileExists : kVTFileNotCreated;
+    }
+    DWORD written = 0;
+    bool ok = WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr) &&
+              written == content.size();
+    if (!CloseHandle(file)) ok = false;
+    if (ok) return kVTFileCreated;
+    DeleteFileA(path);
+    return kVTFileNotCreated;
+}
+
+int64_t vtCurrentProcessId() { return GetCurrentProcessId(); }
+
+const char* vtProcessIdKind() { return "windows"; }
+
+bool vtProcessIsRunning(int64_t processId) {
+    if (processId <= 0 || processId > 0xFFFFFFFFll) return false;
+    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(processId));
+    // Denied: it exists, under another user.
+    if (!process) return GetLastError() == ERROR_ACCESS_DENIED;
+    DWORD code = 0;
+    bool running = GetExitCodeProcess(process, &code) && code == STILL_ACTIVE;
+    CloseHandle(process);
+    return running;
+}
+
+namespace {
+
+// What vtRemoveFileAtEnd watches. The console control handler runs on a
+// thread of its own, so the buffers are fixed and guarded by a flag that
+// only one caller can take.
+struct EndFile {
+    char path[MAX_PATH * 4];
+    char content[256];
+    DWORD length;
+};
+EndFile gEndFile;
+volatile LONG gEndFileArmed = 0;
+
+bool removeEndFile() {
+    if (InterlockedExchange(&gEndFileArmed, 0) == 0) return false;
+    HANDLE file = CreateFileA(gEndFile.path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    char found[sizeof gEndFile.content + 1];
+    DWORD got = 0;
+    bool read = ReadFile(file, found, sizeof found, &got, nullptr) != 0;
+    CloseHandle(file);
+    if (!read || got != gEndFile.length || std::memcmp(found, gEndFile.content, got) != 0) return false;
+    return DeleteFileA(gEndFile.path) != 0;
+}
+
+void removeEndFileAtExit() { removeEndFile(); }
+
+// Every event ends the process after the handlers: this one removes the
+// file and lets the next handler (in the end the default one, which calls
+// ExitProcess) have it.
+BOOL WINAPI removeEndFileOnControl(DWORD) {
+    removeEndFile();
+    return FALSE;
+}
+
+}  // namespace
+
+void vtRemoveFileAtEnd(const char* path, const std::string& content) {
+    static bool installed = false;
+    InterlockedExchange(&gEndFileArmed, 0);
+    char full[sizeof gEndFile.path];
+    DWORD length = GetFullPathNameA(path, sizeof full, full, nullptr);
+    if (length == 0 || length >= sizeof full || content.size() > sizeof gEndFile.content) return;
+    std::memcpy(gEndFile.path, full, length + 1);
+    std::memcpy(gEndFile.content, content.data(), content.size());
+    gEndFile.length = static_cast<DWORD>(content.size());
+    if (!installed) {
+        installed = true;
+        std::atexit(removeEndFileAtExit);
+        SetConsoleCtrlHandler(removeEndFileOnControl, TRUE);
+    }
+    InterlockedExchange(&gEndFileArmed, 1);
+#if defined(__WINE__)
+    // Under Wine the process is a Linux process as well: SIGTERM ends it
+    // without a Win32 notice, and SIGINT reaches no console handler of a
+    // windowed program. The Unix side watches the same file by its Unix
+    // name, and so does exit() of the Linux runtime.
+    std::vector<WCHAR> wide(length + 1);
+    MultiByteToWideChar(CP_ACP, 0, full, -1, wide.data(), static_cast<int>(wide.size()));
+    if (char* unixName = wine_get_unix_file_name(wide.data())) {
+        watchUnixEndFile(unixName, content);
+        HeapFree(GetProcessHeap(), 0, unixName);
+    }
+#endif
+}
+
+bool vtRemoveFileAtEndNow() {
+#if defined(__WINE__)
+    // Whichever side finds the file removes it; both forget it.
+    bool removedByUnixName = removeUnixEndFile();
+    return removeEndFile() || removedByUnixName;
+#else
+    return removeEndFile();
+#endif
 }
 
 // ---------------------------------------------------------------------------

@@ -3,15 +3,22 @@
 // user key and the workspace, and its exit statuses, judged by files and
 // log lines. Each directory gets a small configuration and a first-admin
 // key, written here with the product's own key code.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "app/VTUserKey.h"
 #include "foundation/Foundation.h"
@@ -156,6 +163,58 @@ TEST_F(ClientTest, ALockFileRefusesTheStartBeforeAnythingElse) {
     EXPECT_EQ(elsewhere.status, 0);
     EXPECT_TRUE(stopped(elsewhere.out)) << elsewhere.out;
     std::system(("rm -rf " + quoteShell(other)).c_str());
+}
+
+// A lock whose process is gone is not taken over: the refusal names the
+// process and how to remove the file. One made by a process of another
+// kind (vantor-admin's Linux ids) can't be checked from here and counts as
+// held.
+TEST_F(ClientTest, AStaleLockIsNamedAndLeftForTheUserToRemove) {
+    write("vantor.lock", "2147483000 windows\n");
+    vt_test::ProgramResult run = runClient();
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out,
+              "alert: Error: The lock file vantor.lock was left behind by process 2147483000, which no longer "
+              "runs. If nothing else works in this directory, delete vantor.lock and start again.\n");
+    EXPECT_EQ(read("vantor.lock"), "2147483000 windows\n");
+
+    write("vantor.lock", "2147483000 posix\n");
+    run = runClient();
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, kRefusal);
+}
+
+// The client waiting at an alert (no user key; under Wine's null driver
+// a message box waits for ever when nobody answers it) holds the lock,
+// made with its id. Ctrl-C (SIGINT) and SIGTERM end it, and it removes
+// the lock as it goes.
+TEST_F(ClientTest, CtrlCAndSigtermRemoveTheLock) {
+    ASSERT_EQ(std::system(("rm -f " + quoteShell(dir_ + "/userkey/admin.vuk")).c_str()), 0);
+    for (int signal : {SIGINT, SIGTERM}) {
+        pid_t client = fork();
+        if (client == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            unsetenv("VANTOR_NONINTERACTIVE");
+            int null = open("/dev/null", O_WRONLY);
+            dup2(null, 1);
+            if (chdir(dir_.c_str()) != 0) _exit(126);
+            execl(VANTOR_WINE, VANTOR_WINE, VANTOR_CLIENT_PATH, static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        ASSERT_GT(client, 0);
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!exists("vantor.lock") && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::string lock = read("vantor.lock");
+        EXPECT_EQ(lock.substr(lock.find(' ')), " windows\n") << lock;
+        // The alert comes after the lock: give the client time to reach it.
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        kill(client, signal);
+        int status = 0;
+        ASSERT_EQ(waitpid(client, &status, 0), client);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_FALSE(exists("vantor.lock")) << strsignal(signal);
+    }
 }
 
 TEST_F(ClientTest, AFirstRunSeedsContainerFilesByName) {

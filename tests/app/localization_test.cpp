@@ -23,6 +23,7 @@ std::string text(const char* key) {
 const char* const kKeys[] = {"error",
                              "login",
                              "alreadyrunning",
+                             "stalelock",
                              "novuk",
                              "novukfound",
                              "bt_new",

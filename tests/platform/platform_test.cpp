@@ -2,7 +2,9 @@
 // program is linked with (POSIX natively, Win32 under Wine). Paths are
 // relative, as the client's are: it works in its own working directory.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -98,6 +100,41 @@ TEST_F(PlatformTest, ListDirectory) {
     EXPECT_TRUE(names.empty());
 }
 
+TEST_F(PlatformTest, ExclusiveCreationHasOneWinner) {
+    EXPECT_EQ(vtCreateFileExclusive(path("lock").c_str(), "1 first\n"), kVTFileCreated);
+    EXPECT_EQ(vtCreateFileExclusive(path("lock").c_str(), "2 second\n"), kVTFileExists);
+    EXPECT_EQ(readAll(path("lock")), "1 first\n") << "the loser leaves the file alone";
+    EXPECT_EQ(vtCreateFileExclusive(path("missing/lock").c_str(), "x"), kVTFileNotCreated);
+}
+
+TEST(Platform, ProcessIds) {
+#ifdef VANTOR_TEST_WIN32
+    EXPECT_STREQ(vtProcessIdKind(), "windows");
+#else
+    EXPECT_STREQ(vtProcessIdKind(), "posix");
+    EXPECT_EQ(vtCurrentProcessId(), getpid());
+#endif
+    EXPECT_TRUE(vtProcessIsRunning(vtCurrentProcessId()));
+    EXPECT_FALSE(vtProcessIsRunning(2147483000)) << "beyond any id in use";
+    EXPECT_FALSE(vtProcessIsRunning(0));
+    EXPECT_FALSE(vtProcessIsRunning(-5));
+}
+
+// The file is removed only while it still holds what this process wrote.
+TEST_F(PlatformTest, RemovingAtEndOnlyTheOwnFile) {
+    ASSERT_EQ(vtCreateFileExclusive(path("lock").c_str(), "mine\n"), kVTFileCreated);
+    vtRemoveFileAtEnd(path("lock").c_str(), "mine\n");
+    EXPECT_TRUE(vtRemoveFileAtEndNow());
+    EXPECT_FALSE(vtFileExists(path("lock").c_str()));
+    EXPECT_FALSE(vtRemoveFileAtEndNow()) << "forgotten after the removal";
+
+    ASSERT_EQ(vtCreateFileExclusive(path("lock").c_str(), "mine\n"), kVTFileCreated);
+    vtRemoveFileAtEnd(path("lock").c_str(), "mine\n");
+    writeAll(path("lock"), "another process's\n");
+    EXPECT_FALSE(vtRemoveFileAtEndNow());
+    EXPECT_EQ(readAll(path("lock")), "another process's\n");
+}
+
 TEST(Platform, Environment) {
     setenv("VANTOR_PLATFORM_TEST", "value 1", 1);
     ASSERT_NE(vtGetEnv("VANTOR_PLATFORM_TEST"), nullptr);
@@ -114,6 +151,31 @@ TEST(Platform, ThreadIdsDiffer) {
     std::thread([&] { other = vtCurrentThreadId(); }).join();
     EXPECT_EQ(vtCurrentThreadId(), main) << "stable within a thread";
     EXPECT_NE(other, main);
+}
+
+// A process that ends by exit() or by SIGTERM, SIGINT or SIGHUP removes
+// its file, and one ended by a signal still reports that signal.
+TEST_F(PlatformTest, TheFileGoesAtExitAndOnTerminationSignals) {
+    for (int signal : {0, SIGTERM, SIGINT, SIGHUP}) {
+        std::string name = path("lock-" + std::to_string(signal));
+        pid_t child = fork();
+        if (child == 0) {
+            if (vtCreateFileExclusive(name.c_str(), "child\n") != kVTFileCreated) _exit(3);
+            vtRemoveFileAtEnd(name.c_str(), "child\n");
+            if (signal == 0) std::exit(0);
+            raise(signal);
+            _exit(4);
+        }
+        ASSERT_GT(child, 0);
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        if (signal == 0) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        } else {
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        }
+        EXPECT_FALSE(vtFileExists(name.c_str())) << signal;
+    }
 }
 
 TEST(Platform, NoWindowSystem) {

@@ -24,6 +24,9 @@
 
 #include <gtest/gtest.h>
 
+#include "foundation/Foundation.h"
+#include "storage/LXContainer.h"
+#include "sync/LXDelta.h"
 #include "tests/support/FaultProxy.h"
 #include "tests/support/RunProgram.h"
 
@@ -434,6 +437,54 @@ TEST_F(InstallationsTest, ClientKilledDuringSyncLosesNothing) {
     ASSERT_TRUE(c.syncDone(relay->port()));
     ASSERT_TRUE(b.syncDone(relay->port()));
     for (const Installation* i : {&a, &b, &c}) EXPECT_EQ(titlesWith(*i, "killed").size(), size_t(n)) << i->dir;
+}
+
+// Deltas that B could never apply, waiting in the relay's store ahead of a
+// real change (left there by a relay that still took them): B keeps them
+// aside, the change behind them arrives, and `deltas --refused` shows them.
+TEST_F(InstallationsTest, PoisonDeltasAtTheRelayAreKeptAsideAndTheRestArrives) {
+    relay->kill9();
+    {
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        NSString* stem = NSString::stringWithUTF8String_((root + "/relay/_relay_").c_str());
+        LXContainer* store = LXContainer::alloc()->initWithName_(stem);
+        LXUser* sender = LXUser::userWithString_("Mallory Mole/Nowhere/Void-x"_ns);
+        LXUser* bob = LXUser::userWithString_(NSString::stringWithUTF8String_(("Bob Baker/Sales/Demo-" + bobId).c_str()));
+        NSMutableDictionary* contents = NSMutableDictionary::dictionary();
+        contents->setObject_forKey_("delete"_ns, "action"_ns);
+        contents->setObject_forKey_("company"_ns, "sheet"_ns);
+        contents->setObject_forKey_("no-such-record"_ns, "objectId"_ns);
+        for (LXDelta* poison : {LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Other"_ns), sender, contents),
+                                LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Rk2pWn"_ns), sender, nullptr)}) {
+            poison->setAddressee_(bob);
+            EXPECT_GE(store->set_(poison), 0);
+        }
+        store->release();
+        pool->release();
+    }
+    ASSERT_TRUE(relay->start()) << relay->log();
+    std::string id = a.set("company", R"({"name": "Behind The Poison", "industry": "trade"})");
+    ASSERT_TRUE(a.syncDone(relay->port()));
+    ASSERT_TRUE(b.syncDone(relay->port()));
+    EXPECT_TRUE(b.records("company").count(id));
+    ProgramResult refused = b.admin("deltas --refused");
+    EXPECT_EQ(refused.status, 0) << refused.err;
+    std::vector<std::string> lines;
+    for (size_t start = 0, end; (end = refused.out.find('\n', start)) != std::string::npos; start = end + 1)
+        lines.push_back(refused.out.substr(start, end - start));
+    ASSERT_EQ(lines.size(), 2u) << refused.out;
+    EXPECT_EQ(valueOf(lines[0], "reason"), "pool Other not registered");
+    EXPECT_EQ(valueOf(lines[0], "from"), "Mallory Mole/Nowhere/Void-x");
+    EXPECT_EQ(valueOf(lines[0], "to"), bobId);
+    EXPECT_EQ(valueOf(lines[0], "action"), "delete");
+    EXPECT_EQ(valueOf(lines[0], "recordId"), "no-such-record");
+    EXPECT_NE(valueOf(lines[0], "refused"), "");
+    EXPECT_EQ(valueOf(lines[1], "reason"), "no contents");
+    EXPECT_EQ(valueOf(lines[1], "to"), bobId);
+    // Nothing is left at the relay for B, and the outgoing list is apart.
+    EXPECT_EQ(b.admin("sync --timeout 2 --port " + std::to_string(relay->port())).out,
+              "cycle 1: sent 0, received 0, waiting 0\n");
+    EXPECT_EQ(b.admin("deltas").out, "");
 }
 
 TEST_F(InstallationsTest, CutResetAndStalledConnectionsLoseNothing) {

@@ -445,6 +445,31 @@ TEST_F(RelayTest, DepositsThatCannotBeDeliveredAreRefused) {
     EXPECT_EQ(occurrences(relay.log(), "enqueued"), 0u);
 }
 
+// A delta its addressee could never process (no pool, another pool, no
+// contents) would stop every collect of that user: the relay takes none.
+TEST_F(RelayTest, DepositsTheAddresseeCannotProcessAreRefused) {
+    RelayProcess relay(dir);
+    auto addressed = [](LXPool* pool, NSObject* contents) {
+        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(pool, LXUser::userWithString_(ns(kSender)), contents);
+        d->setAddressee_(LXUser::userWithString_(ns(kJane)));
+        return d;
+    };
+    EXPECT_EQ(deposit(relay.port(), addressed(nullptr, ns("no pool"))), -1);
+    EXPECT_EQ(deposit(relay.port(), addressed(LXPool::poolWithName_(""_ns), ns("empty name"))), -1);
+    EXPECT_EQ(deposit(relay.port(), addressed(LXPool::poolWithName_("Rk2pWx"_ns), ns("other pool"))), -1);
+    EXPECT_EQ(deposit(relay.port(), addressed(LXPool::poolWithName_("Rk2pWn"_ns), nullptr)), -1);
+    EXPECT_EQ(deposit(relay.port(), delta("fine")), 1);
+    std::string prefix = std::string("deposit refused: ");
+    EXPECT_TRUE(relay.waitForLog("delta enqueued"));
+    std::string log = relay.log();
+    EXPECT_EQ(occurrences(log, prefix + "no pool: ((null)) " + kSender + " -> " + kJane + " (NSString)\n"), 1u) << log;
+    EXPECT_EQ(occurrences(log, prefix + "no pool: () " + kSender), 1u) << log;
+    EXPECT_EQ(occurrences(log, prefix + "unknown pool: (Rk2pWx) " + kSender), 1u) << log;
+    EXPECT_EQ(occurrences(log, prefix + "no contents: (Rk2pWn) " + kSender + " -> " + kJane + " ((null))\n"), 1u)
+            << log;
+    EXPECT_EQ(collect(relay.port(), "2").contents, words({"fine"}));
+}
+
 TEST_F(RelayTest, KillRightAfterAcknowledgementLosesNothing) {
     {
         RelayProcess relay(dir);

@@ -14,9 +14,11 @@
 #include <thread>
 #include <vector>
 
+#include "storage/LXContainer.h"
 #include "sync/LXSocket.h"
 #include "sync/LXTransceiver.h"
 #include "sync_test_support.h"
+#include "tests/support/TestSupport.h"
 
 using namespace synctest;
 
@@ -204,20 +206,88 @@ TEST_F(TransceiverTest, RefusalLeavesTheDeltaFirstAtTheRelay) {
     EXPECT_EQ(joined(delegate->seenNow()), "a\nb\nb\nb\nc\n");
 }
 
-TEST_F(TransceiverTest, UnknownPoolIsNeverAcknowledged) {
+// What can never be applied here is kept aside and acknowledged, so that
+// the deltas behind it arrive; the store of refused deltas keeps it with
+// the reason, and the bytes as they came when they don't decode.
+TEST_F(TransceiverTest, PoisonDeltasAreKeptAsideAndTheQueueMovesOn) {
     FakeRelay& r = startRelay();
-    r.enqueue(incoming("a", "elsewhere"));
-    EXPECT_EQ(cycle(r.port()), "should get 1 delta(s)\npool elsewhere not registered\n");
-    EXPECT_EQ(cycle(r.port()), "should get 1 delta(s)\npool elsewhere not registered\n");
-    EXPECT_EQ(r.waiting(), 1u);
-    EXPECT_TRUE(delegate->seenNow().empty());
+    r.enqueue(incoming("a"));
+    r.enqueue(ns("not a delta"));
+    r.enqueue(incoming("b", "elsewhere"));
+    r.enqueue(incoming("c", ""));
+    LXDelta* empty = incoming("d");
+    LXDelta* bare = LXDelta::deltaWithPool_sender_contents_(channel, empty->sender(), nullptr);
+    bare->setAddressee_(empty->addressee());
+    r.enqueue(bare);
+    r.enqueue(incoming("e"));
+    std::string log = cycle(r.port());
+    EXPECT_EQ(log,
+              "should get 6 delta(s)\n"
+              "delta kept aside in _refused_: not a delta: (does not decode)\n"
+              "pool elsewhere not registered\n"
+              "delta kept aside in _refused_: pool elsewhere not registered: (elsewhere) " +
+                      std::string(kOther) + " -> " + kMe + " (NSString)\n" +
+                      "delta kept aside in _refused_: no pool: () " + kOther + " -> " + kMe + " (NSString)\n" +
+                      "delta kept aside in _refused_: no contents: (Rk2pWn) " + kOther + " -> " + kMe +
+                      " ((null))\n");
+    EXPECT_EQ(joined(delegate->seenNow()), "a\ne\n");
+    EXPECT_EQ(joined(r.events()), "collect 2-b dummy_group\nack\nack\nack\nack\nack\nack\n");
+    EXPECT_EQ(r.waiting(), 0u);
+    EXPECT_TRUE(transceiver->lastCycleComplete());
+    EXPECT_EQ(transceiver->lastCycleReceived(), 6);
+
+    LXRefusedDeltas* refused = transceiver->refusedDeltas();
+    NSArray* ids = refused->sortedIds();
+    ASSERT_EQ(ids->count(), 4u);
+    std::vector<std::string> reasons;
+    for (uint32_t i = 0; i < ids->count(); i++) {
+        LXRefusedDelta* entry = refused->refusedDeltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
+        ASSERT_NE(entry, nullptr);
+        reasons.push_back(entry->reason()->UTF8String());
+        ASSERT_NE(entry->archive(), nullptr);
+        NSObject* again = decode(bytesOf(entry->archive()));
+        if (i == 0) {
+            EXPECT_EQ(entry->delta(), nullptr);
+            ASSERT_NE(again, nullptr);
+            EXPECT_EQ(std::string(again->description()->UTF8String()), "not a delta");
+        } else {
+            ASSERT_NE(entry->delta(), nullptr);
+            EXPECT_EQ(std::string(entry->delta()->description()->UTF8String()),
+                      again->description()->UTF8String());
+        }
+    }
+    EXPECT_EQ(joined(reasons), "not a delta\npool elsewhere not registered\nno pool\nno contents\n");
 }
 
-TEST_F(TransceiverTest, AnythingButADeltaIsNotReceived) {
+// A refused delta that can't be stored aside is not acknowledged: it stays
+// at the relay rather than being lost.
+TEST_F(TransceiverTest, PoisonThatCannotBeKeptAsideStaysAtTheRelay) {
     FakeRelay& r = startRelay();
-    r.enqueue(ns("not a delta"));
-    EXPECT_EQ(cycle(r.port()), "should get 1 delta(s)\ncould not receive delta\n");
+    transceiver->refusedDeltas();  // opened before the disk "fails"
+    r.enqueue(incoming("a", "elsewhere"));
+    LXContainer::failWriteForTesting(1);
+    std::string log = cycle(r.port());
+    LXContainer::failWriteForTesting(0);
+    EXPECT_NE(log.find("delta could not be kept aside (pool elsewhere not registered) - not acknowledged\n"),
+              std::string::npos)
+            << log;
     EXPECT_EQ(r.waiting(), 1u);
+    EXPECT_FALSE(transceiver->lastCycleComplete());
+    EXPECT_EQ(transceiver->refusedDeltas()->count(), 0u);
+}
+
+// Code that finds a delta it can never apply keeps it aside itself.
+TEST_F(TransceiverTest, RefuseDeltaKeepsItAsideWithTheReason) {
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_TRUE(transceiver->refuseDelta_reason_(incoming("x"), "unknown sheet"_ns)); }),
+              "delta kept aside in _refused_: unknown sheet: (Rk2pWn) " + std::string(kOther) + " -> " + kMe +
+                      " (NSString)\n");
+    EXPECT_FALSE(transceiver->refuseDelta_reason_(nullptr, "nothing"_ns));
+    NSArray* ids = transceiver->refusedDeltas()->sortedIds();
+    ASSERT_EQ(ids->count(), 1u);
+    LXRefusedDelta* entry = transceiver->refusedDeltas()->refusedDeltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(0)));
+    EXPECT_EQ(std::string(entry->reason()->UTF8String()), "unknown sheet");
+    EXPECT_EQ(std::string(entry->delta()->contents()->description()->UTF8String()), "x");
+    EXPECT_NE(entry->refused(), nullptr);
 }
 
 TEST_F(TransceiverTest, StalledRelayEndsTheCycleAtTheTimeOut) {

@@ -1,0 +1,187 @@
+// vantor.lock as vantor-admin takes it, the same code the client uses: two
+// commands started together in one installation, a stale lock, and the
+// ways a command waiting at its password prompt can be ended. Each command
+// runs on a terminal of its own (a pseudo-terminal), where it asks for the
+// password and waits, holding the lock.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "tests/support/RunProgram.h"
+
+#ifndef VANTOR_ADMIN_PATH
+#error "the build passes the path of vantor-admin as VANTOR_ADMIN_PATH"
+#endif
+
+namespace {
+
+using vt_test::quoteShell;
+
+// vantor-admin on a pseudo-terminal in `dir`, without VANTOR_PASSWORD.
+class OnTerminal {
+public:
+    OnTerminal(const std::string& dir, const char* command) {
+        _pid = forkpty(&_master, nullptr, nullptr, nullptr);
+        if (_pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            unsetenv("VANTOR_PASSWORD");
+            if (chdir(dir.c_str()) != 0) _exit(126);
+            execl(VANTOR_ADMIN_PATH, VANTOR_ADMIN_PATH, command, static_cast<char*>(nullptr));
+            _exit(127);
+        }
+    }
+    ~OnTerminal() {
+        if (_pid > 0) {
+            kill(_pid, SIGKILL);
+            waitpid(_pid, nullptr, 0);
+        }
+        if (_master >= 0) close(_master);
+    }
+    pid_t pid() const { return _pid; }
+    // Takes in what the program wrote within `ms`; false once it has
+    // closed its terminal.
+    bool drain(int ms) {
+        struct pollfd p{_master, POLLIN, 0};
+        if (poll(&p, 1, ms) <= 0) return true;
+        char buffer[512];
+        ssize_t n = read(_master, buffer, sizeof buffer);
+        if (n <= 0) return false;
+        _output.append(buffer, static_cast<size_t>(n));
+        return true;
+    }
+    // Reads what the program wrote until `text` appears, it ends, or 20 s.
+    bool waitForOutput(const std::string& text) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (_output.find(text) == std::string::npos) {
+            if (std::chrono::steady_clock::now() > deadline || !drain(100)) break;
+        }
+        return _output.find(text) != std::string::npos;
+    }
+    // Types on its terminal.
+    void type(const std::string& keys) { ASSERT_EQ(write(_master, keys.data(), keys.size()), ssize_t(keys.size())); }
+    // Waits for its end: the raw wait status, or -1 after 20 s.
+    int wait() {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        int status = 0;
+        while (waitpid(_pid, &status, WNOHANG) == 0) {
+            if (std::chrono::steady_clock::now() > deadline) return -1;
+            // Keeps the terminal from filling up.
+            if (!drain(10)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        _pid = -1;
+        return status;
+    }
+    const std::string& output() const { return _output; }
+
+private:
+    pid_t _pid = -1;
+    int _master = -1;
+    std::string _output;
+};
+
+class LockFileTest : public testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = vt_test::makeTempDir("vt-lock");
+        std::string script = std::string(VANTOR_SOURCE_DIR) + "/scripts/new-workdir.sh";
+        ASSERT_EQ(std::system(("bash " + quoteShell(script) + " " + quoteShell(dir_) + " >/dev/null 2>&1").c_str()), 0);
+    }
+    void TearDown() override { vt_test::removeTree(dir_); }
+    std::string lockPath() const { return dir_ + "/vantor.lock"; }
+    bool locked() const { return access(lockPath().c_str(), F_OK) == 0; }
+
+    std::string dir_;
+};
+
+// Both check and create in one step: of two commands started at the same
+// moment, one waits for its password holding the lock, the other is
+// refused naming the first.
+TEST_F(LockFileTest, OfTwoCommandsStartedTogetherExactlyOneRuns) {
+    OnTerminal first(dir_, "deltas");
+    OnTerminal second(dir_, "deltas");
+    OnTerminal* winner = nullptr;
+    OnTerminal* loser = nullptr;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!winner && std::chrono::steady_clock::now() < deadline) {
+        for (OnTerminal* t : {&first, &second}) {
+            t->drain(10);
+            if (t->output().find("Password: ") != std::string::npos) winner = t;
+        }
+    }
+    ASSERT_NE(winner, nullptr) << first.output() << second.output();
+    loser = winner == &first ? &second : &first;
+    int status = loser->wait();
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_NE(loser->output().find("vantor-admin: deltas: An instance of this application is already running in "
+                                   "the same working directory. (vantor.lock exists, made by process " +
+                                   std::to_string(winner->pid()) + ")"),
+              std::string::npos)
+            << loser->output();
+    EXPECT_EQ(loser->output().find("Password: "), std::string::npos);
+    EXPECT_EQ(vt_test::readFile(lockPath()), std::to_string(winner->pid()) + " posix\n");
+    // The winner goes on as usual once it has its password, and leaves no
+    // lock behind.
+    winner->type("vantor-demo\n");
+    status = winner->wait();
+    ASSERT_TRUE(WIFEXITED(status)) << winner->output();
+    EXPECT_EQ(WEXITSTATUS(status), 0) << winner->output();
+    EXPECT_FALSE(locked());
+}
+
+// Ctrl-C typed at the prompt (the terminal sends SIGINT) and SIGTERM both
+// end the command with their signal, and both remove the lock.
+TEST_F(LockFileTest, CtrlCAndSigtermAtThePasswordPromptRemoveTheLock) {
+    for (int signal : {SIGINT, SIGTERM}) {
+        OnTerminal command(dir_, "sync");
+        ASSERT_TRUE(command.waitForOutput("Password: ")) << command.output();
+        ASSERT_TRUE(locked());
+        if (signal == SIGINT) {
+            command.type("\x03");
+        } else {
+            kill(command.pid(), SIGTERM);
+        }
+        int status = command.wait();
+        ASSERT_TRUE(WIFSIGNALED(status)) << status;
+        EXPECT_EQ(WTERMSIG(status), signal);
+        EXPECT_FALSE(locked()) << strsignal(signal);
+    }
+}
+
+// A lock whose process is gone is not taken over: the refusal names the
+// process and says how to remove the file.
+TEST_F(LockFileTest, AStaleLockNamesItsProcessAndHowToRemoveIt) {
+    pid_t gone = fork();
+    if (gone == 0) _exit(0);
+    ASSERT_GT(gone, 0);
+    waitpid(gone, nullptr, 0);
+    std::string stale = std::to_string(gone) + " posix\n";
+    vt_test::writeFile(lockPath(), stale);
+    vt_test::ProgramResult run =
+            vt_test::runProgram("cd " + quoteShell(dir_) + " && VANTOR_PASSWORD=vantor-demo " +
+                                quoteShell(VANTOR_ADMIN_PATH) + " deltas");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "vantor-admin: deltas: The lock file vantor.lock was left behind by process " +
+                               std::to_string(gone) +
+                               ", which no longer runs. If nothing else works in this directory, delete "
+                               "vantor.lock and start again.\n");
+    EXPECT_EQ(vt_test::readFile(lockPath()), stale);
+
+    // Once removed, the command runs.
+    std::remove(lockPath().c_str());
+    run = vt_test::runProgram("cd " + quoteShell(dir_) + " && VANTOR_PASSWORD=vantor-demo " +
+                              quoteShell(VANTOR_ADMIN_PATH) + " deltas");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_FALSE(locked());
+}
+
+}  // namespace
