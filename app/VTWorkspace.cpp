@@ -12,6 +12,7 @@
 #include "sheets/LXListParser.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
+#include "storage/LXDataKey.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
 #include "toolkit/NSAlert.h"
@@ -35,12 +36,13 @@ NSString* textOfFile(NSString* path) {
     return text;
 }
 
-void showErrorAlert(const char* key) {
+void showErrorText(NSString* text) {
     NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
-            VTLocalizedString(NSString::stringWithUTF8String_(key)))
+            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, text)
             ->runModal();
 }
+
+void showErrorAlert(const char* key) { showErrorText(VTLocalizedString(NSString::stringWithUTF8String_(key))); }
 
 NSString* stringValue(NSDictionary* record, NSString* key) {
     NSObject* value = record ? record->objectForKey_(key) : nullptr;
@@ -65,7 +67,7 @@ NSArray* compileSource(NSString* path) {
     NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
     archiver->encodeObject_(root);
     archiver->release();
-    data->encryptWithKey_(kVTDataKey);
+    data->encryptWithKey_(LXDataKey());
     if (!data->writeToFile_atomically_(VTWorkspace::compiledConfigurationPath(), false))
         LOG("cannot write %s", VTWorkspace::compiledConfigurationPath()->UTF8String());
     data->release();
@@ -89,7 +91,7 @@ NSArray* VTWorkspace::configurationRowsFromFile_(NSString* path) {
     NSString* compiled = compiledConfigurationPath();
     if (!vtFileExists(compiled->UTF8String())) return nullptr;
     NSData* data = NSData::dataWithContentsOfFile_(compiled);
-    data->decryptWithKey_(kVTDataKey);
+    data->decryptWithKey_(LXDataKey());
     NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
     NSObject* root = unarchiver->decodeObject();
     NSObject* rows = nullptr;
@@ -132,10 +134,13 @@ VTWorkspace* VTWorkspace::initWithFile_userInfo_(NSString* path, NSDictionary* u
         rows = configurationRowsFromFile_(nullptr);
     }
     // Neither a source nor a readable compiled file: nothing to build a
-    // client on. The caller stops the start (see VTClient.cpp).
+    // client on, and the caller stops the start. The localized table has
+    // no text for this operator's mistake, so the message is English like
+    // the log.
     if (!rows) {
         LOG("no configuration: neither %s nor a readable %s", path ? path->UTF8String() : "(no source)",
             compiledConfigurationPath()->UTF8String());
+        showErrorText("No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or unreadable."_ns);
         release();
         return nullptr;
     }

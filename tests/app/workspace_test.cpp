@@ -101,7 +101,11 @@ TEST_F(WorkspaceTest, TheSourceWinsIsCompiledAndTheCompiledFileRunsAlone) {
 TEST_F(WorkspaceTest, WithoutAUsableConfigurationThereIsNoWorkspace) {
     std::string log;
     EXPECT_EQ(build(key("Ada Lovelace/Demo/Acme", "u1"), &log), nullptr);
-    EXPECT_EQ(log, "no configuration: neither conf/cro.vtr nor a readable conf/conf.vtr\n");
+    // The workspace tells the user itself, so that the client adds nothing.
+    EXPECT_EQ(log,
+              "no configuration: neither conf/cro.vtr nor a readable conf/conf.vtr\n"
+              "alert: Error: No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or "
+              "unreadable.\n");
 
     // A compiled file that doesn't decode is no configuration either.
     writeFile("conf/conf.vtr", "garbage that deciphers to no archive");
