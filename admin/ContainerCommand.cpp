@@ -40,6 +40,7 @@
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
 #include "storage/LXContainer.h"
+#include "storage/LXDataKey.h"
 #include "storage/LXManagedObject.h"
 #include "storage/NSUnarchiver.h"
 
@@ -99,7 +100,7 @@ bool readBlock(FILE* data, const Block& block, std::string* out) {
 // The caller releases the unarchiver, which owns the object.
 NSObject* decodeBlock(const std::string& bytes, NSUnarchiver** reader) {
     NSData* data = NSData::dataWithBytes_length_(bytes.data(), static_cast<uint32_t>(bytes.size()));
-    data->decryptWithKey_("Rk2pWn"_ns);
+    data->decryptWithKey_(LXDataKey());
     *reader = NSUnarchiver::alloc()->initForReadingWithData_(data);
     (*reader)->recordKeyOrder();
     return (*reader)->decodeObject();

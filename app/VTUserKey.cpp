@@ -6,10 +6,10 @@
 #include "app/VTLocalization.h"
 #include "foundation/NSData.h"
 #include "foundation/platform/Platform.h"
+#include "storage/LXDataKey.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
 
-NSString* const kVTDataKey = "Rk2pWn"_ns;
 
 bool VTUserKey::isKeyFileName_(NSString* name) {
     if (!name) return false;
@@ -27,7 +27,7 @@ NSMutableDictionary* VTUserKey::userKeyWithContentsOfFile_(NSString* path) {
     if (!path || !vtFileExists(path->UTF8String())) return nullptr;
     NSData* data = NSData::dataWithContentsOfFile_(path);
     if (data->length() == 0) return nullptr;
-    data->decryptWithKey_(kVTDataKey);
+    data->decryptWithKey_(LXDataKey());
     NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
     NSObject* object = unarchiver->decodeObject();
     // A damaged or foreign file decodes to nil, or, by chance, to some other
@@ -62,7 +62,7 @@ bool VTUserKey::writeUserKey_toFile_(NSDictionary* key, NSString* path) {
     NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
     archiver->encodeRootObject_(key);
     archiver->release();
-    data->encryptWithKey_(kVTDataKey);
+    data->encryptWithKey_(LXDataKey());
     bool written = data->writeToFile_atomically_(path, false);
     data->release();
     return written;

@@ -10,9 +10,6 @@
 #include "foundation/NSDictionary.h"
 #include "foundation/NSString.h"
 
-// The fixed data key of user keys and of the compiled configuration.
-extern NSString* const kVTDataKey;
-
 class VTUserKey : public NSObject {
     NS_DECLARE_CLASS(VTUserKey, NSObject)
 

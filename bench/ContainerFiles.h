@@ -9,6 +9,7 @@
 #include <string>
 
 #include "foundation/Foundation.h"
+#include "storage/LXDataKey.h"
 #include "storage/LXManagedObject.h"
 #include "storage/NSArchiver.h"
 
@@ -41,7 +42,7 @@ void writeContainerInBulk(const std::string& stem, int n, Make make) {
         NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(block);
         archiver->encodeObject_(managed);
         archiver->release();
-        block->encryptWithKey_("Rk2pWn"_ns);
+        block->encryptWithKey_(LXDataKey());
         std::string bytes = bytesOf(block);
         std::fwrite(bytes.data(), 1, bytes.size(), data);
         NSString* key = NSString::stringWithFormat_("%d", id);

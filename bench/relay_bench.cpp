@@ -86,7 +86,7 @@ LXDelta* saveDelta(int n) {
     contents->setObject_forKey_(fields, "fields"_ns);
     contents->setObject_forKey_("contacts"_ns, "sheet"_ns);
     contents->setObject_forKey_(record, "object"_ns);
-    LXDelta* delta = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Rk2pWn"_ns),
+    LXDelta* delta = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)),
                                                              LXUser::userWithString_(ns(kSender)), contents);
     delta->setAddressee_(LXUser::userWithString_(ns(kAddressee)));
     return delta;

@@ -62,7 +62,7 @@ void BM_Post(benchmark::State& state) {
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     WorkDir dir;
     LXTransceiver* t = LXTransceiver::alloc()->init();
-    LXPool* pool = LXPool::poolWithName_("Rk2pWn"_ns);
+    LXPool* pool = LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName));
     fill(t, pool, static_cast<int>(state.range(0)));
     LXUser* to = LXUser::userWithString_("Jane Doe/R&D/Acme-2"_ns);
     int i = 0;
@@ -80,7 +80,7 @@ void BM_FirstDelta(benchmark::State& state) {
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     WorkDir dir;
     LXTransceiver* t = LXTransceiver::alloc()->init();
-    fill(t, LXPool::poolWithName_("Rk2pWn"_ns), static_cast<int>(state.range(0)));
+    fill(t, LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)), static_cast<int>(state.range(0)));
     for (auto _ : state) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
         benchmark::DoNotOptimize(t->deltaRepository()->firstDelta());

@@ -17,13 +17,14 @@
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
 #include "foundation/platform/Platform.h"
+#include "storage/LXDataKey.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
 
 namespace {
 
 // The key of every block of a data file.
-NSString* blockKey() { return "Rk2pWn"_ns; }
+NSString* blockKey() { return LXDataKey(); }
 
 constexpr int32_t kOpenEnd = 0x7FFFFFFF;
 

@@ -7,6 +7,12 @@
 
 #include "foundation/NSData.h"
 #include "foundation/NSString.h"
+#include "storage/LXDataKey.h"
+
+NSString* LXDataKey() {
+    static NSString* const key = NSRetain(NSString::stringWithUTF8String_(kLXDataKey));
+    return key;
+}
 
 void NSData::encryptWithKey_(NSString* key) {
     // Empty data never looks at the key.

@@ -4,6 +4,7 @@
 
 #include "foundation/NSObject.h"
 #include "foundation/NSString.h"
+#include "storage/LXDataKey.h"
 
 class LXDelta;
 class LXUser;
@@ -15,7 +16,7 @@ public:
     // The name of the one pool the client replicates records through. The
     // relay accepts deltas of this pool only, since no addressee could
     // process any other.
-    static constexpr const char* kReplicationPoolName = "Rk2pWn";
+    static constexpr const char* kReplicationPoolName = kLXDataKey;
 
     // Retains the name. The class form answers the pool autoreleased.
     LXPool* initWithName_(NSString* name);
