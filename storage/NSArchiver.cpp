@@ -45,14 +45,14 @@ void NSArchiver::encodeBytes_length_(const void* bytes, uint32_t length) {
     if (_depth == 0) flush();
 }
 
+NSMutableData* NSArchiver::archivedDataWithRootObject_(NSObject* object) {
+    Ref<NSMutableData> data = NSMake<NSMutableData>();
+    NSMake<NSArchiver>(&NSArchiver::initForWritingWithMutableData_, data.get())->encodeRootObject_(object);
+    return NSAutorelease(data.leak());
+}
+
 bool NSArchiver::archiveRootObject_toFile_(NSObject* object, NSString* path) {
-    NSMutableData* data = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-    NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
-    archiver->encodeRootObject_(object);
-    archiver->release();
-    bool ok = data->writeToFile_atomically_(path, true);
-    data->release();
-    return ok;
+    return archivedDataWithRootObject_(object)->writeToFile_atomically_(path, true);
 }
 
 NS_CLASS_BEGIN(NSArchiver, NSCoder)
@@ -61,6 +61,7 @@ NS_CLASS_BEGIN(NSArchiver, NSCoder)
     NS_METHOD(encodeObject_)
     NS_METHOD(encodeRootObject_)
     NS_METHOD(encodeBytes_length_)
+    NS_CLASS_METHOD(archivedDataWithRootObject_)
     NS_CLASS_METHOD(archiveRootObject_toFile_)
     NS_FIELD(_data)
 NS_CLASS_END(NSArchiver)

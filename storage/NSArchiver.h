@@ -27,6 +27,8 @@ public:
     void encodeRootObject_(NSObject* object);
     // The 32-bit little-endian length, then the bytes.
     void encodeBytes_length_(const void* bytes, uint32_t length) override;
+    // The archive of the object in a new buffer; autoreleased.
+    static NSMutableData* archivedDataWithRootObject_(NSObject* object);
     // Encodes into a new buffer and writes it with writeToFile:atomically:
     // set; answers that operation's result.
     static bool archiveRootObject_toFile_(NSObject* object, NSString* path);

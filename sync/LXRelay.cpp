@@ -62,10 +62,11 @@
 #include "foundation/NSValue.h"
 #include "storage/NSArchiver.h"
 #include "sync/LXDelta.h"
+#include "sync/LXRelayProtocol.h"
 
 namespace {
 
-NSString* wireKey() { return NSString::stringWithUTF8String_(LXRelay::kWireKey); }
+NSString* wireKey() { return NSString::stringWithUTF8String_(LXRelayProtocol::kWireKey); }
 
 const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 
@@ -110,7 +111,7 @@ LXRelay* LXRelay::init() {
     for (int identifier : order) {
         // One pool per record: the built deltas and their mapping entries go
         // at once, so a queue of 100,000 never lives in memory as objects.
-        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        NSAutoreleasePoolScope pool;
         auto* delta = static_cast<LXDelta*>(_container->queryById_class_(identifier, LXDelta::classObject()));
         NSString* key = delta ? queueKeyOf(delta) : nullptr;
         if (key) {
@@ -120,7 +121,6 @@ LXRelay* LXRelay::init() {
             // Left in the store for an operator; it can be delivered to no one.
             LOG("stored delta %d has no addressee - not queued", identifier);
         }
-        pool->release();
     }
     LOG("%d delta(s) restored", restored);
     return this;
@@ -128,7 +128,7 @@ LXRelay* LXRelay::init() {
 
 LXRelay* LXRelay::relay() { return NSAutorelease(LXRelay::alloc()->init()); }
 
-uint32_t LXRelay::defaultPort() { return 8888; }
+uint32_t LXRelay::defaultPort() { return LXRelayProtocol::kDefaultPort; }
 
 void LXRelay::run() { runWithPort_(defaultPort()); }
 
@@ -142,24 +142,22 @@ bool LXRelay::lifetimeHasPassed() { return _lifetime && _lifetime->timeIntervalS
 void LXRelay::runWithPort_(uint32_t port) {
     _boundPort = 0;
     _bindFailed = false;
-    LXSocket* listener = LXSocket::alloc()->initWithEncryptionKey_(wireKey());
+    Ref<LXSocket> listener = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
     // A socket that binds but can't listen is as useless as one that
     // doesn't bind: both end the run the same way, rather than looping on
     // accepts that can only fail.
     if (!listener || !listener->bindToPort_(port) || !listener->listen_(10)) {
         LOG("socket not bound");
         _bindFailed = true;
-        NSRelease(listener);
         return;
     }
     // With port 0 the system picks the port: the log names the one bound,
     // so that whoever started the relay can find it.
     _boundPort = listener->localPort();
-    NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     for (;;) {
-        NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
+        NSAutoreleasePoolScope round;
         LOG("listening on port %d", static_cast<int>(_boundPort));
-        LXSocket* connection = listener->accept();
+        Ref<LXSocket> connection = adoptRef(listener->accept());
         if (!connection) {
             LOG("could accept connection");
             // accept fails at once while the cause lasts (no descriptors
@@ -167,14 +165,9 @@ void LXRelay::runWithPort_(uint32_t port) {
             NSThread::sleepForTimeInterval_(0.1);
         } else {
             serve(connection);
-            connection->release();
         }
-        bool last = lifetimeHasPassed();
-        round->release();
-        if (last) break;
+        if (lifetimeHasPassed()) break;
     }
-    outer->release();
-    listener->release();
 }
 
 void LXRelay::serve(LXSocket* connection) {
@@ -187,9 +180,9 @@ void LXRelay::serve(LXSocket* connection) {
     }
     NSLockScope held(_lock);
     LOG("new connection accepted - %d", command);
-    if (command == 1) {
+    if (command == LXRelayProtocol::kDeposit) {
         processIncoming_(connection);
-    } else if (command == 2) {
+    } else if (command == LXRelayProtocol::kCollect) {
         processOutgoing_(connection);
     } else {
         LOG("unknown command %d - connection closed", command);
@@ -229,7 +222,7 @@ void LXRelay::processIncoming_(LXSocket* socket) {
     }
     _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
     LOG("delta enqueued: %s, total users: %u", textOf(delta->description()), _index->dict()->count());
-    socket->sendInt_(1);
+    socket->sendInt_(LXRelayProtocol::kAcknowledged);
 }
 
 void LXRelay::processOutgoing_(LXSocket* socket) {
@@ -259,7 +252,7 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
         }
     } batch(_container);
     while (queue->count() > 0) {
-        NSAutoreleasePool* turn = NSAutoreleasePool::alloc()->init();
+        NSAutoreleasePoolScope turn;
         int identifier = static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue();
         NSObject* delta = _container->queryById_class_(identifier, LXDelta::classObject());
         if (!delta) {
@@ -270,19 +263,16 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
             // in its place or a closed connection.
             LOG("stored delta %d could not be read - skipped", identifier);
             queue->removeObjectAtIndex_(0);
-            turn->release();
             continue;
         }
         socket->sendObject_(delta);
-        if (socket->readInt() != 1) {
+        if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
             LOG("reception not committed");
-            turn->release();
             return;
         }
         queue->removeObjectAtIndex_(0);
         _container->delete_(delta);
         batch.deleted();
-        turn->release();
     }
 }
 

@@ -25,8 +25,6 @@ class LXRelay : public NSObject {
     NS_DECLARE_CLASS(LXRelay, NSObject)
 
 public:
-    // The key of data elements, the same as the transceiver's.
-    static constexpr const char* kWireKey = "Mq7Tarn";
     // The name of the relay's container in the working directory.
     static constexpr const char* kContainerName = "_relay_";
     // Deletes of acknowledged deltas per write of the store's index during

@@ -61,13 +61,14 @@
 #include "foundation/NSThread.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "sync/LXRelayProtocol.h"
 #include "sync/LXSocket.h"
 
 namespace {
 
 LXTransceiver* gDefaultTransceiver = nullptr;
 
-NSString* wireKey() { return NSString::stringWithUTF8String_(LXTransceiver::kWireKey); }
+NSString* wireKey() { return NSString::stringWithUTF8String_(LXRelayProtocol::kWireKey); }
 
 const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 
@@ -75,9 +76,8 @@ const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 
 void LXTransceiver::initialize() {
     if (gDefaultTransceiver) return;
-    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    NSAutoreleasePoolScope pool;
     gDefaultTransceiver = LXTransceiver::alloc()->init();
-    pool->release();
 }
 
 LXTransceiver* LXTransceiver::defaultTransceiver() {
@@ -151,14 +151,7 @@ void LXTransceiver::runUntilDate_(NSDate* date) {
     run();
 }
 
-uint32_t LXTransceiver::relayPort() {
-    // The relay class lives with the relay; looked up by name so that the
-    // client's transceiver doesn't depend on it.
-    Class relay = NSClassFromCString("LXRelay");
-    SEL sel = NS_SEL("defaultPort");
-    if (relay && relay->lookupClassMethod(sel)) return NSSendClass<uint32_t>(relay, sel);
-    return 8888;
-}
+uint32_t LXTransceiver::relayPort() { return LXRelayProtocol::kDefaultPort; }
 
 void LXTransceiver::run() { runWithPort_host_(relayPort(), "127.0.0.1"_ns); }
 
@@ -178,10 +171,12 @@ void LXTransceiver::runWithPort_host_(uint32_t port, NSString* host) {
     }
     _running = true;
     for (;;) {
-        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
-        checkWithPort_host_(port, host);
-        bool last = lifetimeHasPassed();
-        pool->release();
+        bool last;
+        {
+            NSAutoreleasePoolScope pool;
+            checkWithPort_host_(port, host);
+            last = lifetimeHasPassed();
+        }
         if (last) break;
         NSThread::sleepForTimeInterval_(_checkInterval);
     }
@@ -190,7 +185,7 @@ void LXTransceiver::runWithPort_host_(uint32_t port, NSString* host) {
 
 void LXTransceiver::checkWithPort_host_(uint32_t port, NSString* host) {
     std::lock_guard<std::mutex> cycle(_cycleMutex);
-    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    NSAutoreleasePoolScope pool;
     int counter = 1;
     int32_t waitingBefore = static_cast<int32_t>(deltaCount());
     bool sent = sendPhase(port, host, &counter);
@@ -198,7 +193,6 @@ void LXTransceiver::checkWithPort_host_(uint32_t port, NSString* host) {
     _lastCycleSent = waitingBefore - static_cast<int32_t>(deltaCount());
     _lastCycleReceived = received < 0 ? 0 : received;
     _lastCycleComplete = sent && received >= 0;
-    pool->release();
 }
 
 // Answers false when the phase ended at a delta that did not get through.
@@ -227,7 +221,7 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         ~Flush() { self->removeDeltas(deltas); }
     } flush{this, acknowledged};
     for (uint32_t sent = 0; sent < budget; sent++) {
-        NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
+        NSAutoreleasePoolScope round;
         LXDelta* delta;
         {
             NSLockScope held(_lock);
@@ -239,34 +233,20 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
             // (the disk may come back), and it holds back the others as a
             // refused delta would.
             LOG("stored delta could not be read");
-            round->release();
             return false;
         }
-        LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_(wireKey());
-        if (!socket || !socket->connect_port_(host, port)) {
-            NSRelease(socket);
-            round->release();
-            return false;
-        }
+        Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
+        if (!socket || !socket->connect_port_(host, port)) return false;
         LOG("sending delta %d", (*counter)++);
-        socket->sendInt_(1);
+        socket->sendInt_(LXRelayProtocol::kDeposit);
         socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
-        NSMutableData* data = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-        NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
-        archiver->encodeObject_(delta);
-        archiver->release();
-        socket->sendData_(data);
-        data->release();
-        if (socket->readInt() != 1) {
+        socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
+        if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
             LOG("reception not committed");
-            socket->release();
-            round->release();
             return false;
         }
         acknowledged->addObject_(delta);
         if (acknowledged->count() >= kRemovalBatch) removeDeltas(acknowledged);
-        socket->release();
-        round->release();
     }
     return true;
 }
@@ -284,71 +264,62 @@ void LXTransceiver::removeDeltas(NSMutableArray* deltas) {
 // Answers the number of deltas processed and acknowledged, or -1 when the
 // phase ended before all that the relay announced were.
 int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user) {
-    LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_(wireKey());
-    if (!socket || !socket->connect_port_(host, port)) {
-        NSRelease(socket);
-        return -1;
-    }
-    socket->sendInt_(2);
+    Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
+    if (!socket || !socket->connect_port_(host, port)) return -1;
+    socket->sendInt_(LXRelayProtocol::kCollect);
     socket->sendString_(NSNil(user, &LXUser::uniqueId));
-    socket->sendString_("dummy_group"_ns);
+    socket->sendString_(NSString::stringWithUTF8String_(LXRelayProtocol::kCollectGroup));
     int32_t count = socket->readInt();
     LOG("should get %d delta(s)", count);
     // A count that can't be read (broken or closed connection) reads as 0.
     int32_t processed = socket->isBroken() ? -1 : 0;
-    static const SEL processDelta = NSSelectorFromCString("processDelta:");
     for (int32_t i = 0; i < count; i++) {
-        NSAutoreleasePool* round = NSAutoreleasePool::alloc()->init();
-        NSData* data = socket->readData();
-        if (!data) {
-            // Nothing came (a broken connection): the relay keeps it.
-            LOG("could not receive delta");
-            round->release();
-            break;
-        }
-        LXDelta* delta = nullptr;
-        NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
-        NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
-        unarchiver->release();
-        if (object && object->isKindOfClass_(LXDelta::classObject())) delta = static_cast<LXDelta*>(object);
-        // A delta that can never be applied here would come first again in
-        // every cycle and hold back all behind it: it is kept aside and
-        // acknowledged instead.
-        if (NSString* reason = reasonToRefuse(delta)) {
-            if (!keepAside(delta, data, reason)) {
-                round->release();
-                break;
-            }
-        } else {
-            LXPool* pool;
-            {
-                NSLockScope held(_lock);
-                pool = static_cast<LXPool*>(
-                        NSAutorelease(NSRetain(_pools->objectForKey_(delta->pool()->poolName()))));
-            }
-            // Called holding no lock of the transceiver's but the cycle's
-            // (see the top of this file). A delegate that can't process
-            // deltas refuses them; a refusal leaves the delta at the relay,
-            // to be offered again.
-            NSObject* delegate = NSNil(pool, &LXPool::delegate);
-            bool accepted = delegate && delegate->respondsToSelector_(processDelta) &&
-                            delegate->performSelector_withObject_(processDelta, delta) != nullptr;
-            if (!accepted) {
-                LOG("delegate has refused to process delta");
-                round->release();
-                break;
-            }
-        }
-        if (!socket->sendInt_(1)) {
-            // The relay keeps the delta and sends it again: delivered twice.
-            round->release();
-            break;
-        }
+        NSAutoreleasePoolScope round;
+        if (!receiveOne(socket)) break;
         processed++;
-        round->release();
     }
-    socket->release();
     return processed == count ? processed : -1;
+}
+
+bool LXTransceiver::receiveOne(LXSocket* socket) {
+    static const SEL processDelta = NSSelectorFromCString("processDelta:");
+    NSData* data = socket->readData();
+    if (!data) {
+        // Nothing came (a broken connection): the relay keeps it.
+        LOG("could not receive delta");
+        return false;
+    }
+    LXDelta* delta = nullptr;
+    {
+        Ref<NSUnarchiver> unarchiver = NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, data);
+        NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
+        if (object && object->isKindOfClass_(LXDelta::classObject())) delta = static_cast<LXDelta*>(object);
+    }
+    // A delta that can never be applied here would come first again in
+    // every cycle and hold back all behind it: it is kept aside and
+    // acknowledged instead.
+    if (NSString* reason = reasonToRefuse(delta)) {
+        if (!keepAside(delta, data, reason)) return false;
+    } else {
+        LXPool* pool;
+        {
+            NSLockScope held(_lock);
+            pool = static_cast<LXPool*>(NSAutorelease(NSRetain(_pools->objectForKey_(delta->pool()->poolName()))));
+        }
+        // Called holding no lock of the transceiver's but the cycle's (see
+        // the top of this file). A delegate that can't process deltas
+        // refuses them; a refusal leaves the delta at the relay, to be
+        // offered again.
+        NSObject* delegate = NSNil(pool, &LXPool::delegate);
+        bool accepted = delegate && delegate->respondsToSelector_(processDelta) &&
+                        delegate->performSelector_withObject_(processDelta, delta) != nullptr;
+        if (!accepted) {
+            LOG("delegate has refused to process delta");
+            return false;
+        }
+    }
+    // Unsent, the relay keeps the delta and sends it again: delivered twice.
+    return socket->sendInt_(LXRelayProtocol::kAcknowledged);
 }
 
 NSString* LXTransceiver::reasonToRefuse(LXDelta* delta) {
@@ -382,13 +353,7 @@ bool LXTransceiver::keepAside(LXDelta* delta, NSData* archive, NSString* reason)
 
 bool LXTransceiver::refuseDelta_reason_(LXDelta* delta, NSString* reason) {
     if (!delta) return false;
-    NSMutableData* archive = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-    NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(archive);
-    archiver->encodeObject_(delta);
-    archiver->release();
-    bool stored = keepAside(delta, archive, reason);
-    archive->release();
-    return stored;
+    return keepAside(delta, NSArchiver::archivedDataWithRootObject_(delta), reason);
 }
 
 LXRefusedDeltas* LXTransceiver::refusedDeltas() {

@@ -22,14 +22,13 @@
 #include "sync/LXDeltaRepository.h"
 #include "sync/LXPool.h"
 #include "sync/LXRefusedDeltas.h"
+#include "sync/LXSocket.h"
 #include "sync/LXUser.h"
 
 class LXTransceiver : public NSObject {
     NS_DECLARE_CLASS(LXTransceiver, NSObject)
 
 public:
-    // The key of data elements on both hops.
-    static constexpr const char* kWireKey = "Mq7Tarn";
     // Seconds between the end of one cycle and the start of the next.
     static constexpr double kCheckInterval = 5.0;
 
@@ -113,8 +112,7 @@ public:
     bool lastCycleComplete() const { return _lastCycleComplete.load(); }
     // True while runWithPort:host: runs.
     bool isRunning() const { return _running.load(); }
-    // The relay's port: +[LXRelay defaultPort] when that class is linked in,
-    // else 8888.
+    // The relay's port (LXRelayProtocol::kDefaultPort).
     static uint32_t relayPort();
 
     LXTransceiver() = default;
@@ -129,6 +127,9 @@ private:
     // Removes the deltas from the store in one batch and empties the array.
     void removeDeltas(NSMutableArray* deltas);
     int32_t receivePhase(uint32_t port, NSString* host, LXUser* user);
+    // Reads, applies (or keeps aside) and acknowledges one delta of a
+    // collect; false when the phase must end there.
+    bool receiveOne(LXSocket* socket);
     // Why an incoming delta can never be applied here, or nil.
     NSString* reasonToRefuse(LXDelta* delta);
     bool keepAside(LXDelta* delta, NSData* archive, NSString* reason);
