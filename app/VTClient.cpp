@@ -95,66 +95,83 @@ void VTSeedDataDirectory() {
     }
 }
 
-int VTClientMain(void* instanceHandle) {
-    // Kept for window classes and icons.
-    sInstanceHandle = instanceHandle;
-    vtInitCommonControls();
+namespace {
 
-    // 1. The pool that lives until the end of the process.
-    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
-    // 2. The shared application object.
-    NSApplication::sharedApplication();
-    // 3. The localized table; every message goes through it from here on.
-    VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+// The lock of a running client, removed on every way out of the start-up
+// and of the message loop that follows it.
+class HeldLock {
+public:
+    HeldLock() = default;
+    ~HeldLock() { VTReleaseLock(); }
+    HeldLock(const HeldLock&) = delete;
+    HeldLock& operator=(const HeldLock&) = delete;
+};
 
-    // 4. One client per working directory. The client takes the lock
-    // itself, so that a second start in the same directory is refused as
-    // the message says; every normal end of the process removes it. A
-    // client that was killed leaves the file behind, and the next start
-    // says so and how to remove it.
+// Refuses a start for the lock, with the alert its state calls for;
+// answers whether this process now holds the lock.
+bool takeLockOrRefuse() {
+    // One client per working directory. The client takes the lock itself,
+    // so that a second start in the same directory is refused as the
+    // message says. A client that was killed leaves the file behind, and
+    // the next start says so and how to remove it.
     std::string holder;
     switch (VTTakeLock(&holder)) {
         case VTLockFileState::Taken:
-            break;
+            return true;
         case VTLockFileState::Running:
             showAlert("error", "alreadyrunning");
-            return 1;
+            return false;
         case VTLockFileState::Stale:
             NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
                     VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, VTStaleLockMessage(holder))
                     ->runModal();
-            return 1;
+            return false;
         case VTLockFileState::Failed:
             // An operator's matter, like a missing configuration: English.
             NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
                     VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
                     "vantor.lock can't be created in the working directory."_ns)
                     ->runModal();
-            return 1;
+            return false;
     }
+    return false;
+}
 
-    // 5. First-run seeding of data/ from data/init.
+}  // namespace
+
+int VTClientMain(void* instanceHandle) {
+    // Kept for window classes and icons.
+    sInstanceHandle = instanceHandle;
+    vtInitCommonControls();
+
+    // The pool that lives until the end of the process.
+    NSAutoreleasePoolScope pool;
+    // The shared application object, then the localized table: every
+    // message goes through it from here on.
+    NSApplication::sharedApplication();
+    VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+
+    if (!takeLockOrRefuse()) return 1;
+    HeldLock lock;
+
+    // First-run seeding of data/ from data/init.
     VTSeedDataDirectory();
 
-    // 6. The user key. The dictionary lives to the end of the process.
-    NSMutableDictionary* userKey = VTUserKey::discoverInDirectory_("userkey"_ns);
+    // The user key; the dictionary lives to the end of the process.
+    Ref<NSMutableDictionary> userKey = retainRef(VTUserKey::discoverInDirectory_("userkey"_ns));
     if (!userKey) {
         showAlert("error", "novukfound");
-        VTReleaseLock();
         return 1;
     }
-    userKey->retain();
 
-    // 7. The workspace: configuration, sheets and their records, and the
+    // The workspace: configuration, sheets and their records, and the
     // first user row on an empty user sheet.
-    VTWorkspace* workspace = VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, userKey);
+    Ref<VTWorkspace> workspace = retainRef(VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, userKey));
     if (!workspace) {
         // The workspace has logged and shown why (no data folder, a damaged
         // user store, no configuration).
-        VTReleaseLock();
         return 1;
     }
-    workspace->retain();
     NSArray* sheets = workspace->listOfSheets();
     LOG("workspace: %u sheets", sheets->count());
     for (uint32_t i = 0, n = sheets->count(); i < n; i++) {
@@ -164,9 +181,5 @@ int VTClientMain(void* instanceHandle) {
     }
 
     LOG("start-up ends after the workspace: the login window and the main window are not built yet");
-    VTReleaseLock();
-    workspace->release();
-    userKey->release();
-    pool->release();
     return 0;
 }
