@@ -231,7 +231,7 @@ bool VTWorkspace::firstUserStep() {
     }
     if (users->numberOfRows() > 0) return true;
 
-    // Step 5: the groups of a first user, in row order.
+    // The groups of a first user, in row order.
     NSMutableArray* adminGroups = NSMutableArray::array();
     NSMutableArray* allGroups = NSMutableArray::array();
     NSArray* groupRecords = groups ? groups->allObjectsSorted() : nullptr;
@@ -244,7 +244,7 @@ bool VTWorkspace::firstUserStep() {
         if (name->isEqual_("All"_ns)) allGroups->addObject_(id);
     }
 
-    // Step 6.1: the identity's parts. A user id without three parts or
+    // The identity's parts. A user id without three parts or
     // without two words in its name can't make a row that the rights
     // questions would ever find: no row is written, and the first rights
     // question ends the run with the nouserrow alert.

@@ -38,7 +38,8 @@ public:
     // could not be stored it logs and alerts why, releases the receiver and
     // answers nil.
     VTWorkspace* initWithFile_userInfo_(NSString* path, NSDictionary* userInfo);
-    // Only steps 1 and 3 of initWithFile:userInfo: on rows already read: no
+    // The sheets of rows already read, and nothing else of
+    // initWithFile:userInfo:: no
     // compiled file, no forms, no first-user step. For tools that look at a
     // configuration without changing an installation.
     VTWorkspace* initWithRows_userInfo_(NSArray* rows, NSDictionary* userInfo);
@@ -99,7 +100,7 @@ public:
     // At login: joinTransceiver, then the transceiver's thread on the host
     // it answers.
     void startTransceiver();
-    // Beyond the documented interface, for a headless tool that runs the
+    // For a headless tool that runs the
     // check cycles itself on its own thread: the replication pool (made if
     // need be) with the workspace as its delegate, registered with the
     // default transceiver; the current user given to the transceiver; and
@@ -117,7 +118,7 @@ public:
     // One delete delta for each other user.
     void synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet);
 
-    // Beyond the documented interface.
+    // Lookups for tools and tests.
     VTSheet* sheetNamed_(NSString* name);
     NSObject* pool() { return _pool; }
     NSDate* lastSyncBeep() { return _lastSyncBeep; }

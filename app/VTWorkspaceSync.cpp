@@ -69,7 +69,7 @@ private:
 }  // namespace
 
 LXPool* VTWorkspace::replicationPool() {
-    // The pool is documented as made at login. A commit that replicates
+    // The client makes the pool at login. A commit that replicates
     // before it (a tool working on the records without a transceiver
     // thread) still owes its deltas to the other users; with no pool they
     // would be dropped without a word, since a delta's post goes through

@@ -1,6 +1,6 @@
 // Sheets on tables of 10,000 and 100,000 records: loading a matrix from its
 // container, sortByField: on a text and on a reference field (against the
-// documented exchange sort on 10,000), the data source's filter with each
+// plain exchange sort on 10,000), the data source's filter with each
 // kind of filter and with all of them, and resolveValue:forField:.
 //
 // The stores are built once per run in a temporary directory, their files
@@ -220,7 +220,7 @@ void SortString(benchmark::State& state) { sortBench(state, "title"_ns); }
 void SortReference(benchmark::State& state) { sortBench(state, "owner"_ns); }
 
 // The peer: the same wrappers through sortedArrayUsingSelector: with
-// compareWithWrapper:, the documented path, which is an exchange sort.
+// compareWithWrapper:, the general path, which is an exchange sort.
 void SortStringDocumentedPath(benchmark::State& state) {
     Pool outer;
     World& w = world(static_cast<int>(state.range(0)));

@@ -83,7 +83,7 @@ int NSArray::indexOfObject_(NSObject* object) {
     }
     // Binary search: the argument is sent sortedBy with the element; 0 is a
     // hit, -1 goes lower, anything else higher. A nil argument answers 0 to
-    // every message, so it "finds" the middle element: the documented nil
+    // every message, so it "finds" the middle element: the nil
     // rule, kept as it is.
     int64_t low = 0, high = static_cast<int64_t>(_count) - 1;
     while (low <= high) {
@@ -144,7 +144,7 @@ TrustedOrder trustedOrder(SEL comparator, NSObject** elements, uint32_t count) {
 
 }  // namespace
 
-// The documented sort is an exchange sort that walks back after each
+// The sort is an exchange sort that walks back after each
 // exchange, in which only an answer of exactly 1 exchanges two neighbours:
 // stable, and quadratic. For a comparison that answers -1, 0 or 1
 // consistently, its result is the one stable sorted order, which a merge

@@ -22,11 +22,13 @@ bool hashDecidesEquality(Class cls) {
     return cls == string || cls == mutableString || cls == constantString || cls == number;
 }
 
-// The key looked for, with its hash taken once (step 1 of an insertion).
+// The key looked for, with its hash taken once (the first thing an
+// insertion does).
 struct KeyProbe {
     explicit KeyProbe(NSObject* k) : key(k), hash(k->hash()), hashDecides(hashDecidesEquality(k->class_())) {}
-    // The stored key asked isEqual: with the key looked for, in the
-    // documented direction.
+    // The stored key asked isEqual: with the key looked for, in that
+    // direction: a key whose isEqual: is not symmetric finds what it
+    // always found.
     bool matchedBy(NSObject* stored) const {
         if (hashDecides && stored != key && hashDecidesEquality(stored->class_()) && stored->hash() != hash) {
             return false;

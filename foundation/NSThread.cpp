@@ -138,8 +138,9 @@ void NSThread::sleepUntilDate_(NSObject* date) {
     if (seconds > 0) sleepForTimeInterval_(seconds);
 }
 
-// The platform's levels to doubles. Idle and time critical are the odd
-// ones out; their values are fixed by the documented table.
+// The platform's levels to doubles. Idle (-15) and time critical (15) are
+// the odd ones out: they map to 0.4 and 0.6, not to the ends of the scale,
+// and every program that reads priorities relies on those values.
 double NSThread::threadPriority() {
     int level = 0;
     if (!vtGetThreadPriority(&level)) {

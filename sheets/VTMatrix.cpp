@@ -411,7 +411,7 @@ namespace {
 // Whether every value orders by one known compare: (that of NSString, or
 // that of NSDate), so that a merge sort may stand in for the exchange sort
 // of sortedArrayUsingSelector: with the same, stable result. Any other mix
-// keeps the documented path, whose result is defined for any answers.
+// keeps the general path, whose result is defined for any answers.
 enum class SortKind { Strings, Dates, Other };
 
 SortKind sortKindOf(const std::vector<VTWrapper*>& wrappers) {

@@ -99,7 +99,7 @@ public:
     void markAsSeen_recordId_(bool seen, NSString* recordId);
     void markAsSeen_rowIndex_(bool seen, uint32_t row);
 
-    // Beyond the documented interface, for the sheet and for tests.
+    // For the sheet and for tests.
     NSString* name() { return _name; }
     LXContainer* container() { return _container; }
     NSMutableDictionary* fields() { return _fields; }

@@ -57,8 +57,7 @@ public:
     // is nil, with a log line naming the sheet and the cause.
     VTSheet* initWithArray_workspace_(NSArray* definition, NSObject* workspace);
 
-    // Read access to what the clauses stored, beyond the documented
-    // accessors.
+    // Read access to what the clauses stored.
     NSMutableSet* inView() { return _inView; }
     NSMutableDictionary* hiddenFields() { return _hiddenFields; }
     VTKeyedArrays* validation() { return _validation; }

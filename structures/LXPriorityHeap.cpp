@@ -27,7 +27,8 @@ void LXPriorityHeap::add_value_(int32_t key, NSObject* value) {
 
 void LXPriorityHeap::removeMinimum() {
     if (!_min) return;
-    // Held here until step 5: the root list lets go of it at remove:.
+    // Held here while the heap is rebuilt: the root list lets go of it at
+    // remove:.
     Ref<LXCircularNode> old = retainRef(_min);
     _roots->remove_(old);
     if (LXCircularList* sons = old->sons()) {

@@ -32,7 +32,7 @@ void NSOperationQueue::addOperation_(NSOperation* operation) {
     _lock->lock();
     uint32_t serial = gSerial.fetch_add(1) + 1;
     // In unsigned arithmetic: shifting a negative priority is undefined in
-    // C++, and the wrap-around is the documented key.
+    // C++, and the wrap-around is the key: higher priorities sort first.
     uint32_t shifted = static_cast<uint32_t>(priority) << 16;
     int32_t key = static_cast<int32_t>((0u - shifted) | serial);
     _heap->add_value_(key, operation);
@@ -56,7 +56,7 @@ void NSOperationQueue::waitUntilAllOperationsAreFinished() {
     _lock->unlock();
 }
 
-// The documented pause of 0.1 s, in slices, so that a queue being freed
+// The pause of 0.1 s between two looks at the queue, in slices, so that a queue being freed
 // doesn't wait out the whole pause.
 void NSOperationQueue::pause() {
     for (int i = 0; i < 10 && __atomic_load_n(&_running, __ATOMIC_ACQUIRE); i++) {

@@ -59,7 +59,7 @@ public:
     // only after the client's 1 for it.
     void processOutgoing_(LXSocket* socket);
 
-    // ---- Beyond the documented interface -------------------------------
+    // ---- For tools and tests ---------------------------------------------
 
     VTKeyedArrays* index() { return _index; }
     LXContainer* container() { return _container; }

@@ -91,7 +91,7 @@ public:
     // Autoreleased; nil if no data came or it doesn't decode.
     NSObject* readObject();
 
-    // ---- Beyond the documented interface -------------------------------
+    // ---- For tools and tests ---------------------------------------------
 
     NSString* encryptionKey() { return _encryptionKey; }
     uint32_t handle() const { return _m_socket; }

@@ -12,7 +12,7 @@
 //
 // So there are two locks, with one rule each:
 //
-// - `_lock`, the store lock (the documented `lock`), guards the delta store,
+// - `_lock`, the store lock (what `lock` and `unlock` take), guards the delta store,
 //   the store of refused deltas, the user and the pool table. post:to: holds it for setAddressee: and
 //   addDelta:. The cycle holds it only around single store steps (count,
 //   firstDelta, removeDelta:) and lookups. Rule: nothing that can wait for
@@ -34,7 +34,7 @@
 // container store.
 //
 // What the protocol requires is kept: the elements of each exchange go out
-// and are read in the documented order, a delta leaves the store only after
+// and are read in the order docs/wire-format.md gives, a delta leaves the store only after
 // the relay's 1 for it, and an incoming delta is acknowledged only after
 // processDelta: answered true. What changes is that a delta posted during a
 // cycle is stored at once instead of after the cycle; it may then go out in

@@ -75,7 +75,7 @@ public:
                                                                           NSObject* object1, NSObject* object2,
                                                                           bool synchronized);
 
-    // ---- Beyond the documented interface -------------------------------
+    // ---- For tools and tests ---------------------------------------------
 
     // Retains the host and detaches the thread that runs runWithHost: with
     // it (a platform thread: a Win32 thread in the client). False if no

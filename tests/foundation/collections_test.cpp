@@ -445,7 +445,7 @@ TEST_F(Collections, StringKeysListInTableOrder) {
     changeable->release();
     fixed->release();
 
-    // The documented pair: a (726) and k (736) share bucket 6 of 10 and list
+    // A known pair: a (726) and k (736) share bucket 6 of 10 and list
     // in the order they came.
     EXPECT_EQ(stringHash("a"), 726u);
     NSMutableDictionary* ak = NSMutableDictionary::dictionary();

@@ -504,8 +504,7 @@ TEST_F(NotificationTest, AnObserverWithAnObjectGetsOnlyPostsOfAnEqualObject) {
 }
 
 TEST_F(NotificationTest, ANameThatNoClassBearsReachesTheObserverAsNil) {
-    // The documented contract is that a posted name with observers has a
-    // class; without one the nil class makes a nil notification, and the
+    // A posted name with observers is expected to name a class; without one the nil class makes a nil notification, and the
     // observer is still called.
     center_->addObserver_selector_name_object_(a_, NS_SEL("observe:"), "VTNoSuchNotification"_ns,
                                                nullptr);

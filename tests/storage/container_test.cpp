@@ -149,7 +149,7 @@ TEST_F(ContainerTest, FirstFitByPosition) {
     EXPECT_EQ(offsetOnDisk(3), 550);
     EXPECT_EQ(box->size(), 800);
 
-    // The documented example, scaled: a hole of 250 between two blocks.
+    // A hole of 250 between two blocks is listed before the open end.
     ASSERT_TRUE(box->remove_(b));
     EXPECT_EQ(freeList(box), "(300,250)(800,2147483647)");
     EXPECT_EQ(box->freeBlockForLength_(250), 300);

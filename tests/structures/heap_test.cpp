@@ -183,7 +183,7 @@ TEST_F(HeapTest, TiesNewestOnAddScanAfterRemove) {
     EXPECT_EQ(tagOf(heap->minimum()), 3);
 }
 
-// The documented algorithm over vectors: a ring is its walk from the first
+// The same algorithm over vectors: a ring is its walk from the first
 // node, the nodes are indices.
 struct Model {
     struct Node {
