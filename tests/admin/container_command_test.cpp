@@ -32,14 +32,12 @@ class ContainerCommandTest : public ::testing::Test {
 protected:
     void SetUp() override {
         pool = NSAutoreleasePool::alloc()->init();
-        char pattern[] = "/tmp/vt-admin-container-XXXXXX";
-        dir = mkdtemp(pattern);
+        dir = vt_test::makeTempDir("vt-admin-container");
         stem = dir + "/box";
     }
     void TearDown() override {
         pool->release();
-        std::string command = "rm -rf '" + dir + "'";
-        ASSERT_EQ(system(command.c_str()), 0);
+        vt_test::removeTree(dir);
     }
 
     // Standard output and exit status; standard input from `input`.

@@ -11,6 +11,8 @@
 
 #include "app/VTLocalization.h"
 #include "foundation/Foundation.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 
@@ -119,16 +121,14 @@ class LanguageFile : public Localization {
 protected:
     void SetUp() override {
         Localization::SetUp();
-        char templ[] = "/tmp/vantor-language-XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
+        dir = vt_test::makeTempDir("vantor-language");
+        ASSERT_FALSE(dir.empty());
         ASSERT_NE(getcwd(oldDir, sizeof oldDir), nullptr);
         ASSERT_EQ(chdir(dir.c_str()), 0);
     }
     void TearDown() override {
         EXPECT_EQ(chdir(oldDir), 0);
-        std::string command = "rm -rf '" + dir + "'";
-        EXPECT_EQ(std::system(command.c_str()), 0);
+        vt_test::removeTree(dir);
         Localization::TearDown();
     }
     static void choose(const std::string& bytes) {
@@ -139,10 +139,8 @@ protected:
     // what it logged.
     static std::string chosen(std::string* log) {
         VTLocalization* localization = VTLocalization::localization();
-        testing::internal::CaptureStdout();
-        NSMutableDictionary* table = localization->localizedStrings();
-        fflush(stdout);
-        *log = testing::internal::GetCapturedStdout();
+        NSMutableDictionary* table = nullptr;
+        *log = vt_test::logOf([&] { table = localization->localizedStrings(); });
         if (table == localization->englishStrings()) return "en";
         if (table == localization->germanStrings()) return "de";
         if (table == localization->czechStrings()) return "cs";

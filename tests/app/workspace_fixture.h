@@ -21,6 +21,7 @@
 #include "sheets/VTTableDataSource.h"
 #include "storage/LXContainer.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/TempDir.h"
 
 using vt_test::logOf;
 
@@ -36,8 +37,7 @@ public:
 protected:
     void SetUp() override {
         pool = NSAutoreleasePool::alloc()->init();
-        char pattern[] = "/tmp/vantor-workspace-XXXXXX";
-        dir = mkdtemp(pattern);
+        dir = vt_test::makeTempDir("vantor-workspace");
         old = std::filesystem::current_path();
         std::filesystem::current_path(dir);
         for (const char* sub : {"conf", "data", "userkey"}) std::filesystem::create_directory(sub);

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "foundation/Foundation.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 
@@ -157,12 +158,7 @@ ChildResult runChild(const std::function<void()>& body) {
     return r;
 }
 
-std::string captureLog(const std::function<void()>& body) {
-    testing::internal::CaptureStdout();
-    body();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
+using vt_test::logOf;
 
 class ObjectTest : public testing::Test {
 protected:
@@ -287,7 +283,7 @@ TEST_F(ObjectTest, AnActionStartedByClassAndSelectorName) {
 TEST_F(ObjectTest, UnknownMessagesAreSwallowedSilently) {
     Probe* p = NSAutorelease(Probe::alloc());
     SEL unknown = NS_SEL("noSuchOperation:");
-    std::string log = captureLog([&] { EXPECT_EQ(p->performSelector_withObject_(unknown, p), nullptr); });
+    std::string log = logOf([&] { EXPECT_EQ(p->performSelector_withObject_(unknown, p), nullptr); });
     EXPECT_EQ(log, "");
     EXPECT_FALSE(p->respondsToSelector_(unknown));
     EXPECT_EQ(p->retainCount(), 1u);
@@ -355,14 +351,14 @@ TEST_F(ObjectTest, KeyAccessByNameAndTypeCode) {
     p->setValue_forKey_(nullptr, "object"_ns);
     EXPECT_EQ(o->retainCount(), 1u);
 
-    std::string log = captureLog([&] {
+    std::string log = logOf([&] {
         EXPECT_EQ(p->valueForKey_("nothing"_ns), nullptr);
         p->setValue_forKey_(NSNumber::numberWithInt_(1), "nothing"_ns);
     });
     EXPECT_EQ(log, "unknown attribute nothing\nunknown attribute nothing\n");
     // A key that is no string, sent by selector, names no field.
     NSNumber* badKey = NSNumber::numberWithInt_(7);
-    log = captureLog([&] {
+    log = logOf([&] {
         EXPECT_EQ(NSSend<NSObject*>(p, NS_SEL("valueForKey:"), badKey), nullptr);
         NSSend<void>(p, NS_SEL("setValue:forKey:"), NSNumber::numberWithInt_(1), badKey);
     });

@@ -10,17 +10,13 @@
 #include <vector>
 
 #include "foundation/Foundation.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 
 const std::string kUnsupportedLine = "unsupported Unicode character (> 0x07ff)\n";
 
-std::string logOf(const std::function<void()>& body) {
-    testing::internal::CaptureStdout();
-    body();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
+using vt_test::logOf;
 
 std::string repeatLine(int n) {
     std::string s;

@@ -399,10 +399,8 @@ TEST_F(ThreadsTest, RecursiveLockIsFreeForOthersOnlyWhenItsCountIsBackAtZero) {
     lock->unlock();  // an unlock too many is ignored
     EXPECT_EQ(lock->count(), 0);
 
-    testing::internal::CaptureStdout();
-    bool got = lock->tryLock();
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "unsupported tryLock\n");
+    bool got = false;
+    EXPECT_EQ(vt_test::logOf([&] { got = lock->tryLock(); }), "unsupported tryLock\n");
     EXPECT_FALSE(got);
     lock->release();
     user->release();
@@ -663,10 +661,8 @@ TEST_F(FilesTest, DirectoryContentsLeaveOutEveryNameBeginningWithAPoint) {
     ASSERT_EQ(names->count(), 1u);
     EXPECT_EQ(text(static_cast<NSString*>(names->objectAtIndex_(0))), "y");
 
-    testing::internal::CaptureStdout();
-    NSMutableArray* none = manager->directoryContentsAtPath_(ns(path("missing")));
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Couldn't open the directory\n");
+    NSMutableArray* none = nullptr;
+    EXPECT_EQ(vt_test::logOf([&] { none = manager->directoryContentsAtPath_(ns(path("missing"))); }), "Couldn't open the directory\n");
     ASSERT_NE(none, nullptr);
     EXPECT_EQ(none->count(), 0u);
 }
@@ -693,10 +689,8 @@ TEST_F(FilesTest, ContentsAtPathReadsEveryByteAcrossChunks) {
     NSFileManager* manager = NSFileManager::defaultManager();
     EXPECT_EQ(bytesOf(manager->contentsAtPath_(ns(path("blob")))), bytes);
 
-    testing::internal::CaptureStdout();
-    NSMutableData* missing = manager->contentsAtPath_(ns(path("missing")));
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "no log line for a missing file";
+    NSMutableData* missing = nullptr;
+    EXPECT_EQ(vt_test::logOf([&] { missing = manager->contentsAtPath_(ns(path("missing"))); }), "") << "no log line for a missing file";
     ASSERT_NE(missing, nullptr);
     EXPECT_EQ(missing->length(), 0u);
 }

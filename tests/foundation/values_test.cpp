@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "foundation/Foundation.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -274,14 +275,12 @@ class DataFiles : public Values {
 protected:
     void SetUp() override {
         Values::SetUp();
-        char templ[] = "/tmp/vantor-values-XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
+        dir = vt_test::makeTempDir("vantor-values");
+        ASSERT_FALSE(dir.empty());
     }
     void TearDown() override {
         if (mounted) umount(mountPoint.c_str());
-        std::string command = "rm -rf '" + dir + "'";
-        EXPECT_EQ(std::system(command.c_str()), 0);
+        vt_test::removeTree(dir);
         Values::TearDown();
     }
     std::string path(const char* name) { return dir + "/" + name; }

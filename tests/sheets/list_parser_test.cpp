@@ -12,6 +12,7 @@
 #include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSString.h"
 #include "sheets/LXListParser.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 
@@ -52,10 +53,8 @@ protected:
     static Outcome parse(const std::string& bytes, uint8_t openingToRead = 1) {
         NSString* text = NSAutorelease(NSString::alloc()->initWithBytes_length_(
                 bytes.data(), static_cast<uint32_t>(bytes.size())));
-        testing::internal::CaptureStdout();
-        NSMutableArray* list = LXListParser::listParserWithString_(text)->parse_(openingToRead);
-        std::fflush(stdout);
-        std::string log = testing::internal::GetCapturedStdout();
+        NSMutableArray* list = nullptr;
+        std::string log = vt_test::logOf([&] { list = LXListParser::listParserWithString_(text)->parse_(openingToRead); });
         return {render(list), log};
     }
     NSAutoreleasePool* pool = nullptr;

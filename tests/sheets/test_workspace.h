@@ -20,6 +20,7 @@
 #include "foundation/NSString.h"
 #include "sheets/VTTableDataSource.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/TempDir.h"
 
 using vt_test::logOf;
 
@@ -96,8 +97,7 @@ class SheetsTest : public testing::Test {
 protected:
     void SetUp() override {
         pool = NSAutoreleasePool::alloc()->init();
-        char pattern[] = "/tmp/vantor-sheets-XXXXXX";
-        dir = mkdtemp(pattern);
+        dir = vt_test::makeTempDir("vantor-sheets");
         old = std::filesystem::current_path();
         std::filesystem::current_path(dir);
         std::filesystem::create_directory("data");

@@ -17,6 +17,7 @@
 #include "foundation/NSValue.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 
@@ -66,10 +67,8 @@ NSObject* unarchive(const std::string& bytes, uint32_t* end = nullptr) {
 
 // Decoding that must fail: nil, and exactly this log line.
 void expectRefused(const std::string& bytes, const std::string& line) {
-    testing::internal::CaptureStdout();
-    NSObject* object = unarchive(bytes);
-    std::fflush(stdout);
-    std::string out = testing::internal::GetCapturedStdout();
+    NSObject* object = nullptr;
+    std::string out = vt_test::logOf([&] { object = unarchive(bytes); });
     EXPECT_EQ(object, nullptr) << hex(bytes);
     EXPECT_EQ(out, line + "\n") << hex(bytes);
 }
@@ -230,19 +229,16 @@ TEST_F(Archive, ObjectsWithoutABody) {
     // The name alone is written; reading logs and gives nil, and a nil
     // dictionary value removes its entry, without unsettling the stream.
     NSObject* plain = NSAutorelease(NSObject::alloc()->init());
-    testing::internal::CaptureStdout();
-    std::string bytes = archive(plain);
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "encodeWithCoder -- abstract!\n");
+    std::string bytes = {};
+    EXPECT_EQ(vt_test::logOf([&] { bytes = archive(plain); }), "encodeWithCoder -- abstract!\n");
     EXPECT_EQ(bytes, name("NSObject"));
 
     std::string dict = name("NSMutableDictionary") + archive(NSNumber::numberWithInt_(2)) + archive(str("gone")) +
                        name("NSObject") + archive(str("kept")) + archive(str("v"));
-    testing::internal::CaptureStdout();
     uint32_t end = 0;
-    auto* d = static_cast<NSDictionary*>(unarchive(dict, &end));
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "initWithCoder -- abstract!\n");
+    NSDictionary* d = nullptr;
+    EXPECT_EQ(vt_test::logOf([&] { d = static_cast<NSDictionary*>(unarchive(dict, &end)); }),
+              "initWithCoder -- abstract!\n");
     ASSERT_NE(d, nullptr);
     EXPECT_EQ(d->count(), 1u);
     EXPECT_TRUE(d->objectForKey_(str("kept"))->isEqual_(str("v")));
@@ -304,10 +300,7 @@ TEST_F(Archive, MalformedArchivesAreRefused) {
     ASSERT_NE(at, std::string::npos);
     bad[at] = 7;  // the value's number field now claims 7 bytes
     EXPECT_NE(unarchive(good), nullptr);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(unarchive(bad), nullptr);
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("NSUnarchiver: ", 0), 0u);
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(unarchive(bad), nullptr); }).rfind("NSUnarchiver: ", 0), 0u);
 
     // Dates and sets check the shape of what they take.
     expectRefused(name("NSDate") + archive(str("2024-01-31")), "NSUnarchiver: date that is not a date text at byte 24");
@@ -324,16 +317,12 @@ TEST_F(Archive, NestingIsLimited) {
     // The count objects nest one level below their array, as do the
     // elements: an array chain of d arrays is d + 1 levels deep.
     EXPECT_NE(unarchive(nested(NSUnarchiver::kMaxDepth)), nullptr);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(unarchive(nested(NSUnarchiver::kMaxDepth + 1)), nullptr);
-    std::fflush(stdout);
-    std::string out = testing::internal::GetCapturedStdout();
+    std::string out = vt_test::logOf([&] { EXPECT_EQ(unarchive(nested(NSUnarchiver::kMaxDepth + 1)), nullptr); });
     EXPECT_EQ(out.rfind("NSUnarchiver: objects nested deeper than 1000 at byte ", 0), 0u) << out;
     // Far deeper input is refused as cheaply.
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(unarchive(nested(200000)), nullptr);
-    std::fflush(stdout);
-    testing::internal::GetCapturedStdout();
+    vt_test::logOf([&] {
+        EXPECT_EQ(unarchive(nested(200000)), nullptr);
+    });
 }
 
 TEST_F(Archive, DecodedObjectsBelongToTheUnarchiver) {
@@ -350,10 +339,9 @@ TEST_F(Archive, DecodedObjectsBelongToTheUnarchiver) {
     EXPECT_EQ(object->retainCount(), 1u);
     EXPECT_EQ(unarchiver->pos(), bytes.size());
     // Past the end: the next object is refused, the first stays valid.
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(unarchiver->decodeObject(), nullptr);
-    std::fflush(stdout);
-    testing::internal::GetCapturedStdout();
+    vt_test::logOf([&] {
+        EXPECT_EQ(unarchiver->decodeObject(), nullptr);
+    });
     object->retain();
     unarchiver->release();
     EXPECT_EQ(static_cast<NSArray*>(object)->count(), 1u);
@@ -384,14 +372,13 @@ TEST_F(Archive, Files) {
 
 TEST_F(Archive, AbstractCoder) {
     NSCoder* coder = static_cast<NSCoder*>(NSCoder::classObject()->alloc()->init());
-    testing::internal::CaptureStdout();
-    coder->encodeObject_(str("x"));
-    EXPECT_EQ(coder->decodeObject(), nullptr);
-    coder->encodeBytes_length_("x", 1);
     uint32_t length = 7;
-    EXPECT_EQ(coder->decodeBytesWithReturnedLength_(&length), nullptr);
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(vt_test::logOf([&] {
+                  coder->encodeObject_(str("x"));
+                  EXPECT_EQ(coder->decodeObject(), nullptr);
+                  coder->encodeBytes_length_("x", 1);
+                  EXPECT_EQ(coder->decodeBytesWithReturnedLength_(&length), nullptr);
+              }),
               "encodeObject -- abstract!\ndecodeObject -- abstract!\nencodeBytes -- abstract!\n"
               "decodeBytes -- abstract!\n");
     coder->release();

@@ -18,6 +18,7 @@
 #include "foundation/Foundation.h"
 #include "storage/LXContainer.h"
 #include "storage/LXManagedObject.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -98,14 +99,12 @@ class CrashTest : public ::testing::Test {
 protected:
     void SetUp() override {
         pool = NSAutoreleasePool::alloc()->init();
-        char pattern[] = "/tmp/vt-crash-XXXXXX";
-        dir = mkdtemp(pattern);
+        dir = vt_test::makeTempDir("vt-crash");
         stem = dir + "/crash";
     }
     void TearDown() override {
         pool->release();
-        std::string command = "rm -rf '" + dir + "'";
-        ASSERT_EQ(system(command.c_str()), 0);
+        vt_test::removeTree(dir);
     }
     NSAutoreleasePool* pool = nullptr;
     std::string dir;

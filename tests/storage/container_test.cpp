@@ -21,6 +21,7 @@
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -67,15 +68,13 @@ class ContainerTest : public ::testing::Test {
 protected:
     void SetUp() override {
         pool = NSAutoreleasePool::alloc()->init();
-        char pattern[] = "/tmp/vt-container-XXXXXX";
-        dir = mkdtemp(pattern);
+        dir = vt_test::makeTempDir("vt-container");
         stem = dir + "/box";
     }
     void TearDown() override {
         LXContainer::failWriteForTesting(0);
         pool->release();
-        std::string command = "rm -rf '" + dir + "'";
-        ASSERT_EQ(system(command.c_str()), 0);
+        vt_test::removeTree(dir);
     }
 
     LXContainer* open() { return LXContainer::containerWithName_(ns(stem)); }
@@ -365,10 +364,7 @@ TEST_F(ContainerTest, FailedWrites) {
     // The block can't be written: nothing changes, and the object gets no id.
     LXManagedObject* second = objectOfLength(300);
     LXContainer::failWriteForTesting(1);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(box->store_type_(second, "T"_ns), -1);
-    fflush(stdout);
-    std::string log = testing::internal::GetCapturedStdout();
+    std::string log = vt_test::logOf([&] { EXPECT_EQ(box->store_type_(second, "T"_ns), -1); });
     EXPECT_EQ(log.rfind("LXContainer " + stem + ": can't write a block of ", 0), 0u) << log;
     EXPECT_NE(log.find(" bytes at 300\n"), std::string::npos) << log;
     EXPECT_EQ(second->uniqueId(), nullptr);
@@ -396,11 +392,10 @@ TEST_F(ContainerTest, FailedWrites) {
     LXContainer::failWriteForTesting(0);
     LXManagedObject* forged = objectOfLength(300);
     forged->setObject_forKeyPath_("x"_ns, "__meta.id"_ns);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(box->store_(forged), -1);
-    EXPECT_FALSE(box->remove_(forged));
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(vt_test::logOf([&] {
+        EXPECT_EQ(box->store_(forged), -1);
+        EXPECT_FALSE(box->remove_(forged));
+    }),
               "LXContainer " + stem + ": refusing to store an object whose id is not a positive number\n");
     EXPECT_FALSE(LXContainer::containerWithName_(ns(stem))->isDamaged());
 }
@@ -415,10 +410,8 @@ TEST_F(ContainerTest, MissingIndexBesideItsTemporaryFileIsRenamedAtOpen) {
         box->store_(objectOfLength(300));
     }
     ASSERT_EQ(rename(indexPath().c_str(), (indexPath() + ".tmp").c_str()), 0);
-    testing::internal::CaptureStdout();
-    LXContainer* box = open();
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "LXContainer " + stem +
+    LXContainer* box = nullptr;
+    EXPECT_EQ(vt_test::logOf([&] { box = open(); }), "LXContainer " + stem +
                                                               ": the index was missing; completed the rename of " +
                                                               indexPath() + ".tmp\n");
     EXPECT_FALSE(box->isDamaged());
@@ -539,10 +532,8 @@ TEST_F(ContainerTest, DamagedStoresAreReportedAndLeftUntouched) {
         std::string tmp = readFile(s + ".vci.tmp");
         bool hadData = exists(s + ".vcd");
 
-        testing::internal::CaptureStdout();
-        LXContainer* box = LXContainer::containerWithName_(ns(s));
-        fflush(stdout);
-        std::string log = testing::internal::GetCapturedStdout();
+        LXContainer* box = nullptr;
+        std::string log = vt_test::logOf([&] { box = LXContainer::containerWithName_(ns(s)); });
         std::string why = c.expectedLine;
         if (why.rfind("%s", 0) == 0) why = s + why.substr(2);
         // The decoder may say why first; the container's line ends the log.
@@ -574,10 +565,8 @@ TEST_F(ContainerTest, LostFreeTailIsReportedButNotDamage) {
     box->store_(b);
     box->remove_(b);
     truncate(dataPath().c_str(), 300);
-    testing::internal::CaptureStdout();
-    LXContainer* again = open();
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    LXContainer* again = nullptr;
+    EXPECT_EQ(vt_test::logOf([&] { again = open(); }),
               "LXContainer " + stem + ": the data file holds 300 bytes, the index recorded 600; the tail held no object\n");
     EXPECT_FALSE(again->isDamaged());
     EXPECT_EQ(again->store_(objectOfLength(300)), 3);

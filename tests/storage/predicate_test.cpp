@@ -14,6 +14,8 @@
 #include "storage/LXDynamicProxy.h"
 #include "storage/LXPredicate.h"
 #include "storage/LXProxy.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 
@@ -80,10 +82,7 @@ TEST_F(PredicateTest, ComparisonTypes) {
 
 TEST_F(PredicateTest, AbstractPredicateAndExpressions) {
     NSPredicate* abstract = static_cast<NSPredicate*>(NSAutorelease(NSPredicate::alloc()->init()));
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(abstract->evaluateWithObject_("x"_ns));
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "abstract predicate\n");
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(abstract->evaluateWithObject_("x"_ns)); }), "abstract predicate\n");
 
     LXManagedObject* record = LXManagedObject::managedObject();
     record->setObject_forKeyPath_(num(12), "__meta.id"_ns);
@@ -197,11 +196,10 @@ TEST_F(PredicateTest, DynamicProxyFieldsByName) {
     EXPECT_EQ(p->ivars()->objectForKey_("title"_ns), NSNull::null()) << "nil is stored as the null";
     EXPECT_EQ(text(p), text(p->ivars()));
 
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(NSSend<NSObject*>(p, NS_SEL("frobnicate")), nullptr);
-    NSSend<void>(p, NS_SEL("set"));  // no field name in it
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(vt_test::logOf([&] {
+        EXPECT_EQ(NSSend<NSObject*>(p, NS_SEL("frobnicate")), nullptr);
+        NSSend<void>(p, NS_SEL("set"));  // no field name in it
+    }),
               "unsupported selector: frobnicate\nunsupported selector: set\n");
     // The rule is mechanical: "set:with:" names the field ":with".
     NSSend<void>(p, NS_SEL("set:with:"), "a"_ns, "b"_ns);
@@ -236,14 +234,12 @@ class ContainerPredicateTest : public PredicateTest {
 protected:
     void SetUp() override {
         PredicateTest::SetUp();
-        char pattern[] = "/tmp/vt-predicate-XXXXXX";
-        dir = mkdtemp(pattern);
+        dir = vt_test::makeTempDir("vt-predicate");
         box = LXContainer::containerWithName_(ns(dir + "/box"));
     }
     void TearDown() override {
         PredicateTest::TearDown();
-        std::string command = "rm -rf '" + dir + "'";
-        ASSERT_EQ(system(command.c_str()), 0);
+        vt_test::removeTree(dir);
     }
     std::string dir;
     LXContainer* box = nullptr;

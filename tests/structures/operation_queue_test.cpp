@@ -10,6 +10,7 @@
 
 #include "foundation/Foundation.h"
 #include "structures/NSOperationQueue.h"
+#include "tests/support/LogCapture.h"
 
 namespace {
 
@@ -108,11 +109,10 @@ TEST_F(OperationQueueTest, PlainOperationDefaults) {
     EXPECT_EQ(queue->maxConcurrentCount(), 4);
     queue->setMaxConcurrentOperationCount_(2);
     EXPECT_EQ(queue->maxConcurrentCount(), 2);
-    testing::internal::CaptureStdout();
-    op->main();
-    op->start();
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(vt_test::logOf([&] {
+        op->main();
+        op->start();
+    }),
               "operation's main method executed\noperation's start method executed\n");
 }
 
@@ -185,15 +185,14 @@ NS_CLASS_END(Repeater)
 
 TEST_F(OperationQueueTest, OperationThatNeverFinishesStaysAndMainRepeats) {
     Repeater* op = static_cast<Repeater*>(NSAutorelease(Repeater::alloc()->init()));
-    testing::internal::CaptureStdout();
-    queue->addOperation_(op);
-    for (int i = 0; i < 500 && op->_calls.load() < 50; i++) NSThread::sleepForTimeInterval_(0.01);
-    EXPECT_GE(op->_calls.load(), 50);
-    EXPECT_EQ(queue->operationCount(), 1u);
-    queue->release();  // waits for the worker to leave main
-    queue = nullptr;
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(vt_test::logOf([&] {
+        queue->addOperation_(op);
+        for (int i = 0; i < 500 && op->_calls.load() < 50; i++) NSThread::sleepForTimeInterval_(0.01);
+        EXPECT_GE(op->_calls.load(), 50);
+        EXPECT_EQ(queue->operationCount(), 1u);
+        queue->release();  // waits for the worker to leave main
+        queue = nullptr;
+    }),
               "operation's main method executed\noperation's main method executed\n");
 }
 

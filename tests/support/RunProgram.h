@@ -12,6 +12,8 @@
 #include <iterator>
 #include <string>
 
+#include "tests/support/TempDir.h"
+
 namespace vt_test {
 
 struct ProgramResult {
@@ -41,29 +43,17 @@ inline void writeFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// A new empty directory under /tmp whose name starts with tag.
-inline std::string makeTempDir(const std::string& tag) {
-    std::string pattern = "/tmp/" + tag + "-XXXXXX";
-    char* made = mkdtemp(&pattern[0]);
-    return made ? std::string(made) : std::string();
-}
-
-inline void removeTree(const std::string& path) {
-    if (!path.empty()) std::system(("rm -rf " + quoteShell(path)).c_str());
-}
-
 // Runs commandLine through the shell with `input` on standard input.
 inline ProgramResult runProgram(const std::string& commandLine, const std::string& input = "") {
-    std::string dir = makeTempDir("vt-run");
-    writeFile(dir + "/in", input);
-    std::string command = "(" + commandLine + ") < " + quoteShell(dir + "/in") + " > " + quoteShell(dir + "/out") +
-                          " 2> " + quoteShell(dir + "/err");
+    TempDir scratch("vt-run");
+    writeFile(scratch / "in", input);
+    std::string command = "(" + commandLine + ") < " + quoteShell(scratch / "in") + " > " +
+                          quoteShell(scratch / "out") + " 2> " + quoteShell(scratch / "err");
     int status = std::system(command.c_str());
     ProgramResult result;
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = readFile(dir + "/out");
-    result.err = readFile(dir + "/err");
-    removeTree(dir);
+    result.out = readFile(scratch / "out");
+    result.err = readFile(scratch / "err");
     return result;
 }
 

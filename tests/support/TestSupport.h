@@ -12,6 +12,7 @@
 #include "foundation/NSData.h"
 #include "foundation/platform/Platform.h"
 #include "storage/NSArchiver.h"
+#include "tests/support/LogCapture.h"
 
 namespace vt_test {
 
@@ -25,15 +26,6 @@ bool waitUntil(F done) {
         vtSleepMilliseconds(1);
     }
     return true;
-}
-
-// What LOG writes while f runs. LOG doesn't flush, so the capture does.
-template <class F>
-std::string logOf(F&& f) {
-    testing::internal::CaptureStdout();
-    f();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
 }
 
 // The bytes that encodeObject: writes for an object.

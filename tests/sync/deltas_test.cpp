@@ -124,14 +124,13 @@ TEST_F(DeltasTest, HostileArchivesDecodeToNil) {
     std::string badPool = std::string("\x08\0\0\0LXDelta\0", 12) + archiveOf(ns("Rk2pWn")) +
                           archiveOf(LXUser::userWithString_("A B/C/D-1"_ns)) +
                           archiveOf(LXUser::userWithString_("E F/G/H-2"_ns)) + archiveOf(ns("x"));
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(decode(badPool), nullptr);
     std::string badUser = std::string("\x07\0\0\0LXUser\0", 11);
     for (int i = 0; i < 4; i++) badUser += archiveOf(ns("a"));
     badUser += archiveOf(NSNumber::numberWithInt_(5));
-    EXPECT_EQ(decode(badUser), nullptr);
-    fflush(stdout);
-    std::string out = testing::internal::GetCapturedStdout();
+    std::string out = vt_test::logOf([&] {
+        EXPECT_EQ(decode(badPool), nullptr);
+        EXPECT_EQ(decode(badUser), nullptr);
+    });
     EXPECT_NE(out.find("NSUnarchiver: delta whose pool or users are of another class at byte"), std::string::npos) << out;
     EXPECT_NE(out.find("NSUnarchiver: user field that is not a string at byte"), std::string::npos) << out;
 }
@@ -140,10 +139,7 @@ TEST_F(DeltasTest, PostingStoresForOthersOnly) {
     LXDeltaRepository* store = LXTransceiver::defaultTransceiver()->deltaRepository();
     uint32_t before = store->count();
     LXDelta* d = delta("John Smith/Sales/Acme-1", ns("x"));
-    testing::internal::CaptureStdout();
-    d->postTo_(LXUser::userWithString_("John Smith/Sales/Acme-1"_ns));
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "cannot post delta to the same user as sender\n");
+    EXPECT_EQ(vt_test::logOf([&] { d->postTo_(LXUser::userWithString_("John Smith/Sales/Acme-1"_ns)); }), "cannot post delta to the same user as sender\n");
     EXPECT_EQ(store->count(), before);
     EXPECT_EQ(d->addressee(), nullptr);
     // The same name with another record id is another user.

@@ -146,28 +146,27 @@ TEST_F(SocketTest, PeerClosingHalfwayGivesNothing) {
     LXSocket* socket = connectClient(nullptr);
     peer->write(std::string("\x05\0\0\0ab", 6));
     peer.reset();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(socket->readData(), nullptr);
-    // Nothing further either, and a closed peer is no log line.
-    EXPECT_EQ(socket->readInt(), 0);
-    EXPECT_EQ(socket->readBytesWithLength_(1), nullptr);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(vt_test::logOf([&] {
+        EXPECT_EQ(socket->readData(), nullptr);
+        // Nothing further either, and a closed peer is no log line.
+        EXPECT_EQ(socket->readInt(), 0);
+        EXPECT_EQ(socket->readBytesWithLength_(1), nullptr);
+    }), "");
 }
 
 TEST_F(SocketTest, SilentPeerTimesOut) {
     LXSocket* socket = connectClient(nullptr);
     socket->setReceiveTimeout_(0.2);
-    testing::internal::CaptureStdout();
     auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(socket->readInt(), 0);
-    double first = secondsSince(start);
-    // Broken from now on: the next read fails at once, even with data.
-    peer->write(std::string("\x01\0\0\0", 4));
-    EXPECT_EQ(socket->readInt(), 0);
-    EXPECT_EQ(socket->readString(), nullptr);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    double first = 0;
+    EXPECT_EQ(vt_test::logOf([&] {
+                  EXPECT_EQ(socket->readInt(), 0);
+                  first = secondsSince(start);
+                  // Broken from now on: the next read fails at once, even with data.
+                  peer->write(std::string("\x01\0\0\0", 4));
+                  EXPECT_EQ(socket->readInt(), 0);
+                  EXPECT_EQ(socket->readString(), nullptr);
+              }),
               "socket: read of 4 bytes timed out after 0.2 s with 0 received; connection dropped\n");
     EXPECT_GE(first, 0.19);
     EXPECT_LT(secondsSince(start), 5.0);
@@ -185,14 +184,14 @@ TEST_F(SocketTest, DrippingPeerTimesOutForTheWholeElement) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
     });
-    testing::internal::CaptureStdout();
     auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(socket->readData(), nullptr);
-    double took = secondsSince(start);
-    stop = true;
-    dripper.join();
-    fflush(stdout);
-    std::string out = testing::internal::GetCapturedStdout();
+    double took = 0;
+    std::string out = vt_test::logOf([&] {
+        EXPECT_EQ(socket->readData(), nullptr);
+        took = secondsSince(start);
+        stop = true;
+        dripper.join();
+    });
     EXPECT_EQ(out.rfind("socket: read of 100 bytes timed out after 0.3 s with ", 0), 0u) << out;
     EXPECT_LT(took, 1.5);
 }
@@ -201,10 +200,7 @@ TEST_F(SocketTest, AbsurdLengthsAreRefusedBeforeAllocating) {
     LXSocket* socket = connectClient(nullptr);
     socket->setMaximumLength_(1024);
     peer->write(std::string("\xFF\xFF\xFF\x7F", 4));
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(socket->readData(), nullptr);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(socket->readData(), nullptr); }),
               "socket: data of 2147483647 bytes refused (limit 1024); connection dropped\n");
     EXPECT_TRUE(socket->isBroken());
 
@@ -212,10 +208,7 @@ TEST_F(SocketTest, AbsurdLengthsAreRefusedBeforeAllocating) {
     second->setMaximumLength_(1024);
     // A negative string length (-1 would make the read of N + 1 bytes empty).
     peer->write(std::string("\xFF\xFF\xFF\xFF", 4));
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(second->readString(), nullptr);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "socket: string of -1 bytes refused (limit 1024); connection dropped\n");
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(second->readString(), nullptr); }), "socket: string of -1 bytes refused (limit 1024); connection dropped\n");
 
     // At the limit itself the payload is read.
     LXSocket* third = connectClient(nullptr);
@@ -268,15 +261,9 @@ TEST_F(SocketTest, ConnectionFailures) {
 
     // Binding a port in use logs the error and closes the socket.
     LXSocket* second = LXSocket::socket();
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(second->bindToAddress_port_("127.0.0.1"_ns, listener.port()));
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "bind() failed: 98.\n");
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(second->bindToAddress_port_("127.0.0.1"_ns, listener.port())); }), "bind() failed: 98.\n");
     EXPECT_EQ(second->handle(), LXSocket::kInvalidHandle);
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(second->listen_(10));
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "listen(): Error listening on socket 9.\n");
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(second->listen_(10)); }), "listen(): Error listening on socket 9.\n");
 }
 
 TEST_F(SocketTest, SendToAVanishedPeerFailsWithoutEndingTheProcess) {

@@ -28,31 +28,17 @@
 #include "storage/NSUnarchiver.h"
 #include "sync/LXDelta.h"
 #include "tests/support/LoopbackSocket.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TempDir.h"
 
 namespace synctest {
 
 inline NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
 
 // A fresh temporary directory as the working directory while it lives.
-class ScopedWorkDir {
+class ScopedWorkDir : public vt_test::TempDir {
 public:
-    ScopedWorkDir() {
-        char cwd[4096];
-        _previous = getcwd(cwd, sizeof cwd) ? cwd : ".";
-        char pattern[] = "/tmp/vt-sync-XXXXXX";
-        _dir = mkdtemp(pattern);
-        EXPECT_EQ(chdir(_dir.c_str()), 0);
-    }
-    ~ScopedWorkDir() {
-        EXPECT_EQ(chdir(_previous.c_str()), 0);
-        std::string command = "rm -rf '" + _dir + "'";
-        EXPECT_EQ(system(command.c_str()), 0);
-    }
-    const std::string& path() const { return _dir; }
-
-private:
-    std::string _previous;
-    std::string _dir;
+    ScopedWorkDir() : TempDir("vt-sync", kEnter) {}
 };
 
 inline double secondsSince(std::chrono::steady_clock::time_point start) {

@@ -108,12 +108,10 @@ protected:
 
     // One cycle; its log.
     std::string cycle(uint16_t port) {
-        testing::internal::CaptureStdout();
-        NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
-        transceiver->checkWithPort_host_(port, "127.0.0.1"_ns);
-        inner->release();
-        fflush(stdout);
-        return testing::internal::GetCapturedStdout();
+        return vt_test::logOf([&] {
+            NSAutoreleasePoolScope inner;
+            transceiver->checkWithPort_host_(port, "127.0.0.1"_ns);
+        });
     }
 
     NSAutoreleasePool* pool = nullptr;
@@ -311,10 +309,7 @@ TEST_F(TransceiverTest, StalledRelayEndsTheCycleAtTheTimeOut) {
 TEST_F(TransceiverTest, WithoutUserTheLoopEndsAtOnce) {
     FakeRelay& r = startRelay();
     LXTransceiver* lonely = LXTransceiver::alloc()->init();
-    testing::internal::CaptureStdout();
-    lonely->runWithPort_host_(r.port(), "127.0.0.1"_ns);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "not user has been assigned to the transceiver\n");
+    EXPECT_EQ(vt_test::logOf([&] { lonely->runWithPort_host_(r.port(), "127.0.0.1"_ns); }), "not user has been assigned to the transceiver\n");
     EXPECT_EQ(r.connections(), 0);
     lonely->release();
 }
@@ -324,10 +319,7 @@ TEST_F(TransceiverTest, LifetimeEndsTheLoop) {
     transceiver->setCheckInterval_(0.02);
     // A date in the past: exactly one cycle.
     transceiver->setLifetime_(NSDate::date()->addTimeInterval_(-1));
-    testing::internal::CaptureStdout();
-    transceiver->runWithPort_host_(r.port(), "127.0.0.1"_ns);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "should get 0 delta(s)\n");
+    EXPECT_EQ(vt_test::logOf([&] { transceiver->runWithPort_host_(r.port(), "127.0.0.1"_ns); }), "should get 0 delta(s)\n");
     EXPECT_EQ(r.connections(), 1);
     // A date ahead: a cycle every interval, on a thread, until it passes.
     transceiver->setLifetime_(NSDate::date()->addTimeInterval_(1.0));
