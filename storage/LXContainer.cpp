@@ -273,13 +273,11 @@ LXContainer* LXContainer::initWithName_(NSString* name) {
             // Containers that live to the end of the program (the sheets',
             // the relay's) are never released: their journals are written
             // into the index as the program ends normally.
+            // Held throughout, so that no container goes meanwhile (a
+            // release takes this lock before the container's own).
             std::atexit([] {
-                std::vector<LXContainer*> live;
-                {
-                    std::lock_guard<std::mutex> inner(liveMutex());
-                    live = liveContainers();
-                }
-                for (LXContainer* container : live) container->checkpointIfWritten();
+                std::lock_guard<std::mutex> inner(liveMutex());
+                for (LXContainer* container : liveContainers()) container->checkpointIfWritten();
             });
         }
         liveContainers().push_back(this);
