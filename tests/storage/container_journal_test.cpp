@@ -229,6 +229,20 @@ TEST_F(ContainerJournal, TornOrDamagedTailIsIgnored) {
     EXPECT_EQ(box->allIds()->count(), 0u);
 }
 
+// Synchronous appends write the same journal, forced to the disk.
+TEST_F(ContainerJournal, SynchronousAppendsWriteTheSameJournal) {
+    LXContainer* plain = open(dir + "/plain");
+    LXContainer* synced = open(dir + "/synced");
+    synced->setSynchronous_(true);
+    for (LXContainer* box : {plain, synced}) {
+        ASSERT_EQ(box->store_type_(object("one"), "T"_ns), 1);
+        ASSERT_EQ(box->store_(object("two")), 2);
+        ASSERT_TRUE(box->remove_(box->objectWithId_(1)));
+    }
+    EXPECT_EQ(vt_test::readFile(dir + "/synced.vcj"), vt_test::readFile(dir + "/plain.vcj"));
+    EXPECT_EQ(contents(open(dir + "/synced")), (std::map<int, std::string>{{2, "two"}}));
+}
+
 std::string le32(uint32_t value) {
     std::string out;
     for (int i = 0; i < 4; i++) out.push_back(static_cast<char>(value >> (8 * i)));
