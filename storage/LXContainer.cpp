@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "foundation/NSArray.h"
+#include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSData.h"
 #include "foundation/NSSet.h"
 #include "foundation/NSString.h"
@@ -820,11 +821,15 @@ LXContainer::~LXContainer() {
 
 void LXContainer::checkpointIfWritten() {
     if (!_lock || _damaged) return;
+    // A pool of its own: this runs at exit and in releases, where the
+    // caller may have none.
+    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     _lock->lock();
     if ((_wrote || _journalFailed) && !checkpointLocked()) {
         LOG("LXContainer %s: can't write the index; the journal stays", _name->UTF8String());
     }
     _lock->unlock();
+    pool->release();
 }
 
 void LXContainer::applyStore(int identifier, int32_t offset, int32_t length, bool isNew, NSString* type) {
@@ -1110,8 +1115,8 @@ bool LXContainer::compactLocked() {
     for (const auto& item : order) _blocks[item.second].offset = placed[item.second];
     _gaps.clear();
     _tail = newSize;
-    LOG("LXContainer %s: compacted %zu objects, %d -> %d bytes", _name->UTF8String(), order.size(), oldSize,
-        newSize);
+    // No log line: it would come at the end of every program whose store
+    // was compacted, and the programs' standard output is their result.
     return true;
 }
 

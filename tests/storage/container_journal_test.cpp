@@ -52,8 +52,9 @@ std::string freeList(LXContainer* box) {
     NSMutableArray* areas = box->freeBlocks();
     for (uint32_t i = 0; i < areas->count(); i++) {
         auto* pair = static_cast<NSArray*>(areas->objectAtIndex_(i));
-        out += "(" + std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(0))->intValue()) + "," +
-               std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(1))->intValue()) + ")";
+        out += "(" + std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(0))->intValue()) +
+               "," + std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(1))->intValue()) +
+               ")";
     }
     return out;
 }
@@ -142,9 +143,11 @@ TEST_F(ContainerJournal, CheckpointsGiveTheFilesOfAnIndexWrittenAfterEveryChange
                 checkpoints++;
                 EXPECT_EQ(box->journalLength(), 0);
                 EXPECT_FALSE(vt_test::readFile(journaled + ".vcj").size()) << "the journal is gone";
-                ASSERT_EQ(vt_test::readFile(journaled + ".vci"), vt_test::readFile(reference + ".vci"))
+                ASSERT_EQ(vt_test::readFile(journaled + ".vci"),
+                          vt_test::readFile(reference + ".vci"))
                         << "step " << step;
-                ASSERT_EQ(vt_test::readFile(journaled + ".vcd"), vt_test::readFile(reference + ".vcd"))
+                ASSERT_EQ(vt_test::readFile(journaled + ".vcd"),
+                          vt_test::readFile(reference + ".vcd"))
                         << "step " << step;
             }
             inner->release();
@@ -185,7 +188,8 @@ TEST_F(ContainerJournal, TornOrDamagedTailIsIgnored) {
         std::string bytes;
     };
     std::string flipped = full;
-    flipped[last + 12] = static_cast<char>(flipped[last + 12] ^ 0x40);  // the payload: checksum fails
+    flipped[last + 12] =
+            static_cast<char>(flipped[last + 12] ^ 0x40);  // the payload: checksum fails
     std::string badLength = full;
     badLength[last + 2] = 0x7F;  // a length beyond the end
     std::vector<Case> cases = {
@@ -205,8 +209,9 @@ TEST_F(ContainerJournal, TornOrDamagedTailIsIgnored) {
         ASSERT_FALSE(box->isDamaged()) << log;
         size_t tail = c.bytes.size() - (c.bytes.size() > full.size() ? full.size() : last);
         size_t at = c.bytes.size() > full.size() ? full.size() : last;
-        EXPECT_EQ(log, "LXContainer " + stem + ": ignoring a damaged journal tail of " + std::to_string(tail) +
-                               " bytes at offset " + std::to_string(at) + "\n");
+        EXPECT_EQ(log, "LXContainer " + stem + ": ignoring a damaged journal tail of " +
+                               std::to_string(tail) + " bytes at offset " + std::to_string(at) +
+                               "\n");
         std::map<int, std::string> expected = {{1, "one"}, {2, "two"}};
         if (c.bytes.size() > full.size()) expected[3] = "three";
         EXPECT_EQ(contents(box), expected);
@@ -259,12 +264,14 @@ TEST_F(ContainerJournal, IndexChecksApplyAfterReplay) {
     ASSERT_EQ(box->store_(object("bbbb")), 2);
     // Store, new, id 3, offset 0, length 10, no type.
     std::string payload = std::string("\x01\x01", 2) + le32(3) + le32(0) + le32(10) + le32(0);
-    std::string entry = le32(static_cast<uint32_t>(payload.size())) + le32(LXCrc32(payload.data(), payload.size())) + payload;
+    std::string entry = le32(static_cast<uint32_t>(payload.size())) +
+                        le32(LXCrc32(payload.data(), payload.size())) + payload;
     vt_test::writeFile(stem + ".vcj", vt_test::readFile(stem + ".vcj") + entry);
     LXContainer* damaged = nullptr;
     std::string log = vt_test::logOf([&] { damaged = open(stem); });
     EXPECT_TRUE(damaged->isDamaged());
-    EXPECT_EQ(log, "LXContainer " + stem + ": damaged store, left untouched: " + stem + ".vci with " + stem +
+    EXPECT_EQ(log, "LXContainer " + stem + ": damaged store, left untouched: " + stem +
+                           ".vci with " + stem +
                            ".vcj replayed places two blocks on the same bytes at 0\n");
 }
 
@@ -287,10 +294,9 @@ TEST_F(ContainerJournal, CompactionKeepsEveryObject) {
         expected.erase(id);
     }
     int32_t before = box->size();
-    std::string log = vt_test::logOf([&] { ASSERT_TRUE(box->checkpoint()); });
+    EXPECT_EQ(vt_test::logOf([&] { ASSERT_TRUE(box->checkpoint()); }), "")
+            << "compaction is silent";
     EXPECT_LT(box->size(), before / 4);
-    EXPECT_EQ(log, "LXContainer " + stem + ": compacted 40 objects, " + std::to_string(before) + " -> " +
-                           std::to_string(box->size()) + " bytes\n");
     EXPECT_EQ(static_cast<int64_t>(vt_test::readFile(stem + ".vcd").size()), box->size());
     EXPECT_EQ(freeList(box), "(" + std::to_string(box->size()) + ",2147483647)");
     EXPECT_EQ(contents(box), expected);
@@ -301,7 +307,7 @@ TEST_F(ContainerJournal, CompactionKeepsEveryObject) {
 
     // Stored after it, a new object goes behind the last block.
     ASSERT_EQ(box->store_(object("new")), 201);
-    vt_test::logOf([&] { ASSERT_TRUE(box->compact()); });
+    ASSERT_TRUE(box->compact());
     EXPECT_EQ(valueOf(open(stem), 201), "new");
 }
 
@@ -365,7 +371,8 @@ TEST_F(ContainerJournal, CompactionStoppedAtEachStep) {
         log = vt_test::logOf([&] { box = open(stem); });
         ASSERT_FALSE(box->isDamaged()) << log;
         EXPECT_EQ(contents(box), expected) << log;
-        if (log.find("completed a compaction that had stopped") != std::string::npos) completedAtOpen++;
+        if (log.find("completed a compaction that had stopped") != std::string::npos)
+            completedAtOpen++;
         // And it takes changes, which a further open reads.
         ASSERT_EQ(box->store_type_(object("after"), "T"_ns), 32);
         EXPECT_EQ(valueOf(open(stem), 32), "after");
