@@ -22,6 +22,13 @@
 #include "storage/LXContainer.h"
 #include "storage/LXManagedObject.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+// This test forks thousands of children. AddressSanitizer keeps freed memory
+// in quarantine (256 MB by default), and a process that large makes every
+// fork and exit slow; a small quarantine still finds uses after free.
+extern "C" const char* __asan_default_options() { return "quarantine_size_mb=4"; }
+#endif
+
 namespace {
 
 // One report of the child. Versions are unique over the whole test, so a
