@@ -73,8 +73,8 @@ public:
     // alloc, initWithName:, autorelease.
     static LXContainer* containerWithName_(NSString* name);
     // The same for a container that exists, and nil, with no file touched,
-    // when there is none of that stem: no index, no temporary or compacted index and no
-    // data in a data file. For tools that read: naming a store must not
+    // when there is none of that stem: no index, no temporary or compacted
+    // index and no data in a data file. For tools that read: naming a store must not
     // create one.
     static LXContainer* existingContainerWithName_(NSString* name);
     // Ids of the records stored under the class's name (exactly; not its
@@ -126,9 +126,10 @@ public:
     static constexpr int kCrashStatusForTesting = 86;
 
     // With true, each journal entry is forced to the disk (fdatasync)
-    // before the operation answers, so that an acknowledged change survives
-    // a power loss too. Off by default: a stop of the process loses at most
-    // the operation in progress either way.
+    // before the operation answers. The data block is written but not
+    // forced: after a power loss the entry may name a block that never
+    // reached the disk. Off by default: a stop of the process loses at
+    // most the operation in progress either way.
     void setSynchronous_(bool synchronous);
     // Rewrites the whole index and removes the journal, then compacts the
     // data file when most of it is free (see compact). False when the index
@@ -137,14 +138,15 @@ public:
     // A checkpoint, then the live blocks copied in order of offset into a
     // fresh pair of files that replaces the old one; the data file then
     // holds no free space. False, with a log line, when that could not be
-    // done; the container is then as it was.
+    // done: before the old index is removed the container is as it was;
+    // after it (a rename failed), it refuses changes until the next open
+    // completes the compaction.
     bool compact();
     // The bytes of the journal that replay reaches, 0 when there is none.
     int64_t journalLength() const { return _journalLength; }
 
-    // Batches are left from the time when every change rewrote the index:
-    // changes inside one are journaled like any other, so a batch only
-    // counts its depth. endBatch answers false without a batch; at the
+    // Batches: changes inside one are journaled like any other, so a batch
+    // only counts its depth. endBatch answers false without a batch; at the
     // outermost end it answers whether every change of the batch reached
     // the disk, writing the index at once if a journal write had failed.
     void beginBatch();
