@@ -16,7 +16,7 @@ namespace {
 const Command kCommands[] = {
         {"parse-list", "FILE", "parse a configuration list and print it as JSON", &runParseList},
         {"archive", "encode|decode [--key KEY]", "JSON to archive or archive to JSON, stdin to stdout", &runArchive},
-        {"container", "dump|check|store|remove STEM ...", "look into a container; see ContainerCommand.cpp", &runContainer},
+        {"container", "dump|check|store|remove|compact STEM ...", "look into a container; see ContainerCommand.cpp", &runContainer},
         {"config", "check [FILE] [--strict]", "check a configuration list (default conf/cro.vtr)", &runConfig},
         {"key", "show FILE|make USER", "show a user key, or make one for a row of the user sheet", &runKey},
         {"sheet", "list|dump NAME", "the sheets of the installation, or one sheet's records as JSON", &runSheet},

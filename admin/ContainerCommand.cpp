@@ -10,7 +10,7 @@
 //   check STEM            reads and decodes every block as dump does;
 //                         prints what is damaged and exits 1, or prints a
 //                         summary. dump exits 1 for the same damage.
-//   dump, check and remove of a stem that has no container fail and create
+//   dump, check, remove and compact of a stem that has no container fail and create
 //   nothing; store creates the container.
 //   store STEM [--id ID]  a JSON object on standard input, stored with set:
 //                         as an NSMutableDictionary record; prints the id.
@@ -18,7 +18,13 @@
 //                         JSON's members in their order and set again: it
 //                         keeps its id and bucket count, in a new block.
 //   remove STEM ID        removes the record.
+//   compact STEM          writes the journal into the index and copies the
+//                         live blocks into a fresh pair without free space;
+//                         prints "compacted STEM: N objects, X -> Y bytes"
+//                         (the data file's length before and after).
 //
+// Every command reads the index with its journal (<stem>.vcj) replayed, as
+// the programs that use the container do.
 // Log lines of the container and the archive reader go to standard error,
 // so that standard output carries only the result.
 #include <unistd.h>
@@ -54,7 +60,8 @@ int usage() {
                  "usage: vantor-admin container dump STEM\n"
                  "       vantor-admin container check STEM\n"
                  "       vantor-admin container store STEM [--id ID]\n"
-                 "       vantor-admin container remove STEM ID\n");
+                 "       vantor-admin container remove STEM ID\n"
+                 "       vantor-admin container compact STEM\n");
     return 2;
 }
 
@@ -353,6 +360,30 @@ int remove(const char* stem, int id) {
     return 0;
 }
 
+long fileLength(const std::string& path) {
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return 0;
+    long length = std::fseek(f, 0, SEEK_END) == 0 ? std::ftell(f) : 0;
+    std::fclose(f);
+    return length;
+}
+
+int compact(const char* stem) {
+    LogToStderr redirect;
+    LXContainer* box = openContainer(stem, true);
+    if (!box) return 1;
+    std::string data = std::string(stem) + ".vcd";
+    long before = fileLength(data);
+    if (!box->compact()) {
+        std::fprintf(stderr, "vantor-admin: container compact: %s could not be compacted (see the line above)\n",
+                     stem);
+        return 1;
+    }
+    std::fprintf(redirect.results(), "compacted %s: %u objects, %ld -> %ld bytes\n", stem, box->allIds()->count(),
+                 before, fileLength(data));
+    return 0;
+}
+
 }  // namespace
 
 int runContainer(int argc, char** argv) {
@@ -367,6 +398,7 @@ int runContainer(int argc, char** argv) {
         if (!parseId(argv[4], &id)) return usage();
         return store(stem, id);
     }
+    if (std::strcmp(verb, "compact") == 0 && argc == 3) return compact(stem);
     if (std::strcmp(verb, "remove") == 0 && argc == 4) {
         if (!parseId(argv[3], &id)) return usage();
         return remove(stem, id);

@@ -20,6 +20,19 @@ inline std::string bytesOf(NSData* data) {
     return out;
 }
 
+// The block of a dictionary record stored under `id` by set:, enciphered,
+// byte for byte what the container writes.
+inline std::string containerBlock(int id, NSMutableDictionary* record) {
+    LXManagedObject* managed = LXManagedObject::managedObject();
+    managed->setObject_forKeyPath_(record->valueForKey_("count"_ns), "count"_ns);
+    managed->setObject_forKeyPath_(record->valueForKey_("array"_ns), "array"_ns);
+    managed->setObject_forKeyPath_(NSNumber::numberWithInt_(id), "__meta.id"_ns);
+    managed->setObject_forKeyPath_("NSMutableDictionary"_ns, "__meta.type"_ns);
+    NSMutableData* block = NSArchiver::archivedDataWithRootObject_(managed);
+    block->encryptWithKey_(LXDataKey());
+    return bytesOf(block);
+}
+
 // Writes <stem>.vcd and <stem>.vci holding the records make(1) ... make(n)
 // under the ids 1 ... n. make answers an autoreleased dictionary.
 template <class Make>
@@ -32,25 +45,13 @@ void writeContainerInBulk(const std::string& stem, int n, Make make) {
     long offset = 0;
     for (int id = 1; id <= n; id++) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
-        NSMutableDictionary* record = make(id);
-        LXManagedObject* managed = LXManagedObject::managedObject();
-        managed->setObject_forKeyPath_(record->valueForKey_("count"_ns), "count"_ns);
-        managed->setObject_forKeyPath_(record->valueForKey_("array"_ns), "array"_ns);
-        managed->setObject_forKeyPath_(NSNumber::numberWithInt_(id), "__meta.id"_ns);
-        managed->setObject_forKeyPath_("NSMutableDictionary"_ns, "__meta.type"_ns);
-        NSMutableData* block = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
-        NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(block);
-        archiver->encodeObject_(managed);
-        archiver->release();
-        block->encryptWithKey_(LXDataKey());
-        std::string bytes = bytesOf(block);
+        std::string bytes = containerBlock(id, make(id));
         std::fwrite(bytes.data(), 1, bytes.size(), data);
         NSString* key = NSString::stringWithFormat_("%d", id);
         positions->setObject_forKey_(NSNumber::numberWithLong_(offset), key);
         lengths->setObject_forKey_(NSNumber::numberWithInt_(static_cast<int>(bytes.size())), key);
         ids->addObject_(key);
         offset += static_cast<long>(bytes.size());
-        block->release();
         inner->release();
     }
     std::fclose(data);

@@ -3,6 +3,7 @@
 #include "storage/LXContainer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,11 +13,13 @@
 #include <vector>
 
 #include "foundation/NSArray.h"
+#include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSData.h"
 #include "foundation/NSSet.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
 #include "foundation/platform/Platform.h"
+#include "storage/LXChecksum.h"
 #include "storage/LXDataKey.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
@@ -35,6 +38,45 @@ int gWriteFault = 0;
 bool faultNow() {
     if (gWriteFault <= 0) return false;
     return --gWriteFault == 0;
+}
+
+// The crash layer of the tests: counts down steps of writing; the step that
+// reaches zero ends the process, a write after putting down part of its
+// bytes. Atomic, since the transceiver's thread writes too.
+std::atomic<int> gCrashAt{0};
+int gCrashPart = 500;
+
+// True when this step is the last one: *length is then the part to write.
+bool dyingStep(size_t* length) {
+    if (gCrashAt.load() <= 0 || --gCrashAt != 0) return false;
+    if (length) *length = *length * static_cast<size_t>(gCrashPart) / 1000;
+    return true;
+}
+
+[[noreturn]] void die() { std::_Exit(LXContainer::kCrashStatusForTesting); }
+
+// A rename or a removal as a step of writing.
+int stepRename(const std::string& from, const std::string& to) {
+    if (dyingStep(nullptr)) die();
+    return std::rename(from.c_str(), to.c_str());
+}
+
+bool stepRemove(const std::string& path) {
+    if (dyingStep(nullptr)) die();
+    return vtRemoveFile(path.c_str());
+}
+
+// Writes all of `bytes` to a new file at `path`.
+bool writeWholeFile(const std::string& path, const char* bytes, size_t length) {
+    if (faultNow()) return false;
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) return false;
+    size_t part = length;
+    bool dying = dyingStep(&part);
+    bool ok = std::fwrite(bytes, 1, part, f) == part;
+    if (std::fclose(f) != 0) ok = false;
+    if (dying) die();
+    return ok;
 }
 
 // A key entered in the index is a plain NSString, as the pieces of a key
@@ -124,17 +166,93 @@ bool writeAt(const std::string& path, long offset, NSData* data) {
     FILE* f = std::fopen(path.c_str(), "rb+");
     if (!f) return false;
     void* bytes = data->bytes();
-    bool ok = std::fseek(f, offset, SEEK_SET) == 0 &&
-              std::fwrite(bytes, 1, data->length(), f) == data->length();
+    size_t part = data->length();
+    bool dying = dyingStep(&part);
+    bool ok = std::fseek(f, offset, SEEK_SET) == 0 && std::fwrite(bytes, 1, part, f) == part;
     std::free(bytes);
     // fclose flushes: a failure there (a full disk) is a failed write too.
     if (std::fclose(f) != 0) ok = false;
+    if (dying) die();
     return ok;
+}
+
+// Moves `from` over `to`. POSIX rename replaces the target in one step;
+// where rename refuses an existing target, the target is removed first.
+bool replaceFile(const std::string& from, const std::string& to) {
+    if (stepRename(from, to) == 0) return true;
+    std::remove(to.c_str());
+    return stepRename(from, to) == 0;
+}
+
+// ---- The journal's bytes (see docs/container-format.md) ----
+
+const char kJournalMagic[4] = {'V', 'C', 'J', '1'};
+constexpr uint8_t kStoreEntry = 1;
+constexpr uint8_t kRemoveEntry = 2;
+constexpr uint8_t kFlagNew = 1;
+constexpr uint8_t kFlagTyped = 2;
+// op, flags, id, offset, length, type length.
+constexpr uint32_t kEntryFixed = 18;
+// The journal is written into the index once it is longer than this share
+// of the index file, and never while it is shorter than the floor: replay
+// at open then costs at most about as much as reading the index.
+constexpr int64_t kJournalFloor = 64 * 1024;
+constexpr int64_t kJournalShareDivisor = 2;
+// A checkpoint compacts the data file when more than half of it and more
+// than this many bytes are free.
+constexpr int64_t kCompactFloor = 64 * 1024;
+
+void putLE32(std::string* out, uint32_t value) {
+    for (int i = 0; i < 4; i++) out->push_back(static_cast<char>(value >> (8 * i)));
+}
+
+uint32_t getLE32(const unsigned char* p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+
+// One entry: its length, the CRC-32 of its payload, and the payload.
+std::string journalEntry(uint8_t op, bool isNew, int identifier, int32_t offset, int32_t length, NSString* type) {
+    std::string payload;
+    payload.push_back(static_cast<char>(op));
+    payload.push_back(static_cast<char>((isNew ? kFlagNew : 0) | (type ? kFlagTyped : 0)));
+    putLE32(&payload, static_cast<uint32_t>(identifier));
+    putLE32(&payload, static_cast<uint32_t>(offset));
+    putLE32(&payload, static_cast<uint32_t>(length));
+    uint32_t typeLength = type ? type->byteLength() : 0;
+    putLE32(&payload, typeLength);
+    if (type) payload.append(type->UTF8String(), typeLength);
+    std::string entry;
+    putLE32(&entry, static_cast<uint32_t>(payload.size()));
+    putLE32(&entry, LXCrc32(payload.data(), payload.size()));
+    return entry + payload;
+}
+
+// The containers alive, for the checkpoint at the end of the program. Made
+// once and never destroyed, so that it outlives every static destructor.
+std::mutex& liveMutex() {
+    static std::mutex* mutex = new std::mutex;
+    return *mutex;
+}
+
+std::vector<LXContainer*>& liveContainers() {
+    static std::vector<LXContainer*>* live = new std::vector<LXContainer*>;
+    return *live;
+}
+
+void unregisterLive(LXContainer* container) {
+    std::lock_guard<std::mutex> guard(liveMutex());
+    auto& live = liveContainers();
+    live.erase(std::remove(live.begin(), live.end(), container), live.end());
 }
 
 }  // namespace
 
 void LXContainer::failWriteForTesting(int n) { gWriteFault = n; }
+
+void LXContainer::crashAtWriteForTesting(int n, int perMille) {
+    gCrashPart = perMille;
+    gCrashAt = n;
+}
 
 // ---------------------------------------------------------------------------
 // Opening.
@@ -145,7 +263,27 @@ LXContainer* LXContainer::initWithName_(NSString* name) {
     std::string stem = name ? name->UTF8String() : "";
     _indexPath = stem + ".vci";
     _dataPath = stem + ".vcd";
+    _journalPath = stem + ".vcj";
     std::string tmpPath = _indexPath + ".tmp";
+    std::string compactIndex = _indexPath + ".compact";
+    std::string compactData = _dataPath + ".compact";
+    {
+        std::lock_guard<std::mutex> guard(liveMutex());
+        static bool hooked = false;
+        if (!hooked) {
+            hooked = true;
+            // Containers that live to the end of the program (the sheets',
+            // the relay's) are never released: their journals are written
+            // into the index as the program ends normally.
+            // Held throughout, so that no container goes meanwhile (a
+            // release takes this lock before the container's own).
+            std::atexit([] {
+                std::lock_guard<std::mutex> inner(liveMutex());
+                for (LXContainer* container : liveContainers()) container->checkpointIfWritten();
+            });
+        }
+        liveContainers().push_back(this);
+    }
 
     bool isDirectory = false;
     if (vtFileStatus(_indexPath.c_str(), &isDirectory)) {
@@ -167,6 +305,18 @@ LXContainer* LXContainer::initWithName_(NSString* name) {
         }
         LOG("LXContainer %s: the index was missing; completed the rename of %s", stem.c_str(),
             tmpPath.c_str());
+    } else if (vtFileStatus(compactIndex.c_str(), nullptr)) {
+        // A compaction stopped after it removed the old index: the new pair
+        // was complete by then, and it is the committed state. Finish the
+        // two renames (see compactLocked).
+        bool dataMoved = !vtFileStatus(compactData.c_str(), nullptr);
+        if (!openExisting(compactIndex, dataMoved ? _dataPath : compactData)) return this;
+        if ((!dataMoved && !replaceFile(compactData, _dataPath)) ||
+            std::rename(compactIndex.c_str(), _indexPath.c_str()) != 0) {
+            markDamaged("a compaction stopped and its files can't be renamed");
+            return this;
+        }
+        LOG("LXContainer %s: completed a compaction that had stopped", stem.c_str());
     } else if (fileLength(_dataPath) > 0) {
         // A lost index. Creating a new one would give the blocks' space to
         // new objects: the data stays as it is until an operator decides.
@@ -191,6 +341,9 @@ bool LXContainer::createNew() {
         markDamaged("the index can't be created");
         return false;
     }
+    // A journal without its index means nothing: the first append starts
+    // the file anew.
+    _journalOnDisk = -1;
     FILE* f = std::fopen(_dataPath.c_str(), "wb");
     if (!f) {
         markDamaged("the data file can't be created");
@@ -210,9 +363,15 @@ bool LXContainer::openExisting(const std::string& indexPath, const std::string& 
     }
     _index.set(static_cast<LXManagedObject*>(root));
     _bucketCache.clear();
+    _indexLength = fileLength(indexPath);
     std::string shape;
     if (!loadTables(&shape)) {
         std::string why = indexPath + " " + shape;
+        markDamaged(why.c_str());
+        return false;
+    }
+    if (!replayJournal(&shape)) {
+        std::string why = indexPath + " with " + _journalPath + " replayed " + shape;
         markDamaged(why.c_str());
         return false;
     }
@@ -384,43 +543,26 @@ NSMutableDictionary* LXContainer::objectsLevel(NSString* key, bool create) {
 //
 // No fsync: the promise is that a stopped or killed process loses at most
 // the operation in progress, and the kernel keeps what was written when the
-// process dies. Syncing each store would cost a disk flush per operation
-// and guard against power loss, which the two files cannot survive anyway
-// without syncing the data file and its directory too.
+// process dies. A checkpoint removes the journal only after the rename, and
+// replaying a journal over an index that already holds its changes gives
+// that index again, so a stop in between loses nothing.
 bool LXContainer::writeIndex() {
-    // Reused from store to store (under the lock): the index only grows,
-    // so its bytes are not allocated anew at every store.
+    // Reused from write to write (under the lock): the index only grows,
+    // so its bytes are not allocated anew at every checkpoint.
     encodeIndex();
-    const std::string& buffer = _indexBytes;
     std::string tmpPath = _indexPath + ".tmp";
-    bool ok = !faultNow();
-    FILE* f = ok ? std::fopen(tmpPath.c_str(), "wb") : nullptr;
-    if (f) {
-        ok = std::fwrite(buffer.data(), 1, buffer.size(), f) == buffer.size();
-        if (std::fclose(f) != 0) ok = false;
-    } else {
-        ok = false;
-    }
-    if (!ok) return false;
-    if (std::rename(tmpPath.c_str(), _indexPath.c_str()) != 0) {
-        std::remove(_indexPath.c_str());
-        if (std::rename(tmpPath.c_str(), _indexPath.c_str()) != 0) return false;
-    }
-    // The index on disk no longer names the blocks a batch freed: their
-    // space may now be reused.
-    if (_batchDepth == 0) {
-        for (const Block& block : _freedInBatch) vacate(block.offset, block.length);
-        _freedInBatch.clear();
-    }
+    if (!writeIndexBytes(tmpPath)) return false;
+    if (!replaceFile(tmpPath, _indexPath)) return false;
+    _indexLength = static_cast<int64_t>(_indexBytes.size());
+    // The index on disk no longer names the blocks freed while the journal
+    // could not be written: their space may now be reused.
+    for (const Block& block : _freedPending) vacate(block.offset, block.length);
+    _freedPending.clear();
     return true;
 }
 
-void LXContainer::freeBlock(const Block& block) {
-    if (_batchDepth > 0 || !_freedInBatch.empty()) {
-        _freedInBatch.push_back(block);
-    } else {
-        vacate(block.offset, block.length);
-    }
+bool LXContainer::writeIndexBytes(const std::string& path) {
+    return writeWholeFile(path, _indexBytes.data(), _indexBytes.size());
 }
 
 void LXContainer::beginBatch() {
@@ -434,7 +576,7 @@ bool LXContainer::endBatch() {
     bool ok = false;
     if (_batchDepth > 0) {
         _batchDepth--;
-        ok = _batchDepth > 0 || (!_damaged && writeIndex());
+        ok = _batchDepth > 0 || (!_damaged && (!_journalFailed || checkpointLocked()));
     }
     _lock->unlock();
     return ok;
@@ -567,35 +709,14 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
         LOG("LXContainer %s: can't write a block of %d bytes at %d", _name->UTF8String(), length, offset);
         return -1;
     }
-    if (isNew) _maxId = identifier;
-
-    NSString* key = idString(identifier);
-    if (isNew && type) {
-        NSString* path = "types."_ns->stringByAppendingString_(type);
-        NSObject* set = _index->objectForKeyPath_(path);
-        if (!set || !set->isKindOfClass_(NSMutableSet::classObject())) {
-            set = NSMutableSet::set();
-            _index->setObject_forKeyPath_(set, path);
-        }
-        static_cast<NSMutableSet*>(set)->addObject_(key);
-        indexKeyChanged(static_cast<NSMutableSet*>(set)->dict(), key);
-    }
-    NSMutableDictionary* positions = objectsLevel("pos"_ns, true);
-    positions->setObject_forKey_(NSNumber::numberWithLong_(offset), key);
-    indexKeyChanged(positions, key);
-    NSMutableDictionary* lengths = objectsLevel("length"_ns, true);
-    lengths->setObject_forKey_(NSNumber::numberWithInt_(length), key);
-    indexKeyChanged(lengths, key);
+    applyStore(identifier, offset, length, isNew, type);
     occupy(offset, length);
     auto old = _blocks.find(identifier);
-    if (old != _blocks.end()) freeBlock(old->second);
+    bool hadBlock = old != _blocks.end();
+    Block previous = hadBlock ? old->second : Block{0, 0};
     _blocks[identifier] = Block{offset, length};
-    if (offset + length > _size) {
-        _size = offset + length;
-        _index->setObject_forKeyPath_(NSNumber::numberWithLong_(_size), "meta.filesize"_ns);
-    }
-    if (isNew) _index->setObject_forKeyPath_(NSNumber::numberWithInt_(_maxId), "meta.maxid"_ns);
-    bool ok = _batchDepth > 0 || writeIndex();
+    bool ok = commitChange(journalEntry(kStoreEntry, isNew, identifier, offset, length, isNew ? type : nullptr));
+    if (hadBlock) releaseBlock(previous, ok);
     _lock->unlock();
     return ok ? identifier : -1;
 }
@@ -609,29 +730,16 @@ bool LXContainer::remove_(LXManagedObject* object) {
     int identifier = NSSend<int>(existing, NS_SEL("intValue"));
     if (identifier <= 0) return false;
     _lock->lock();
-    NSString* key = idString(identifier);
-    NSObject* type = object->objectForKeyPath_("__meta.type"_ns);
-    if (type && type->isKindOfClass_(NSString::classObject())) {
-        NSObject* set = _index->objectForKeyPath_("types."_ns->stringByAppendingString_(static_cast<NSString*>(type)));
-        if (set && set->isKindOfClass_(NSMutableSet::classObject())) {
-            static_cast<NSMutableSet*>(set)->removeObject_(key);
-            indexKeyChanged(static_cast<NSMutableSet*>(set)->dict(), key);
-        }
-    }
-    if (NSMutableDictionary* positions = objectsLevel("pos"_ns, false)) {
-        positions->removeObjectForKey_(key);
-        indexKeyChanged(positions, key);
-    }
-    if (NSMutableDictionary* lengths = objectsLevel("length"_ns, false)) {
-        lengths->removeObjectForKey_(key);
-        indexKeyChanged(lengths, key);
-    }
+    NSObject* typeValue = object->objectForKeyPath_("__meta.type"_ns);
+    NSString* type = typeValue && typeValue->isKindOfClass_(NSString::classObject()) ? static_cast<NSString*>(typeValue)
+                                                                                     : nullptr;
+    applyRemove(identifier, type);
     auto old = _blocks.find(identifier);
-    if (old != _blocks.end()) {
-        freeBlock(old->second);
-        _blocks.erase(old);
-    }
-    bool ok = _batchDepth > 0 || writeIndex();
+    bool hadBlock = old != _blocks.end();
+    Block previous = hadBlock ? old->second : Block{0, 0};
+    if (hadBlock) _blocks.erase(old);
+    bool ok = commitChange(journalEntry(kRemoveEntry, false, identifier, 0, 0, type));
+    if (hadBlock) releaseBlock(previous, ok);
     _lock->unlock();
     return ok;
 }
@@ -701,6 +809,322 @@ NSArray* LXContainer::allIdsForType_locked_(NSString* type, bool lock) {
                                                                       : NSMutableArray::array();
     if (lock) _lock->unlock();
     return ids;
+}
+
+// ---------------------------------------------------------------------------
+// The journal, checkpoints and compaction.
+
+LXContainer::~LXContainer() {
+    unregisterLive(this);
+    checkpointIfWritten();
+    closeJournal();
+}
+
+void LXContainer::checkpointIfWritten() {
+    if (!_lock || _damaged) return;
+    // A pool of its own: this runs at exit and in releases, where the
+    // caller may have none.
+    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    _lock->lock();
+    if ((_wrote || _journalFailed) && !checkpointLocked()) {
+        LOG("LXContainer %s: can't write the index; the journal stays", _name->UTF8String());
+    }
+    _lock->unlock();
+    pool->release();
+}
+
+void LXContainer::applyStore(int identifier, int32_t offset, int32_t length, bool isNew, NSString* type) {
+    NSString* key = idString(identifier);
+    if (isNew && type) {
+        NSString* path = "types."_ns->stringByAppendingString_(type);
+        NSObject* set = _index->objectForKeyPath_(path);
+        if (!set || !set->isKindOfClass_(NSMutableSet::classObject())) {
+            set = NSMutableSet::set();
+            _index->setObject_forKeyPath_(set, path);
+        }
+        static_cast<NSMutableSet*>(set)->addObject_(key);
+        indexKeyChanged(static_cast<NSMutableSet*>(set)->dict(), key);
+    }
+    NSMutableDictionary* positions = objectsLevel("pos"_ns, true);
+    positions->setObject_forKey_(NSNumber::numberWithLong_(offset), key);
+    indexKeyChanged(positions, key);
+    NSMutableDictionary* lengths = objectsLevel("length"_ns, true);
+    lengths->setObject_forKey_(NSNumber::numberWithInt_(length), key);
+    indexKeyChanged(lengths, key);
+    if (offset + length > _size) {
+        _size = offset + length;
+        _index->setObject_forKeyPath_(NSNumber::numberWithLong_(_size), "meta.filesize"_ns);
+    }
+    if (isNew) {
+        if (identifier > _maxId) _maxId = identifier;
+        _index->setObject_forKeyPath_(NSNumber::numberWithInt_(_maxId), "meta.maxid"_ns);
+    }
+}
+
+void LXContainer::applyRemove(int identifier, NSString* type) {
+    NSString* key = idString(identifier);
+    if (type) {
+        NSObject* set = _index->objectForKeyPath_("types."_ns->stringByAppendingString_(type));
+        if (set && set->isKindOfClass_(NSMutableSet::classObject())) {
+            static_cast<NSMutableSet*>(set)->removeObject_(key);
+            indexKeyChanged(static_cast<NSMutableSet*>(set)->dict(), key);
+        }
+    }
+    if (NSMutableDictionary* positions = objectsLevel("pos"_ns, false)) {
+        positions->removeObjectForKey_(key);
+        indexKeyChanged(positions, key);
+    }
+    if (NSMutableDictionary* lengths = objectsLevel("length"_ns, false)) {
+        lengths->removeObjectForKey_(key);
+        indexKeyChanged(lengths, key);
+    }
+}
+
+// Replay stops at the first entry that is cut short, fails its checksum or
+// does not parse: what a stop in the middle of an append leaves. Such a
+// tail is ignored (the block it pointed at, if any, is free space again)
+// and cut off before the next append. Replay writes nothing, so readers of
+// a store replay it as its writer does.
+bool LXContainer::replayJournal(std::string* why) {
+    _journalLength = 0;
+    _journalOnDisk = 0;
+    FILE* f = std::fopen(_journalPath.c_str(), "rb");
+    if (!f) return true;
+    std::string bytes;
+    char chunk[65536];
+    size_t n = 0;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.append(chunk, n);
+    std::fclose(f);
+    _journalOnDisk = static_cast<int64_t>(bytes.size());
+    if (bytes.empty()) return true;
+    if (bytes.size() < sizeof kJournalMagic || std::memcmp(bytes.data(), kJournalMagic, sizeof kJournalMagic) != 0) {
+        LOG("LXContainer %s: ignoring a journal of %zu bytes without its header", _name->UTF8String(), bytes.size());
+        return true;
+    }
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    size_t size = bytes.size();
+    size_t at = sizeof kJournalMagic;
+    int applied = 0;
+    while (size - at >= 8) {
+        uint32_t length = getLE32(p + at);
+        if (length < kEntryFixed || length > size - at - 8) break;
+        const unsigned char* e = p + at + 8;
+        if (LXCrc32(e, length) != getLE32(p + at + 4)) break;
+        uint8_t op = e[0];
+        uint8_t flags = e[1];
+        int32_t identifier = static_cast<int32_t>(getLE32(e + 2));
+        int32_t offset = static_cast<int32_t>(getLE32(e + 6));
+        int32_t blockLength = static_cast<int32_t>(getLE32(e + 10));
+        uint32_t typeLength = getLE32(e + 14);
+        if (typeLength != length - kEntryFixed || identifier <= 0 || (!(flags & kFlagTyped) && typeLength != 0)) break;
+        NSString* type = nullptr;
+        if (flags & kFlagTyped) {
+            std::string text(reinterpret_cast<const char*>(e + kEntryFixed), typeLength);
+            type = NSString::stringWithUTF8String_(text.c_str());
+        }
+        if (op == kStoreEntry) {
+            if (offset < 0 || blockLength <= 0 || offset > kOpenEnd - blockLength) break;
+            applyStore(identifier, offset, blockLength, (flags & kFlagNew) != 0, type);
+        } else if (op == kRemoveEntry) {
+            applyRemove(identifier, type);
+        } else {
+            break;
+        }
+        applied++;
+        at += 8 + length;
+    }
+    _journalLength = static_cast<int64_t>(at);
+    if (at < size) {
+        LOG("LXContainer %s: ignoring a damaged journal tail of %zu bytes at offset %zu", _name->UTF8String(),
+            size - at, at);
+    }
+    return applied == 0 || loadTables(why);
+}
+
+void LXContainer::closeJournal() {
+    if (_journal == kVTInvalidFile) return;
+    vtFileClose(_journal);
+    _journal = kVTInvalidFile;
+}
+
+bool LXContainer::appendJournal(const std::string& entry) {
+    bool ok = !faultNow();
+    if (ok && _journal == kVTInvalidFile) {
+        _journal = vtFileOpenForAppend(_journalPath.c_str());
+        // A torn tail, or a journal that belongs to no index, goes first.
+        ok = _journal != kVTInvalidFile &&
+             (_journalOnDisk == _journalLength || vtFileTruncate(_journal, static_cast<uint64_t>(_journalLength)));
+        if (ok) _journalOnDisk = _journalLength;
+    }
+    if (ok) {
+        std::string bytes = _journalLength == 0 ? std::string(kJournalMagic, sizeof kJournalMagic) + entry : entry;
+        size_t part = bytes.size();
+        bool dying = dyingStep(&part);
+        ok = vtFileAppend(_journal, bytes.data(), static_cast<uint32_t>(part));
+        if (dying) die();
+        if (ok && _synchronous) ok = vtFileSyncData(_journal);
+        if (ok) {
+            _journalLength += static_cast<int64_t>(bytes.size());
+            _journalOnDisk = _journalLength;
+            _wrote = true;
+        }
+    }
+    if (!ok) {
+        // Part of the entry may be in the file: the whole index is written
+        // at the next change instead, and the journal starts anew after it.
+        closeJournal();
+        _journalOnDisk = -1;
+        _journalFailed = true;
+        LOG("LXContainer %s: can't write to %s", _name->UTF8String(), _journalPath.c_str());
+    }
+    return ok;
+}
+
+bool LXContainer::commitChange(const std::string& entry) {
+    if (_journalFailed) return checkpointLocked();
+    if (!appendJournal(entry)) return false;
+    int64_t due = std::max(kJournalFloor, _indexLength / kJournalShareDivisor);
+    if (_journalLength > due && !checkpointLocked()) {
+        // The change is in the journal; the next one tries again.
+        LOG("LXContainer %s: can't write the index; the journal grows on", _name->UTF8String());
+    }
+    return true;
+}
+
+void LXContainer::releaseBlock(const Block& block, bool committed) {
+    if (committed) {
+        vacate(block.offset, block.length);
+    } else {
+        _freedPending.push_back(block);
+    }
+}
+
+bool LXContainer::checkpoint() {
+    if (_damaged) return false;
+    _lock->lock();
+    bool ok = checkpointLocked();
+    _lock->unlock();
+    return ok;
+}
+
+bool LXContainer::checkpointLocked() {
+    if (!writeIndex()) return false;
+    closeJournal();
+    bool gone = !vtFileStatus(_journalPath.c_str(), nullptr) || stepRemove(_journalPath);
+    _journalLength = 0;
+    _journalOnDisk = gone ? 0 : -1;
+    _journalFailed = false;
+    _wrote = false;
+    int64_t live = 0;
+    for (const auto& entry : _blocks) live += entry.second.length;
+    int64_t unused = int64_t(_size) - live;
+    // Compaction moves blocks, so no journal naming the old places may
+    // outlive it.
+    if (gone && unused > kCompactFloor && unused * 2 > _size) compactLocked();
+    return true;
+}
+
+bool LXContainer::compact() {
+    if (_damaged) return false;
+    _lock->lock();
+    bool ok = checkpointLocked() && _journalOnDisk == 0 && compactLocked();
+    _lock->unlock();
+    return ok;
+}
+
+// Compaction writes a fresh pair beside the old one and then swaps them:
+//
+//   1. the live blocks, in order of offset, without gaps, to <stem>.vcd.compact;
+//   2. the index that places them there to <stem>.vci.compact;
+//   3. <stem>.vci is removed;
+//   4. <stem>.vcd.compact is renamed over <stem>.vcd;
+//   5. <stem>.vci.compact is renamed to <stem>.vci.
+//
+// Step 3 is the moment of commitment. Before it the old pair stands and is
+// what opens, whatever .compact files lie beside it (the next compaction
+// overwrites them). After it, an open that finds no index but an index's
+// .compact file finishes steps 4 and 5 itself: the new pair was complete
+// before the old index went. The data file is renamed before the index, so
+// that an index file never stands beside a data file that is not its own.
+// The journal was removed by the checkpoint before step 1 and is empty.
+bool LXContainer::compactLocked() {
+    std::string compactData = _dataPath + ".compact";
+    std::string compactIndex = _indexPath + ".compact";
+    std::vector<std::pair<int32_t, int>> order;
+    order.reserve(_blocks.size());
+    for (const auto& entry : _blocks) order.emplace_back(entry.second.offset, entry.first);
+    std::sort(order.begin(), order.end());
+
+    // 1. The data.
+    std::string copied;
+    std::unordered_map<int, int32_t> placed;
+    FILE* in = std::fopen(_dataPath.c_str(), "rb");
+    bool ok = in != nullptr;
+    for (const auto& item : order) {
+        if (!ok) break;
+        const Block& block = _blocks[item.second];
+        placed[item.second] = static_cast<int32_t>(copied.size());
+        size_t at = copied.size();
+        copied.resize(at + static_cast<size_t>(block.length));
+        ok = std::fseek(in, block.offset, SEEK_SET) == 0 &&
+             std::fread(&copied[at], 1, static_cast<size_t>(block.length), in) == static_cast<size_t>(block.length);
+    }
+    if (in) std::fclose(in);
+    int32_t oldSize = _size;
+    int32_t newSize = static_cast<int32_t>(copied.size());
+    ok = ok && writeWholeFile(compactData, copied.data(), copied.size());
+
+    // 2. The index, changed in memory and changed back should this fail.
+    NSMutableDictionary* positions = objectsLevel("pos"_ns, false);
+    auto placeBlocks = [&](bool moved) {
+        for (const auto& item : order) {
+            int32_t offset = moved ? placed[item.second] : item.first;
+            NSString* key = idString(item.second);
+            positions->setObject_forKey_(NSNumber::numberWithLong_(offset), key);
+            indexKeyChanged(positions, key);
+        }
+        _size = moved ? newSize : oldSize;
+        _index->setObject_forKeyPath_(NSNumber::numberWithLong_(_size), "meta.filesize"_ns);
+    };
+    if (ok) {
+        if (positions) placeBlocks(true);
+        encodeIndex();
+        ok = writeIndexBytes(compactIndex);
+        if (!ok && positions) placeBlocks(false);
+    }
+    // 3. The commitment.
+    if (ok && !stepRemove(_indexPath)) {
+        ok = false;
+        if (positions) placeBlocks(false);
+    }
+    if (!ok) {
+        std::remove(compactData.c_str());
+        std::remove(compactIndex.c_str());
+        encodeIndex();
+        LOG("LXContainer %s: can't compact the data file", _name->UTF8String());
+        return false;
+    }
+    // 4 and 5. A failure here leaves what the next open completes; until
+    // then this container refuses changes, as a damaged one does.
+    if (!replaceFile(compactData, _dataPath) || !replaceFile(compactIndex, _indexPath)) {
+        LOG("LXContainer %s: a compaction could not rename its files; the next open completes it",
+            _name->UTF8String());
+        _damaged = true;
+        return false;
+    }
+    _indexLength = static_cast<int64_t>(_indexBytes.size());
+    for (const auto& item : order) _blocks[item.second].offset = placed[item.second];
+    _gaps.clear();
+    _tail = newSize;
+    // No log line: it would come at the end of every program whose store
+    // was compacted, and the programs' standard output is their result.
+    return true;
+}
+
+void LXContainer::setSynchronous_(bool synchronous) {
+    _lock->lock();
+    _synchronous = synchronous;
+    _lock->unlock();
 }
 
 NS_CLASS_BEGIN(LXContainer, NSObject)

@@ -1,10 +1,14 @@
 // A container: the system's persistent store of objects under integer ids,
 // in a pair of files that share a stem. "<stem>.vcd" holds one enciphered
 // block per object at arbitrary offsets; "<stem>.vci" is a plain archive of
-// the index, which says where each block lies. The index file as last
-// replaced is the committed state: blocks are never overwritten while the
-// index points at them, and the whole index is rewritten after every
-// change. The byte format is written down in docs/container-format.md.
+// the index, which says where each block lies. Blocks are never overwritten
+// while the committed state points at them. Each store and remove appends
+// its change of the index to the journal "<stem>.vcj"; the whole index is
+// rewritten (a checkpoint) only when the journal has grown past a share of
+// the index, and when a container that wrote is released, after which the
+// journal is gone. The committed state is the index file plus the journal
+// replayed over it. The byte formats are written down in
+// docs/container-format.md.
 //
 // Two layers: the storage layer (store:type:, remove:, objectWithId:) works
 // with managed objects; the object layer (set:, delete:, query:) maps plain
@@ -21,6 +25,7 @@
 
 #include "foundation/NSDictionary.h"
 #include "foundation/NSLock.h"
+#include "foundation/platform/Platform.h"
 #include "storage/LXManagedObject.h"
 
 class NSData;
@@ -68,8 +73,8 @@ public:
     // alloc, initWithName:, autorelease.
     static LXContainer* containerWithName_(NSString* name);
     // The same for a container that exists, and nil, with no file touched,
-    // when there is none of that stem: no index, no temporary index and no
-    // data in a data file. For tools that read: naming a store must not
+    // when there is none of that stem: no index, no temporary or compacted
+    // index and no data in a data file. For tools that read: naming a store must not
     // create one.
     static LXContainer* existingContainerWithName_(NSString* name);
     // Ids of the records stored under the class's name (exactly; not its
@@ -112,27 +117,38 @@ public:
     // one) fails as a full disk would; 0 turns it off. Process-wide.
     static void failWriteForTesting(int n);
 
-    // Bulk loading. The index file is rewritten in full at every change
-    // (some 13 ms at 100,000 records), so many changes in a row are made
-    // inside a batch: between beginBatch and endBatch, store:type: and
-    // remove: write their blocks and change the index in memory as usual,
-    // but leave the index file alone; endBatch writes it once and answers
-    // whether that worked. Batches nest; only the outermost endBatch
-    // writes. endBatch without a batch answers false and writes nothing.
-    //
-    // Inside a batch, store:type: answers the id once its block is written,
-    // and this process reads the changes at once. Another opener of the
-    // files sees none of them before endBatch: the index file on disk is
-    // still the one from before the batch.
-    //
-    // A stop inside a batch therefore loses all of the batch's changes, and
-    // only those: at the next open the container is as it was before
-    // beginBatch, and the batch's new blocks lie in space the old index
-    // counts as free. To keep the old index's blocks intact until then, the
-    // space of a block freed inside the batch (an object stored again or
-    // removed) is not reused before the index that no longer names it is
-    // written. A failed endBatch keeps the changes in memory, as a failed
-    // store does; the next successful index write carries them.
+    // A fault layer for crash tests: the n-th step of writing from now (a
+    // write of a block, a journal entry or an index, a rename or a removal
+    // of a file; 1 = the next one) ends the process with status
+    // kCrashStatusForTesting, as a kill would. A write first puts down
+    // perMille/1000 of its bytes. 0 turns it off. Process-wide.
+    static void crashAtWriteForTesting(int n, int perMille);
+    static constexpr int kCrashStatusForTesting = 86;
+
+    // With true, each journal entry is forced to the disk (fdatasync)
+    // before the operation answers. The data block is written but not
+    // forced: after a power loss the entry may name a block that never
+    // reached the disk. Off by default: a stop of the process loses at
+    // most the operation in progress either way.
+    void setSynchronous_(bool synchronous);
+    // Rewrites the whole index and removes the journal, then compacts the
+    // data file when most of it is free (see compact). False when the index
+    // could not be written or the store is damaged.
+    bool checkpoint();
+    // A checkpoint, then the live blocks copied in order of offset into a
+    // fresh pair of files that replaces the old one; the data file then
+    // holds no free space. False, with a log line, when that could not be
+    // done: before the old index is removed the container is as it was;
+    // after it (a rename failed), it refuses changes until the next open
+    // completes the compaction.
+    bool compact();
+    // The bytes of the journal that replay reaches, 0 when there is none.
+    int64_t journalLength() const { return _journalLength; }
+
+    // Batches: changes inside one are journaled like any other, so a batch
+    // only counts its depth. endBatch answers false without a batch; at the
+    // outermost end it answers whether every change of the batch reached
+    // the disk, writing the index at once if a journal write had failed.
     void beginBatch();
     bool endBatch();
     bool inBatch();
@@ -146,7 +162,8 @@ public:
     };
 
 protected:
-    ~LXContainer() override = default;
+    // A container that wrote to its journal checkpoints before it goes.
+    ~LXContainer() override;
 
 private:
     struct Block {
@@ -160,7 +177,28 @@ private:
     // Reads the index's block table into _blocks and the free areas; false
     // with the reason when the index is not shaped as a container's index.
     bool loadTables(std::string* why);
+    // Writes the index through "<index>.tmp" and a rename.
     bool writeIndex();
+    // Writes _indexBytes to `path` in full.
+    bool writeIndexBytes(const std::string& path);
+    // The changes of the index a store and a remove make, the same when
+    // made live and when replayed from the journal. They keep _size and
+    // _maxId, but not the block table and free areas: a replay rebuilds
+    // those with loadTables once it is done.
+    void applyStore(int identifier, int32_t offset, int32_t length, bool isNew, NSString* type);
+    void applyRemove(int identifier, NSString* type);
+    // Reads the journal at open and applies its entries; false with the
+    // reason when the index after them is not a container's index.
+    bool replayJournal(std::string* why);
+    // Appends one entry; on failure the container writes the whole index
+    // at the next change instead (journalFailed).
+    bool appendJournal(const std::string& entry);
+    // The journal entry, checkpoint when due, or the index when the journal
+    // failed: what makes one change committed. Caller holds the lock.
+    bool commitChange(const std::string& entry);
+    bool checkpointLocked();
+    bool compactLocked();
+    void closeJournal();
     // The archive of the index, byte for byte what NSArchiver writes, into
     // _indexBytes (LXContainerArchive.cpp).
     void encodeIndex();
@@ -169,8 +207,12 @@ private:
     int32_t firstFit(int32_t length) const;
     void occupy(int32_t offset, int32_t length);
     void vacate(int32_t offset, int32_t length);
-    // vacate, or outside the free areas until the batch's index is written.
-    void freeBlock(const Block& block);
+    // vacate once the change that freed the block is committed; else held
+    // back until an index without the block is written.
+    void releaseBlock(const Block& block, bool committed);
+    // The checkpoint of a container that wrote since the last one: at its
+    // release and at the end of the program.
+    void checkpointIfWritten();
     // The enciphered block of an id, autoreleased; nil when the id is
     // unknown or the block can't be read. Reads through `shared` when given
     // (an unbuffered handle that query: opens once), else opens the file.
@@ -197,10 +239,23 @@ private:
     std::map<int32_t, int32_t> _gaps;
     int32_t _tail = 0;
     bool _damaged = false;
-    // Batches open (under the lock), and the blocks freed inside them,
-    // handed to vacate only once an index without them is on disk.
     int _batchDepth = 0;
-    std::vector<Block> _freedInBatch;
+    // Blocks freed while the files may still name them (a journal write
+    // failed): handed to vacate once an index without them is on disk.
+    std::vector<Block> _freedPending;
+    // The journal: its path, the handle kept open for appends, the bytes
+    // replay reaches, the bytes in the file (more after a torn tail, -1
+    // when not known), and whether an append failed since the last index.
+    std::string _journalPath;
+    VTFile _journal = kVTInvalidFile;
+    int64_t _journalLength = 0;
+    int64_t _journalOnDisk = 0;
+    bool _journalFailed = false;
+    bool _synchronous = false;
+    // Whether this container appended since the last checkpoint, and the
+    // length of the index file as last written or read.
+    bool _wrote = false;
+    int64_t _indexLength = 0;
     // The encoded buckets of the index's large dictionaries (the block
     // table and the type sets), kept from one write to the next: a store
     // changes one bucket of each, and only that bucket is encoded again.

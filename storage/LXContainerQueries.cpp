@@ -31,7 +31,8 @@ uint32_t LXContainer::count_(Class cls) { return idsForClass_(cls)->count(); }
 LXContainer* LXContainer::existingContainerWithName_(NSString* name) {
     if (!name) return nullptr;
     std::string stem = name->UTF8String();
-    bool exists = vtFileStatus((stem + ".vci").c_str(), nullptr) || vtFileStatus((stem + ".vci.tmp").c_str(), nullptr);
+    bool exists = vtFileStatus((stem + ".vci").c_str(), nullptr) || vtFileStatus((stem + ".vci.tmp").c_str(), nullptr) ||
+                  vtFileStatus((stem + ".vci.compact").c_str(), nullptr);
     if (!exists) {
         // An empty data file alone is what a store that never committed
         // leaves: nothing is stored, and opening would create an index.

@@ -204,3 +204,23 @@ int64_t vtSocketReceive(VTSocket socket, void* buffer, uint32_t length,
 // handle stays valid until vtSocketClose.
 void vtSocketShutdown(VTSocket socket);
 void vtSocketClose(VTSocket socket);
+
+// ---------------------------------------------------------------------------
+// Files written in appends: a container's journal. A handle is a plain
+// integer (a file descriptor, a HANDLE's value); kVTInvalidFile stands for
+// none. The file stays open between appends.
+
+using VTFile = int64_t;
+constexpr VTFile kVTInvalidFile = -1;
+
+// Opens `path` for writing at its end, creating it empty when missing;
+// kVTInvalidFile on failure.
+VTFile vtFileOpenForAppend(const char* path);
+// Writes all `length` bytes at the current end of the file. False when not
+// all of them could be written (a full disk); part of them may be there.
+bool vtFileAppend(VTFile file, const void* bytes, uint32_t length);
+// Cuts the file to `length` bytes; later appends go behind that.
+bool vtFileTruncate(VTFile file, uint64_t length);
+// Forces the file's data to the disk (fdatasync; FlushFileBuffers).
+bool vtFileSyncData(VTFile file);
+void vtFileClose(VTFile file);

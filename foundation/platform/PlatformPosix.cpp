@@ -363,3 +363,24 @@ bool vtRemoveFileAtEndNow() { return removeUnixEndFile(); }
 // Sockets.
 
 #include "foundation/platform/PlatformSocketsPosix.inc"
+
+// ---------------------------------------------------------------------------
+// Files written in appends. O_APPEND puts every write at the end, also after
+// ftruncate.
+
+VTFile vtFileOpenForAppend(const char* path) {
+    int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    return fd < 0 ? kVTInvalidFile : fd;
+}
+
+bool vtFileAppend(VTFile file, const void* bytes, uint32_t length) {
+    return writeAll(static_cast<int>(file), static_cast<const char*>(bytes), length);
+}
+
+bool vtFileTruncate(VTFile file, uint64_t length) {
+    return ftruncate(static_cast<int>(file), static_cast<off_t>(length)) == 0;
+}
+
+bool vtFileSyncData(VTFile file) { return fdatasync(static_cast<int>(file)) == 0; }
+
+void vtFileClose(VTFile file) { close(static_cast<int>(file)); }

@@ -412,3 +412,42 @@ void vtSocketShutdown(VTSocket socket) { shutdown(handleOf(socket), SD_BOTH); }
 void vtSocketClose(VTSocket socket) { closesocket(handleOf(socket)); }
 
 #endif  // !__WINE__
+
+// ---------------------------------------------------------------------------
+// Files written in appends. Each append moves to the end first, so that a
+// truncation is followed as with O_APPEND on POSIX. Shared for reading and
+// deleting: a reader may open the file, and a checkpoint removes it.
+
+VTFile vtFileOpenForAppend(const char* path) {
+    HANDLE h = CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return h == INVALID_HANDLE_VALUE ? kVTInvalidFile : static_cast<VTFile>(reinterpret_cast<intptr_t>(h));
+}
+
+static HANDLE appendHandleOf(VTFile file) { return reinterpret_cast<HANDLE>(static_cast<intptr_t>(file)); }
+
+bool vtFileAppend(VTFile file, const void* bytes, uint32_t length) {
+    HANDLE h = appendHandleOf(file);
+    LARGE_INTEGER zero;
+    zero.QuadPart = 0;
+    if (!SetFilePointerEx(h, zero, nullptr, FILE_END)) return false;
+    const char* p = static_cast<const char*>(bytes);
+    while (length > 0) {
+        DWORD written = 0;
+        if (!WriteFile(h, p, length, &written, nullptr) || written == 0) return false;
+        p += written;
+        length -= written;
+    }
+    return true;
+}
+
+bool vtFileTruncate(VTFile file, uint64_t length) {
+    HANDLE h = appendHandleOf(file);
+    LARGE_INTEGER at;
+    at.QuadPart = static_cast<LONGLONG>(length);
+    return SetFilePointerEx(h, at, nullptr, FILE_BEGIN) && SetEndOfFile(h);
+}
+
+bool vtFileSyncData(VTFile file) { return FlushFileBuffers(appendHandleOf(file)) != 0; }
+
+void vtFileClose(VTFile file) { CloseHandle(appendHandleOf(file)); }

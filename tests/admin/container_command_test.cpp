@@ -179,7 +179,7 @@ TEST_F(ContainerCommandTest, CheckNamesWhatIsDamaged) {
 TEST_F(ContainerCommandTest, MissingContainerIsAnError) {
     std::string message = "vantor-admin: no container " + stem + ": neither " + stem + ".vci nor " + stem +
                           ".vcd holds one\n";
-    for (const char* verb : {"dump", "check", "remove"}) {
+    for (const char* verb : {"dump", "check", "remove", "compact"}) {
         SCOPED_TRACE(verb);
         Result result = run(std::string("container ") + verb + " '" + stem + "'" + (verb[0] == 'r' ? " 1" : ""));
         EXPECT_EQ(result.status, 1);
@@ -188,6 +188,37 @@ TEST_F(ContainerCommandTest, MissingContainerIsAnError) {
         EXPECT_EQ(access((stem + ".vcd").c_str(), F_OK), -1);
     }
     EXPECT_EQ(run("container check '" + stem + "'").out, "damaged: the store does not open; see standard error\n");
+}
+
+// The readers replay the journal that a writing process has not yet
+// written into the index; compact writes it in and drops the free space.
+TEST_F(ContainerCommandTest, JournalIsReadAndCompactShrinksTheDataFile) {
+    LXContainer* box = LXContainer::containerWithName_(ns(stem));
+    std::string big(3000, 'x');
+    for (int i = 1; i <= 40; i++) {
+        NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(1);
+        record->setObject_forKey_(ns(big + std::to_string(i)), ns("k"));
+        ASSERT_EQ(box->set_(record), i);
+        if (i != 7) box->delete_(record);
+    }
+    ASSERT_GT(box->journalLength(), 0);
+    std::string index = readFile(stem + ".vci");
+    Result dump = run("container dump '" + stem + "'");
+    EXPECT_EQ(dump.status, 0);
+    EXPECT_EQ(dump.out.rfind("{\"id\":7,", 0), 0u) << dump.out;
+    EXPECT_EQ(dump.out.find('\n'), dump.out.size() - 1) << "one object";
+    EXPECT_EQ(run("container check '" + stem + "'").status, 0);
+    EXPECT_EQ(readFile(stem + ".vci"), index) << "reading writes nothing";
+
+    long before = static_cast<long>(readFile(stem + ".vcd").size());
+    Result compact = run("container compact '" + stem + "'");
+    EXPECT_EQ(compact.status, 0) << compact.err;
+    long after = static_cast<long>(readFile(stem + ".vcd").size());
+    EXPECT_LT(after, 4000);
+    EXPECT_EQ(compact.out, "compacted " + stem + ": 1 objects, " + std::to_string(before) + " -> " +
+                                   std::to_string(after) + " bytes\n");
+    EXPECT_EQ(access((stem + ".vcj").c_str(), F_OK), -1) << "the journal is in the index";
+    EXPECT_EQ(run("container dump '" + stem + "'").out, dump.out);
 }
 
 // The JSON reader makes values: "$class" names a dictionary or set class,

@@ -1,7 +1,7 @@
-// Container batches: the index file is written once, at the end; nothing of
-// a batch is visible to another opener before that; and the blocks that the
-// index on disk still names are never overwritten inside a batch, so a stop
-// inside one leaves the container exactly as it was before it.
+// Container batches: with the journal they only count their depth. Every
+// change inside one is committed as it is made, so another opener (which
+// reads what a restart would) sees it at once; endBatch writes no index
+// unless a journal write failed inside the batch.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -65,9 +65,10 @@ protected:
     std::string stem;
 };
 
-TEST_F(ContainerBatchTest, IndexIsWrittenOnceAtTheEnd) {
+TEST_F(ContainerBatchTest, ChangesAreCommittedAsTheyAreMade) {
     LXContainer* box = open();
     ASSERT_EQ(box->store_type_(object("before"), "Thing"_ns), 1);
+    ASSERT_TRUE(box->checkpoint());
     std::string committed = indexBytes();
 
     box->beginBatch();
@@ -76,60 +77,37 @@ TEST_F(ContainerBatchTest, IndexIsWrittenOnceAtTheEnd) {
     LXManagedObject* first = box->objectWithId_(1);
     first->setObject_forKeyPath_("changed"_ns, "value"_ns);
     ASSERT_EQ(box->store_(first), 1);
-    // This process reads the batch at once; the file and other openers don't.
-    EXPECT_EQ(valueOf(box, 51), "v49");
-    EXPECT_EQ(valueOf(box, 1), "changed");
-    EXPECT_EQ(indexBytes(), committed);
+    ASSERT_TRUE(box->remove_(box->objectWithId_(2)));
+    EXPECT_EQ(indexBytes(), committed) << "the changes are in the journal";
     LXContainer* other = open();
-    EXPECT_EQ(other->allIds()->count(), 1u);
-    EXPECT_EQ(valueOf(other, 1), "before");
+    EXPECT_EQ(other->allIdsForType_("Thing"_ns)->count(), 50u);
+    EXPECT_EQ(valueOf(other, 1), "changed");
+    EXPECT_EQ(valueOf(other, 51), "v49");
+    EXPECT_EQ(valueOf(other, 2), "<none>");
+    EXPECT_EQ(freeOffsets(other), freeOffsets(box));
 
     EXPECT_TRUE(box->endBatch());
     EXPECT_FALSE(box->inBatch());
-    EXPECT_NE(indexBytes(), committed);
-    LXContainer* reopened = open();
-    EXPECT_EQ(reopened->allIdsForType_("Thing"_ns)->count(), 51u);
-    EXPECT_EQ(valueOf(reopened, 1), "changed");
-    EXPECT_EQ(valueOf(reopened, 26), "v24");
-    EXPECT_EQ(reopened->maxId(), 51);
+    EXPECT_EQ(indexBytes(), committed) << "endBatch writes no index";
+    EXPECT_EQ(open()->maxId(), 51);
 }
 
-// A new version and a removal inside a batch free blocks that the index on
-// disk still names: until endBatch they are not handed out again, so a
-// stop (here: another opener, which reads exactly what a restart would)
-// finds the old objects intact.
-TEST_F(ContainerBatchTest, FreedBlocksWaitForTheEndOfTheBatch) {
+// A block freed inside a batch is free at once: the journal entry that
+// frees it is on disk before any later block can be written there.
+TEST_F(ContainerBatchTest, FreedBlocksAreReusedAtOnce) {
     LXContainer* box = open();
     ASSERT_EQ(box->store_(object("aaaa")), 1);  // at 0
     ASSERT_EQ(box->store_(object("bbbb")), 2);  // behind it
-    int end = firstFree(box);  // the end of block 2
-
     box->beginBatch();
-    LXManagedObject* a = box->objectWithId_(1);
-    a->setObject_forKeyPath_("AAAA"_ns, "value"_ns);
-    ASSERT_EQ(box->store_(a), 1);
-    ASSERT_TRUE(box->remove_(box->objectWithId_(2)));
-    ASSERT_EQ(box->store_(object("cccc")), 3);
-    ASSERT_EQ(box->store_(object("dddd")), 4);
-    EXPECT_GT(firstFree(box), end);  // all four went behind the old blocks
-
-    LXContainer* afterStop = open();
-    EXPECT_EQ(valueOf(afterStop, 1), "aaaa");
-    EXPECT_EQ(valueOf(afterStop, 2), "bbbb");
-    EXPECT_EQ(afterStop->allIds()->count(), 2u);
-
-    ASSERT_TRUE(box->endBatch());
-    // Now the old blocks of 1 and 2 are one free area at 0.
+    ASSERT_TRUE(box->remove_(box->objectWithId_(1)));
     EXPECT_EQ(firstFree(box), 0);
-    LXContainer* reopened = open();
-    EXPECT_EQ(valueOf(reopened, 1), "AAAA");
-    EXPECT_EQ(valueOf(reopened, 3), "cccc");
-    EXPECT_EQ(valueOf(reopened, 4), "dddd");
-    EXPECT_EQ(reopened->allIds()->count(), 3u);
-    EXPECT_EQ(freeOffsets(reopened), freeOffsets(box));
+    ASSERT_EQ(box->store_(object("cccc")), 3);
+    EXPECT_EQ(valueOf(open(), 3), "cccc");
+    EXPECT_EQ(valueOf(open(), 2), "bbbb");
+    EXPECT_TRUE(box->endBatch());
 }
 
-TEST_F(ContainerBatchTest, NestingMisuseAndAFailedEnd) {
+TEST_F(ContainerBatchTest, NestingMisuseAndAFailedJournalWrite) {
     LXContainer* box = open();
     EXPECT_FALSE(box->endBatch());  // no batch
     std::string empty = indexBytes();
@@ -137,18 +115,28 @@ TEST_F(ContainerBatchTest, NestingMisuseAndAFailedEnd) {
     box->beginBatch();
     box->beginBatch();
     ASSERT_EQ(box->store_(object("x")), 1);
-    EXPECT_TRUE(box->endBatch());  // inner: nothing written yet
+    EXPECT_TRUE(box->endBatch());  // inner
+    // The block is written, its journal entry is not.
+    LXContainer::failWriteForTesting(2);
+    EXPECT_EQ(box->store_(object("y")), -1);
     EXPECT_EQ(indexBytes(), empty);
-    LXContainer::failWriteForTesting(1);
-    EXPECT_FALSE(box->endBatch());  // the index write fails
-    EXPECT_EQ(indexBytes(), empty);
-    EXPECT_EQ(open()->allIds()->count(), 0u);
-
-    // The changes stay in memory; the next index write carries them.
-    box->beginBatch();
+    EXPECT_EQ(open()->allIds()->count(), 1u);
+    // The outermost end writes the whole index, which carries the change.
     EXPECT_TRUE(box->endBatch());
+    EXPECT_NE(indexBytes(), empty);
     LXContainer* reopened = open();
     EXPECT_EQ(valueOf(reopened, 1), "x");
+    EXPECT_EQ(valueOf(reopened, 2), "y");
+
+    // And when that write fails too, endBatch says so.
+    box->beginBatch();
+    LXContainer::failWriteForTesting(2);
+    EXPECT_EQ(box->store_(object("z")), -1);
+    LXContainer::failWriteForTesting(1);
+    EXPECT_FALSE(box->endBatch());
+    EXPECT_EQ(open()->allIds()->count(), 2u);
+    EXPECT_TRUE(box->checkpoint());
+    EXPECT_EQ(valueOf(open(), 3), "z");
 }
 
 }  // namespace

@@ -77,8 +77,18 @@ protected:
         vt_test::removeTree(dir);
     }
 
-    LXContainer* open() { return LXContainer::containerWithName_(ns(stem)); }
+    LXContainer* open() {
+        LXContainer* box = LXContainer::containerWithName_(ns(stem));
+        opened.push_back(box);
+        return box;
+    }
     std::string indexPath() const { return stem + ".vci"; }
+    // The index file once every container opened here has written its
+    // journal into it: the files at rest.
+    std::string indexAtRest() {
+        for (LXContainer* box : opened) box->checkpoint();
+        return indexPath();
+    }
     std::string dataPath() const { return stem + ".vcd"; }
 
     // A managed object whose block is exactly `length` bytes: a payload
@@ -98,7 +108,7 @@ protected:
 
     // The offset of an id as the index on disk says.
     int offsetOnDisk(int identifier) {
-        NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexPath()));
+        NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexAtRest()));
         return intAt(index, ("objects.pos." + std::to_string(identifier)).c_str());
     }
 
@@ -116,6 +126,7 @@ protected:
     NSAutoreleasePool* pool = nullptr;
     std::string dir;
     std::string stem;
+    std::vector<LXContainer*> opened;  // autoreleased, alive until TearDown
 };
 
 // ---------------------------------------------------------------------------
@@ -125,7 +136,7 @@ TEST_F(ContainerTest, FreshIndexHoldsOnlyMetaAndAnEmptyDataFile) {
     LXContainer* box = open();
     EXPECT_FALSE(box->isDamaged());
     EXPECT_EQ(readFile(dataPath()), "");
-    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexPath()));
+    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexAtRest()));
     ASSERT_NE(index, nullptr);
     EXPECT_EQ(static_cast<NSDictionary*>(index)->count(), 1u);
     EXPECT_EQ(intAt(index, "meta.filesize"), 0);
@@ -237,7 +248,7 @@ TEST_F(ContainerTest, FreeAreasFollowTheIndexThroughRandomWork) {
             // The index file is what NSArchiver makes of the index (the
             // container encodes it itself, keeping the buckets of its
             // large dictionaries from one write to the next).
-            ASSERT_EQ(readFile(indexPath()), archiveBytes(box->valueForKey_("index"_ns))) << "step " << step;
+            ASSERT_EQ(readFile(indexAtRest()), archiveBytes(box->valueForKey_("index"_ns))) << "step " << step;
         }
         inner->release();
     }
@@ -259,7 +270,7 @@ TEST_F(ContainerTest, IdsAfterRemovalsAndReopen) {
         EXPECT_EQ(box->allIds()->count(), 0u);
         EXPECT_EQ(freeList(box), "(0,2147483647)");
     }
-    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexPath()));
+    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexAtRest()));
     EXPECT_EQ(intAt(index, "meta.maxid"), 3);
     NSObject* positions = static_cast<LXManagedObject*>(index)->objectForKeyPath_("objects.pos"_ns);
     ASSERT_NE(positions, nullptr) << "objects stays, empty, when its last entry goes";
@@ -315,7 +326,7 @@ TEST_F(ContainerTest, BlocksAreEncipheredArchivesAndTheIndexIsPlain) {
 
     // The index file is the archive of the index as it is in memory.
     NSObject* index = box->valueForKey_("index"_ns);
-    EXPECT_EQ(readFile(indexPath()), archiveBytes(index));
+    EXPECT_EQ(readFile(indexAtRest()), archiveBytes(index));
     EXPECT_EQ(intAt(index, "objects.length.1"), static_cast<int>(plain.size()));
     EXPECT_EQ(intAt(index, "meta.filesize"), static_cast<int>(plain.size()));
     EXPECT_EQ(intAt(index, "meta.maxid"), 1);
@@ -348,7 +359,7 @@ TEST_F(ContainerTest, TypeSets) {
     box->remove_(typed);
     box->remove_(other);
     EXPECT_EQ(box->allIdsForType_("Invoice"_ns)->count(), 0u);
-    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexPath()));
+    NSObject* index = NSUnarchiver::unarchiveObjectWithFile_(ns(indexAtRest()));
     NSObject* set = static_cast<LXManagedObject*>(index)->objectForKeyPath_("types.Invoice"_ns);
     ASSERT_NE(set, nullptr) << "the set stays, empty";
     EXPECT_TRUE(set->isKindOfClass_(NSMutableSet::classObject()));
@@ -359,7 +370,7 @@ TEST_F(ContainerTest, FailedWrites) {
     LXContainer* box = open();
     LXManagedObject* first = objectOfLength(300);
     ASSERT_EQ(box->store_(first), 1);
-    std::string committed = readFile(indexPath());
+    std::string committed = readFile(indexAtRest());
 
     // The block can't be written: nothing changes, and the object gets no id.
     LXManagedObject* second = objectOfLength(300);
@@ -370,16 +381,19 @@ TEST_F(ContainerTest, FailedWrites) {
     EXPECT_EQ(second->uniqueId(), nullptr);
     EXPECT_EQ(second->objectForKeyPath_("__meta.type"_ns), nullptr);
     EXPECT_EQ(box->maxId(), 1);
-    EXPECT_EQ(readFile(indexPath()), committed);
+    EXPECT_EQ(readFile(indexAtRest()), committed);
 
-    // The block is written, the index is not: the old index stands on disk,
-    // the next successful write carries both changes.
+    // The block is written, its journal entry is not: the files stand as
+    // they were, and the next change writes the whole index, which carries
+    // both changes.
     LXContainer::failWriteForTesting(2);
     EXPECT_EQ(box->store_type_(second, "T"_ns), -1);
     EXPECT_EQ(readFile(indexPath()), committed);
     EXPECT_EQ(LXContainer::containerWithName_(ns(stem))->allIds()->count(), 1u);
     LXManagedObject* third = objectOfLength(300);
     EXPECT_EQ(box->store_(third), 3);
+    EXPECT_NE(readFile(indexPath()), committed);
+    EXPECT_EQ(box->journalLength(), 0);
     LXContainer* reopened = LXContainer::containerWithName_(ns(stem));
     EXPECT_EQ(reopened->allIds()->count(), 3u);
     EXPECT_EQ(reopened->allIdsForType_("T"_ns)->count(), 1u);
@@ -525,6 +539,7 @@ TEST_F(ContainerTest, DamagedStoresAreReportedAndLeftUntouched) {
             LXContainer* box = LXContainer::containerWithName_(ns(s));
             box->store_(objectOfLength(300));
             box->store_(objectOfLength(300));
+            box->checkpoint();
         }
         c.damage(s);
         std::string index = readFile(s + ".vci");
@@ -579,16 +594,17 @@ TEST_F(ContainerTest, LostFreeTailIsReportedButNotDamage) {
 TEST_F(ContainerTest, LastIdIsGivenOutOnce) {
     LXManagedObject* first = objectOfLength(300);
     ASSERT_EQ(open()->store_(first), 1);
+    indexAtRest();
     editIndex(stem, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(0x7FFFFFFE), "meta.maxid"_ns); });
     LXContainer* box = open();
     ASSERT_FALSE(box->isDamaged());
     EXPECT_EQ(box->store_(objectOfLength(300)), 0x7FFFFFFF);
-    std::string index = readFile(indexPath());
+    std::string index = readFile(indexAtRest());
     LXManagedObject* refused = objectOfLength(300);
     EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(box->store_(refused), -1); }),
               "LXContainer " + stem + ": refusing to store a new object: every id up to 2147483647 has been given out\n");
     EXPECT_EQ(refused->uniqueId(), nullptr);
-    EXPECT_EQ(readFile(indexPath()), index);
+    EXPECT_EQ(readFile(indexAtRest()), index);
     EXPECT_EQ(box->store_(first), 1) << "objects that have an id are still stored";
     LXContainer* reopened = open();
     EXPECT_FALSE(reopened->isDamaged());
