@@ -149,13 +149,8 @@ int VTClientMain(void* instanceHandle) {
     // first user row on an empty user sheet.
     VTWorkspace* workspace = VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, userKey);
     if (!workspace) {
-        // Nothing to show a user without a configuration; the workspace
-        // has logged what is missing. The localized table has no text for
-        // this operator's mistake, so the message is English like the log.
-        NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-                VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
-                "No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or unreadable."_ns)
-                ->runModal();
+        // The workspace has logged and shown why (no data folder, a damaged
+        // user store, no configuration).
         VTReleaseLock();
         return 1;
     }

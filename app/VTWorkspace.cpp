@@ -35,12 +35,13 @@ NSString* textOfFile(NSString* path) {
     return text;
 }
 
-void showErrorAlert(const char* key) {
+void showErrorText(NSString* text) {
     NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
-            VTLocalizedString(NSString::stringWithUTF8String_(key)))
+            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, text)
             ->runModal();
 }
+
+void showErrorAlert(const char* key) { showErrorText(VTLocalizedString(NSString::stringWithUTF8String_(key))); }
 
 NSString* stringValue(NSDictionary* record, NSString* key) {
     NSObject* value = record ? record->objectForKey_(key) : nullptr;
@@ -132,10 +133,13 @@ VTWorkspace* VTWorkspace::initWithFile_userInfo_(NSString* path, NSDictionary* u
         rows = configurationRowsFromFile_(nullptr);
     }
     // Neither a source nor a readable compiled file: nothing to build a
-    // client on. The caller stops the start (see VTClient.cpp).
+    // client on, and the caller stops the start. The localized table has
+    // no text for this operator's mistake, so the message is English like
+    // the log.
     if (!rows) {
         LOG("no configuration: neither %s nor a readable %s", path ? path->UTF8String() : "(no source)",
             compiledConfigurationPath()->UTF8String());
+        showErrorText("No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or unreadable."_ns);
         release();
         return nullptr;
     }

@@ -69,7 +69,9 @@ protected:
 
     // A configuration and a first-admin key (no UniqueID yet).
     static void install(const std::string& dir) {
-        ASSERT_EQ(std::system(("mkdir -p " + quoteShell(dir + "/conf") + " " + quoteShell(dir + "/userkey")).c_str()),
+        ASSERT_EQ(std::system(("mkdir -p " + quoteShell(dir + "/conf") + " " + quoteShell(dir + "/userkey") + " " +
+                               quoteShell(dir + "/data"))
+                                      .c_str()),
                   0);
         std::ofstream(dir + "/conf/cro.vtr", std::ios::binary) << kConfiguration;
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
@@ -221,8 +223,11 @@ TEST_F(ClientTest, AFirstRunSeedsContainerFilesByName) {
     for (const char* name : {"a.vcd", "ab.vcd", "ab.vci", "user.vci", "user.vcd", "notes.txt", "big.VCD", "x.vcix"}) {
         write(std::string("data/init/") + name, std::string("from init: ") + name);
     }
+    // The copied user container holds no container, so the start stops
+    // at the workspace; the seeding before it is what this test is about.
     vt_test::ProgramResult run = runClient();
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.out.find("alert: Error: The user data (data/user) is damaged."), std::string::npos) << run.out;
     for (const char* copied : {"ab.vcd", "ab.vci", "user.vci", "user.vcd"}) {
         EXPECT_EQ(read(std::string("data/") + copied), std::string("from init: ") + copied) << copied;
     }
@@ -247,17 +252,24 @@ TEST_F(ClientTest, AnExistingUserContainerMeansNoSeedingAtAll) {
     write("data/user.vci", "index");
     write("data/init/ab.vcd", "from init");
     write("data/init/user.vcd", "from init");
+    // The user index written above is no container: the start stops at
+    // the workspace, after the seeding step that this test is about.
     vt_test::ProgramResult run = runClient();
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.status, 1);
     EXPECT_FALSE(exists("data/ab.vcd"));
     EXPECT_FALSE(exists("data/user.vcd"));
 }
 
-TEST_F(ClientTest, NoDataDirectoryIsCreated) {
+// Without data/ there is nothing to open, and the start says so once,
+// without making the folder or any container.
+TEST_F(ClientTest, AMissingDataFolderStopsTheStartAndIsNotCreated) {
     ASSERT_EQ(std::system(("rm -rf " + quoteShell(dir_ + "/data")).c_str()), 0);
     vt_test::ProgramResult run = runClient();
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out.find("alert:"), run.out.rfind("alert:")) << run.out;
+    EXPECT_NE(run.out.find("alert: Error: The data folder (data/) is missing."), std::string::npos) << run.out;
     EXPECT_FALSE(exists("data"));
+    EXPECT_FALSE(exists("vantor.lock"));
 }
 
 }  // namespace
