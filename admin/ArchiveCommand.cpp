@@ -5,8 +5,6 @@
 // decoding, in one call. The archive code's own log lines (a malformed
 // archive, a class without a body) go to standard error, so that standard
 // output carries nothing but the result.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <string>

@@ -1,12 +1,10 @@
 #include "Commands.h"
 
-#include <termios.h>
-#include <unistd.h>
-
 #include <cstring>
 
 #include "app/VTWorkspace.h"
 #include "foundation/NSString.h"
+#include "foundation/platform/Platform.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 
@@ -63,27 +61,22 @@ std::string readLine(FILE* in) {
 }
 
 std::string askHidden(FILE* terminal, const char* prompt) {
+    // Echo off before the prompt shows, so that nothing typed after it is
+    // seen; it comes back also when the process ends at the prompt (Ctrl-C).
+    bool restore = vtTerminalEchoOff(fileno(terminal));
     std::fprintf(stderr, "%s", prompt);
-    termios saved{};
-    int fd = fileno(terminal);
-    bool restore = tcgetattr(fd, &saved) == 0;
-    if (restore) {
-        termios quiet = saved;
-        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(fd, TCSANOW, &quiet);
-    }
     std::string line = readLine(terminal);
-    if (restore) tcsetattr(fd, TCSANOW, &saved);
+    if (restore) vtTerminalEchoRestore();
     std::fprintf(stderr, "\n");
     return line;
 }
 
 LogToStderr::LogToStderr() {
     std::fflush(stdout);
-    _saved = dup(1);
+    _saved = vtDuplicateStream(1);
     if (_saved >= 0) {
-        _results = fdopen(dup(_saved), "w");
-        dup2(2, 1);
+        _results = fdopen(vtDuplicateStream(_saved), "w");
+        vtReplaceStream(1, 2);
     }
 }
 
@@ -91,8 +84,8 @@ LogToStderr::~LogToStderr() {
     if (_results) std::fclose(_results);
     std::fflush(stdout);
     if (_saved >= 0) {
-        dup2(_saved, 1);
-        close(_saved);
+        vtReplaceStream(1, _saved);
+        vtCloseStream(_saved);
     }
 }
 

@@ -13,8 +13,6 @@
 // missing from a tool), a class without the action's operation an error.
 // The last line sums up. Exit status 1 when there is an error (with
 // --strict also a warning).
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -27,6 +25,7 @@
 #include "app/VTWorkspace.h"
 #include "foundation/NSData.h"
 #include "foundation/NSString.h"
+#include "foundation/platform/Platform.h"
 #include "sheets/LXListParser.h"
 
 namespace admin {
@@ -284,7 +283,7 @@ void Checker::checkSheet(NSArray* def, const Node* node) {
 
 int check(const char* path, bool strict) {
     NSString* nsPath = NSString::stringWithUTF8String_(path);
-    if (access(path, R_OK) != 0) {
+    if (!vtFileReadable(path)) {
         std::fprintf(stderr, "vantor-admin: config check: cannot read %s\n", path);
         return 1;
     }

@@ -21,8 +21,6 @@
 //
 // Log lines of the container and the archive reader go to standard error,
 // so that standard output carries only the result.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

@@ -13,8 +13,6 @@
 // key goes to the working directory under the generator's file name,
 // "<first>_<last>__<unit>__<company>.vuk", overwriting a file of that name;
 // to take effect it is moved to userkey/ of that user's installation.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -24,6 +22,7 @@
 #include "app/VTWorkspace.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
+#include "foundation/platform/Platform.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 
@@ -78,7 +77,7 @@ int make(const char* user, bool passwordFromStdin) {
                     m->valueInRow_column_(static_cast<uint32_t>(row), NSString::stringWithUTF8String_(field)));
         };
         std::string first, again;
-        if (passwordFromStdin || !isatty(0)) {
+        if (passwordFromStdin || !vtIsTerminal(0)) {
             first = again = readLine(stdin);
         } else {
             first = askHidden(stdin, "Password: ");

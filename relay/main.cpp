@@ -7,9 +7,6 @@
 // working directory can't be entered or the port can't be bound ("socket
 // not bound"), so that a service manager or script sees the failure; 0 only
 // if the loop ended by itself.
-#include <signal.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +14,7 @@
 #include <string>
 
 #include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
 #include "sync/LXRelay.h"
 #include "sync/LXSocket.h"
 
@@ -69,7 +67,7 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     // Sockets already send with MSG_NOSIGNAL; this covers standard output
     // piped to a reader that has gone away, which must not end the relay.
-    signal(SIGPIPE, SIG_IGN);
+    vtIgnoreBrokenPipe();
 
     uint32_t port = LXRelay::defaultPort();
     const char* dir = nullptr;
@@ -105,7 +103,7 @@ int main(int argc, char** argv) {
     // The directory is not created: a mistyped path would otherwise start
     // an empty relay beside the real store, and the deltas queued there
     // would wait unseen for clients that never collect from it.
-    if (dir && chdir(dir) != 0) {
+    if (dir && !vtChangeDirectory(dir)) {
         std::fprintf(stderr, "vantor-relay: can't enter %s: %s\n", dir, std::strerror(errno));
         return 1;
     }

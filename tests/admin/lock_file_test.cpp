@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -81,6 +82,11 @@ public:
         return status;
     }
     const std::string& output() const { return _output; }
+    // Whether its terminal echoes what is typed.
+    bool echoes() const {
+        termios settings{};
+        return tcgetattr(_master, &settings) == 0 && (settings.c_lflag & ECHO) != 0;
+    }
 
 private:
     pid_t _pid = -1;
@@ -139,12 +145,14 @@ TEST_F(LockFileTest, OfTwoCommandsStartedTogetherExactlyOneRuns) {
 }
 
 // Ctrl-C typed at the prompt (the terminal sends SIGINT) and SIGTERM both
-// end the command with their signal, and both remove the lock.
+// end the command with their signal, and both remove the lock and leave
+// the terminal echoing again.
 TEST_F(LockFileTest, CtrlCAndSigtermAtThePasswordPromptRemoveTheLock) {
     for (int signal : {SIGINT, SIGTERM}) {
         OnTerminal command(dir_, "sync");
         ASSERT_TRUE(command.waitForOutput("Password: ")) << command.output();
         ASSERT_TRUE(locked());
+        EXPECT_FALSE(command.echoes());
         if (signal == SIGINT) {
             command.type("\x03");
         } else {
@@ -154,6 +162,7 @@ TEST_F(LockFileTest, CtrlCAndSigtermAtThePasswordPromptRemoveTheLock) {
         ASSERT_TRUE(WIFSIGNALED(status)) << status;
         EXPECT_EQ(WTERMSIG(status), signal);
         EXPECT_FALSE(locked()) << strsignal(signal);
+        EXPECT_TRUE(command.echoes()) << strsignal(signal);
     }
 }
 
