@@ -1,7 +1,8 @@
 // vantor-relay: the relay server. The documented entry (a pool, +[LXRelay
 // relay], run) with the few options an operator needs:
 //
-//   vantor-relay [--port N] [--dir DIR] [--timeout SECONDS]
+//   vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]
+//   vantor-relay --help | --version
 //
 // Exit status: 2 for bad options (usage on standard error), 1 when the
 // working directory can't be entered or the port can't be bound ("socket
@@ -22,14 +23,19 @@ namespace {
 
 void usage(FILE* out) {
     std::fprintf(out,
-                 "usage: vantor-relay [--port N] [--dir DIR] [--timeout SECONDS]\n"
-                 "  --port N           TCP port on all local addresses (default %u; 0: any free\n"
-                 "                     port, named by the line \"listening on port N\")\n"
+                 "usage: vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]\n"
+                 "       vantor-relay --help | --version\n"
+                 "  --bind ADDRESS     the local IPv4 address to listen on, e.g. 127.0.0.1\n"
+                 "                     (default: all local addresses)\n"
+                 "  --port N           TCP port (default %u; 0: any free port, named by the\n"
+                 "                     line \"listening on port N\")\n"
                  "  --dir DIR          working directory holding the store _relay_.vcd/.vci\n"
                  "                     (default: the current directory; must exist)\n"
                  "  --timeout SECONDS  how long each element of a client's exchange may take\n"
                  "                     before the connection is dropped (default %g; 0: no limit)\n"
-                 "  --help             this text\n",
+                 "  --help             this text\n"
+                 "  --version          the version\n"
+                 "Options take their value as \"--port N\" or \"--port=N\".\n",
                  LXRelay::defaultPort(), LXSocket::kDefaultReceiveTimeout);
 }
 
@@ -54,7 +60,7 @@ bool parseSeconds(const char* text, double* seconds) {
 }
 
 int badUsage(const char* what, const char* argument) {
-    std::fprintf(stderr, "vantor-relay: %s: %s\n", what, argument);
+    std::fprintf(stderr, "vantor-relay: %s: '%s'\n", what, argument);
     usage(stderr);
     return 2;
 }
@@ -71,11 +77,16 @@ int main(int argc, char** argv) {
 
     uint32_t port = LXRelay::defaultPort();
     const char* dir = nullptr;
+    std::string bind;
     double timeout = -1;
     for (int i = 1; i < argc; i++) {
         std::string arg = argv[i];
         if (arg == "--help" || arg == "-h") {
             usage(stdout);
+            return 0;
+        }
+        if (arg == "--version") {
+            std::printf("vantor-relay %s\n", VANTOR_VERSION);
             return 0;
         }
         std::string name = arg;
@@ -85,13 +96,20 @@ int main(int argc, char** argv) {
             name = arg.substr(0, equals);
             value = argv[i] + equals + 1;
         }
-        if (name != "--port" && name != "--dir" && name != "--timeout") return badUsage("unknown option", argv[i]);
+        if (name != "--port" && name != "--dir" && name != "--timeout" && name != "--bind") {
+            return badUsage(arg.compare(0, 1, "-") == 0 ? "unknown option" : "unexpected argument", name.c_str());
+        }
         if (!value) {
             if (i + 1 >= argc) return badUsage("missing value for", argv[i]);
             value = argv[++i];
         }
         if (name == "--port") {
             if (!parsePort(value, &port)) return badUsage("not a port (0-65535)", value);
+        } else if (name == "--bind") {
+            // A name (localhost) is taken too, as the address it resolves to.
+            if (!vtSocketStartup() || !vtSocketResolve(value, &bind)) {
+                return badUsage("not an IPv4 address or a name of one", value);
+            }
         } else if (name == "--dir") {
             if (!*value) return badUsage("empty directory for", name.c_str());
             dir = value;
@@ -113,6 +131,7 @@ int main(int argc, char** argv) {
 
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     LXRelay* relay = LXRelay::relay();
+    if (!bind.empty()) relay->setBindAddress_(NSString::stringWithUTF8String_(bind.c_str()));
     if (port == LXRelay::defaultPort()) {
         relay->run();
     } else {
