@@ -32,9 +32,10 @@ const Command kCommands[] = {
          "       vantor-admin container remove STEM ID\n",
          &runContainer},
         {"config", "check [FILE] [--strict]", "check a configuration list (default conf/cro.vtr)",
-         "usage: vantor-admin config check [FILE] [--strict]\n"
+         "usage: vantor-admin config check [FILE] [--strict] [--json]\n"
          "  FILE      the configuration list (default conf/cro.vtr)\n"
          "  --strict  warnings count as errors\n"
+         "  --json    one JSON object per finding, then one summing up\n"
          "  --json    one JSON object per finding, then one summing up\n",
          &runConfig},
         {"key", "show FILE|make USER", "show a user key, or make one for a row of the user sheet",
