@@ -18,6 +18,17 @@ const char kPasswordNote[] =
         "The password of the key in userkey/ comes from VANTOR_PASSWORD or is asked on the terminal.\n";
 
 const Command kCommands[] = {
+        {"init", "DIR [--config FILE]", "make a new installation with its first administrator's key",
+         "usage: vantor-admin init DIR [--config FILE] [--name \"FIRST LAST\"] [--relay HOST] [--password-stdin]\n"
+         "                        [--json]\n"
+         "  DIR               the new installation; must not exist or be empty\n"
+         "  --config FILE     its configuration list (default: the demo configuration)\n"
+         "  --name NAME       the first administrator's first and last name (default \"First Admin\")\n"
+         "  --relay HOST      the relay's host, written to transceiver.txt\n"
+         "  --password-stdin  read the password as one line from standard input\n"
+         "                    (otherwise asked twice on the terminal)\n"
+         "  --json            print the result as one JSON object\n",
+         &runInit},
         {"parse-list", "FILE", "parse a configuration list and print it as JSON",
          "usage: vantor-admin parse-list FILE\n", &runParseList},
         {"archive", "encode|decode [--key KEY]", "JSON to archive or archive to JSON, stdin to stdout",

@@ -77,6 +77,7 @@ int runSheet(int argc, char** argv);      // SheetCommand.cpp
 int runRecord(int argc, char** argv);     // RecordCommand.cpp
 int runSync(int argc, char** argv);       // SyncCommand.cpp
 int runDeltas(int argc, char** argv);     // SyncCommand.cpp
+int runInit(int argc, char** argv);       // InitCommand.cpp
 
 // Everything a stream holds, read to its end.
 std::string readAll(FILE* in);
