@@ -75,6 +75,11 @@ const Command kCommands[] = {
          &runSync},
         {"deltas", "[--refused]", "the outgoing deltas waiting in the delta store",
          "usage: vantor-admin deltas [--refused]\n", &runDeltas},
+        {"relay", "status DIR", "what a relay's store holds, read without disturbing the relay",
+         "usage: vantor-admin relay status DIR [--json]\n"
+         "  DIR     the relay's directory (its --dir), holding _relay_.vcd/.vci\n"
+         "  --json  print it as one JSON object\n",
+         &runRelay},
         {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

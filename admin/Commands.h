@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+class LXContainer;
 class NSString;
 class VTSheet;
 
@@ -78,6 +79,7 @@ int runRecord(int argc, char** argv);     // RecordCommand.cpp
 int runSync(int argc, char** argv);       // SyncCommand.cpp
 int runDeltas(int argc, char** argv);     // SyncCommand.cpp
 int runInit(int argc, char** argv);       // InitCommand.cpp
+int runRelay(int argc, char** argv);      // RelayCommand.cpp
 
 // Everything a stream holds, read to its end.
 std::string readAll(FILE* in);
@@ -92,6 +94,17 @@ std::string askHidden(FILE* terminal, const char* prompt);
 // Trimmed; nil, said on standard error for the command, when it is empty or
 // the two differ. Autoreleased.
 NSString* newPassword(const char* command, bool fromStdin);
+
+// One stored object's block as a container's index places it in the data
+// file.
+struct Block {
+    int id;
+    long offset;
+    long length;
+};
+// The blocks the index of an opened container lists, by ascending id
+// (ContainerCommand.cpp).
+std::vector<Block> indexedBlocks(LXContainer* box);
 
 // Whether the working directory has its data/ folder; if not, says so on
 // standard error for the command. A missing folder is not a damaged store:

@@ -43,23 +43,6 @@
 
 namespace admin {
 
-namespace {
-
-bool parseId(const char* text, int* out) {
-    char* end = nullptr;
-    long value = std::strtol(text, &end, 10);
-    if (!*text || *end || value <= 0 || value > 0x7FFFFFFF) return false;
-    *out = static_cast<int>(value);
-    return true;
-}
-
-struct Block {
-    int id;
-    long offset;
-    long length;
-};
-
-// The blocks the index lists, by ascending id.
 std::vector<Block> indexedBlocks(LXContainer* box) {
     std::vector<Block> blocks;
     LXManagedObject* index = static_cast<LXManagedObject*>(box->valueForKey_("index"_ns));
@@ -73,6 +56,16 @@ std::vector<Block> indexedBlocks(LXContainer* box) {
     }
     std::sort(blocks.begin(), blocks.end(), [](const Block& a, const Block& b) { return a.id < b.id; });
     return blocks;
+}
+
+namespace {
+
+bool parseId(const char* text, int* out) {
+    char* end = nullptr;
+    long value = std::strtol(text, &end, 10);
+    if (!*text || *end || value <= 0 || value > 0x7FFFFFFF) return false;
+    *out = static_cast<int>(value);
+    return true;
 }
 
 // The bytes of a block as the data file holds them; false when the file
