@@ -57,7 +57,7 @@ protected:
     void startRelay() {
         fs::create_directory(root_ + "/relay");
         std::string log = root_ + "/relay.log";
-        std::string command = "timeout 600 " + quoteShell(VANTOR_RELAY_PATH) +
+        std::string command = "timeout 300 " + quoteShell(VANTOR_RELAY_PATH) +
                               " --bind 127.0.0.1 --port 0 --timeout 10 --dir " + quoteShell(root_ + "/relay") + " > " +
                               quoteShell(log) + " 2>&1 & echo $!";
         ProgramResult started = vt_test::runProgram(command);
