@@ -40,7 +40,8 @@ namespace {
 // Roles and groups the first-user step and the demo configuration's
 // restrict clauses name.
 const char* const kRoles[][3] = {
-        {"init-role-administrator", "administrator", "Changes users, groups, roles and every record"},
+        {"init-role-administrator", "administrator",
+         "Changes users, groups, roles and every record"},
         {"init-role-designer", "designer", "Designs forms and runs the report designer"},
         {"init-role-staff", "staff", "Works on the shared sheets"},
         {"init-role-reader", "reader", "Sees the shared sheets"},
@@ -52,7 +53,8 @@ const char* const kGroups[][3] = {
 };
 
 // Stores one record, stamped as made by the first administrator now.
-bool storeRecord(const std::string& stem, const std::vector<std::pair<const char*, const char*>>& fields,
+bool storeRecord(const std::string& stem,
+                 const std::vector<std::pair<const char*, const char*>>& fields,
                  NSString* creator) {
     NSMutableDictionary* record = NSMutableDictionary::dictionary();
     for (const auto& field : fields) {
@@ -61,7 +63,8 @@ bool storeRecord(const std::string& stem, const std::vector<std::pair<const char
     }
     record->setObject_forKey_(creator, "__creator"_ns);
     record->setObject_forKey_(NSDate::date(), "__created"_ns);
-    LXContainer* box = LXContainer::containerWithName_(NSString::stringWithUTF8String_(stem.c_str()));
+    LXContainer* box =
+            LXContainer::containerWithName_(NSString::stringWithUTF8String_(stem.c_str()));
     return box && !box->isDamaged() && box->set_(record) >= 0;
 }
 
@@ -101,7 +104,8 @@ int runInit(int argc, char** argv) {
         words.push_back(name.substr(at, end == std::string::npos ? std::string::npos : end - at));
         at = end;
     }
-    if (words.size() != 2) return wrongUsage("init", "the name must be two words, first and last", name);
+    if (words.size() != 2)
+        return wrongUsage("init", "the name must be two words, first and last", name);
 
     std::string configuration = kDemoConfiguration;
     if (const char* file = args.value("--config")) {
@@ -124,25 +128,29 @@ int runInit(int argc, char** argv) {
             return fail("cannot make " + (fs::path(dir) / sub).string() + ": " + ec.message());
         }
     }
-    if (!writeText(dir + "/conf/cro.vtr", configuration)) return fail("cannot write " + dir + "/conf/cro.vtr");
+    if (!writeText(dir + "/conf/cro.vtr", configuration))
+        return fail("cannot write " + dir + "/conf/cro.vtr");
     if (const char* relay = args.value("--relay")) {
         if (!writeText(dir + "/transceiver.txt", std::string(relay) + "\n")) {
             return fail("cannot write " + dir + "/transceiver.txt");
         }
     }
 
-    NSString* userId = NSString::stringWithFormat_("%s %s/Demo/Admin", words[0].c_str(), words[1].c_str());
+    NSString* userId =
+            NSString::stringWithFormat_("%s %s/Demo/Admin", words[0].c_str(), words[1].c_str());
     {
         // The container code logs what it makes: not a result.
         LogToStderr redirect;
         for (const auto& role : kRoles) {
             if (!storeRecord(dir + "/data/init/role",
-                             {{"__recordId", role[0]}, {"name", role[1]}, {"description", role[2]}}, userId)) {
+                             {{"__recordId", role[0]}, {"name", role[1]}, {"description", role[2]}},
+                             userId)) {
                 return fail("cannot store the roles in " + dir + "/data/init");
             }
         }
         for (const auto& group : kGroups) {
-            if (!storeRecord(dir + "/data/init/group", {{"__recordId", group[0]}, {"name", group[1]}, {"roles", group[2]}},
+            if (!storeRecord(dir + "/data/init/group",
+                             {{"__recordId", group[0]}, {"name", group[1]}, {"roles", group[2]}},
                              userId)) {
                 return fail("cannot store the groups in " + dir + "/data/init");
             }
@@ -162,12 +170,13 @@ int runInit(int argc, char** argv) {
                                     .add("installation", dir)
                                     .add("userId", userId->UTF8String())
                                     .add("key", keyPath)
-                                    .add("configuration", args.has("--config") ? args.value("--config") : "demo")
+                                    .add("configuration",
+                                         args.has("--config") ? args.value("--config") : "demo")
                                     .text()
                                     .c_str());
     } else {
-        std::printf("installation %s made; first administrator %s, key %s\n", dir.c_str(), userId->UTF8String(),
-                    keyPath.c_str());
+        std::printf("installation %s made; first administrator %s, key %s\n", dir.c_str(),
+                    userId->UTF8String(), keyPath.c_str());
     }
     return 0;
 }

@@ -48,7 +48,8 @@ NSDate* changeDate(LXDelta* delta) {
     NSObject* object = static_cast<NSDictionary*>(contents)->objectForKey_("object"_ns);
     if (!object || !object->isKindOfClass_(NSDictionary::classObject())) return nullptr;
     for (const char* stamp : {"__modified", "__created"}) {
-        NSObject* date = static_cast<NSDictionary*>(object)->objectForKey_(NSString::stringWithUTF8String_(stamp));
+        NSObject* date = static_cast<NSDictionary*>(object)->objectForKey_(
+                NSString::stringWithUTF8String_(stamp));
         if (date && date->isKindOfClass_(NSDate::classObject())) return static_cast<NSDate*>(date);
     }
     return nullptr;
@@ -80,13 +81,17 @@ int status(const std::string& dir, bool json) {
     LogToStderr redirect;
     FILE* out = redirect.results();
     if (!vtFileExists((stem + ".vci").c_str())) {
-        std::fprintf(stderr, "vantor-admin: relay status: no relay store in %s (%s.vci is missing)\n", dir.c_str(),
-                     LXRelay::kContainerName);
+        std::fprintf(stderr,
+                     "vantor-admin: relay status: no relay store in %s (%s.vci is missing)\n",
+                     dir.c_str(), LXRelay::kContainerName);
         return 1;
     }
-    LXContainer* box = LXContainer::existingContainerWithName_(NSString::stringWithUTF8String_(stem.c_str()));
+    LXContainer* box =
+            LXContainer::existingContainerWithName_(NSString::stringWithUTF8String_(stem.c_str()));
     if (!box || box->isDamaged()) {
-        std::fprintf(stderr, "vantor-admin: relay status: the relay store %s.vcd/.vci is damaged or unreadable\n",
+        std::fprintf(stderr,
+                     "vantor-admin: relay status: the relay store %s.vcd/.vci is damaged or "
+                     "unreadable\n",
                      stem.c_str());
         return 1;
     }
@@ -147,24 +152,28 @@ int status(const std::string& dir, bool json) {
         shown.add("store", stem).add("deltas", deltas).add("bytes", bytes);
         shown.add("dataFileBytes", dataBytes).add("indexFileBytes", indexBytes);
         if (space) {
-            shown.add("freeBytes", static_cast<double>(freeBytes)).add("totalBytes", static_cast<double>(totalBytes));
+            shown.add("freeBytes", static_cast<double>(freeBytes))
+                    .add("totalBytes", static_cast<double>(totalBytes));
         } else {
             shown.addJSON("freeBytes", "null").addJSON("totalBytes", "null");
         }
         shown.add("unqueued", unqueued).addJSON("queues", list + "]");
         std::fprintf(out, "%s\n", shown.text().c_str());
     } else {
-        std::fprintf(out, "store %s: %ld delta(s) in %zu queue(s), %ld bytes; files %ld + %ld bytes", stem.c_str(),
-                     deltas, queues.size(), bytes, dataBytes, indexBytes);
+        std::fprintf(out,
+                     "store %s: %ld delta(s) in %zu queue(s), %ld bytes; files %ld + %ld bytes",
+                     stem.c_str(), deltas, queues.size(), bytes, dataBytes, indexBytes);
         if (space) {
             std::fprintf(out, "; %.1f MB free of %.1f MB", freeBytes / 1e6, totalBytes / 1e6);
         }
         std::fprintf(out, "\n");
         if (unqueued) std::fprintf(out, "unqueued: %ld delta(s) without an addressee\n", unqueued);
         for (Queue* q : order) {
-            std::fprintf(out, "queue %s: %ld delta(s), %ld bytes", q->addressee.c_str(), q->deltas, q->bytes);
+            std::fprintf(out, "queue %s: %ld delta(s), %ld bytes", q->addressee.c_str(), q->deltas,
+                         q->bytes);
             if (q->oldest) {
-                std::fprintf(out, ", oldest from %s (%s ago)", q->oldest->description()->UTF8String(),
+                std::fprintf(out, ", oldest from %s (%s ago)",
+                             q->oldest->description()->UTF8String(),
                              ageText(-q->oldest->timeIntervalSinceNow()).c_str());
             }
             std::fprintf(out, "\n");

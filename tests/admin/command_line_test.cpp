@@ -25,15 +25,17 @@ ProgramResult admin(const std::string& args, const std::string& input = "") {
     return vt_test::runProgram(quoteShell(VANTOR_ADMIN_PATH) + " " + args, input);
 }
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 class CommandLineTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         dir = vt_test::makeTempDir("vt-admin-cli");
-        ProgramResult made = vt_test::runProgram("bash " + quoteShell(std::string(VANTOR_SOURCE_DIR) +
-                                                                      "/scripts/new-workdir.sh") +
-                                                 " " + quoteShell(dir) + " >/dev/null");
+        ProgramResult made = vt_test::runProgram(
+                "bash " + quoteShell(std::string(VANTOR_SOURCE_DIR) + "/scripts/new-workdir.sh") +
+                " " + quoteShell(dir) + " >/dev/null");
         ASSERT_EQ(made.status, 0) << made.err;
     }
     static void TearDownTestSuite() { vt_test::removeTree(dir); }
@@ -59,12 +61,14 @@ TEST(CommandLine, VersionOfBothPrograms) {
 // its own usage on standard output and status 0, and runs nothing: a
 // --help where a file name would stand is not taken for one.
 TEST(CommandLine, EveryCommandHasItsHelp) {
-    for (const std::string command : {"init", "parse-list", "archive", "container", "config", "key", "sheet",
-                                      "record", "sync", "deltas", "relay"}) {
-        for (const std::string args : {command + " --help", command + " -h", command + " show --help"}) {
+    for (const std::string command : {"init", "parse-list", "archive", "container", "config", "key",
+                                      "sheet", "record", "sync", "deltas", "relay"}) {
+        for (const std::string& args :
+             {command + " --help", command + " -h", command + " show --help"}) {
             ProgramResult r = admin(args);
             EXPECT_EQ(r.status, 0) << args;
-            EXPECT_EQ(r.out.rfind("usage: vantor-admin " + command + " ", 0), 0u) << args << ": " << r.out;
+            EXPECT_EQ(r.out.rfind("usage: vantor-admin " + command + " ", 0), 0u)
+                    << args << ": " << r.out;
             EXPECT_EQ(r.err, "") << args;
         }
     }
@@ -115,8 +119,8 @@ TEST(CommandLine, ErrorsNameTheWrongWord) {
 
 // -C runs in the installation as a cd would; "--id N" and "--id=N" are one.
 TEST_F(CommandLineTest, DirectoryOptionAndBothOptionSpellings) {
-    ProgramResult here = vt_test::runProgram("cd " + quoteShell(dir) + " && " + quoteShell(VANTOR_ADMIN_PATH) +
-                                             " sheet list");
+    ProgramResult here = vt_test::runProgram("cd " + quoteShell(dir) + " && " +
+                                             quoteShell(VANTOR_ADMIN_PATH) + " sheet list");
     ProgramResult there = inDemo("sheet list");
     EXPECT_EQ(there.status, 0) << there.err;
     EXPECT_EQ(there.out, here.out);
@@ -138,18 +142,21 @@ TEST_F(CommandLineTest, JsonOutput) {
 
     ProgramResult sheets = inDemo("sheet list --json");
     EXPECT_EQ(sheets.status, 0) << sheets.err;
-    EXPECT_TRUE(contains(sheets.out, R"({"name":"company","title":"Companies","records":3,"recordsOf":null})"))
+    EXPECT_TRUE(contains(sheets.out,
+                         R"({"name":"company","title":"Companies","records":3,"recordsOf":null})"))
             << sheets.out;
-    for (size_t start = 0, end; (end = sheets.out.find('\n', start)) != std::string::npos; start = end + 1) {
+    for (size_t start = 0, end; (end = sheets.out.find('\n', start)) != std::string::npos;
+         start = end + 1) {
         EXPECT_EQ(sheets.out[start], '{');
         EXPECT_EQ(sheets.out[end - 1], '}');
     }
 
     ProgramResult check = inDemo("container check data/init/company --json");
     EXPECT_EQ(check.status, 0) << check.err;
-    EXPECT_TRUE(std::regex_match(check.out, std::regex(R"(\{"stem":"data/init/company","ok":true,"objects":3,)"
-                                                       R"("bytesInBlocks":[0-9]+,"dataFileBytes":[0-9]+,)"
-                                                       R"("highestId":3,"problems":\[\]\}\n)")))
+    EXPECT_TRUE(std::regex_match(check.out,
+                                 std::regex(R"(\{"stem":"data/init/company","ok":true,"objects":3,)"
+                                            R"("bytesInBlocks":[0-9]+,"dataFileBytes":[0-9]+,)"
+                                            R"("highestId":3,"problems":\[\]\}\n)")))
             << check.out;
 
     ProgramResult config = inDemo("config check --json --strict");
@@ -157,11 +164,13 @@ TEST_F(CommandLineTest, JsonOutput) {
     EXPECT_EQ(config.out, R"({"file":"conf/cro.vtr","sheets":14,"errors":0,"warnings":0,"ok":true})"
                           "\n");
 
-    ProgramResult set = vt_test::runProgram("cd " + quoteShell(dir) + " && VANTOR_PASSWORD=vantor-demo " +
-                                                    quoteShell(VANTOR_ADMIN_PATH) + " record set company --json",
-                                            R"([{"name": "A", "industry": "trade"}, {"name": "B", "industry": "trade"}])");
+    ProgramResult set = vt_test::runProgram(
+            "cd " + quoteShell(dir) + " && VANTOR_PASSWORD=vantor-demo " +
+                    quoteShell(VANTOR_ADMIN_PATH) + " record set company --json",
+            R"([{"name": "A", "industry": "trade"}, {"name": "B", "industry": "trade"}])");
     EXPECT_EQ(set.status, 0) << set.err;
-    EXPECT_TRUE(std::regex_match(set.out, std::regex(R"((\{"recordId":"[^"]+"\}\n){2})"))) << set.out;
+    EXPECT_TRUE(std::regex_match(set.out, std::regex(R"((\{"recordId":"[^"]+"\}\n){2})")))
+            << set.out;
     // Standard error holds the log, and no progress line off a terminal.
     EXPECT_FALSE(contains(set.err, "saved")) << set.err;
 }
