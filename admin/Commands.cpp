@@ -51,7 +51,7 @@ const Command kCommands[] = {
          &runConfig},
         {"key", "show FILE|make USER", "show a user key, or make one for a row of the user sheet",
          "usage: vantor-admin key show FILE [--show-password] [--json]\n"
-         "       vantor-admin key make USER [--password-stdin]\n"
+         "       vantor-admin key make USER [--password-stdin] [--json]\n"
          "  USER  the __recordId or the user id (\"First Last/Unit/Company\") of a row of the user sheet\n",
          &runKey},
         {"sheet", "list|dump NAME", "the sheets of the installation, or one sheet's records as JSON",

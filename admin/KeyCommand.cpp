@@ -1,4 +1,4 @@
-// key show FILE [--show-password] | key make USER [--password-stdin]
+// key show FILE [--show-password] [--json] | key make USER [--password-stdin] [--json]
 //
 // show: the identity a user key carries, one "Name: value" line each:
 // UserID, UniqueID ("(none)" in a first-admin key before its first start),
@@ -84,7 +84,7 @@ int show(const char* path, bool showPassword, bool json) {
     return 0;
 }
 
-int make(const char* user, bool passwordFromStdin) {
+int make(const char* user, bool passwordFromStdin, bool json) {
     VTWorkspace* w = newInstallationWorkspace("key make");
     if (!w) return 1;
     VTSheet* users = w->sheetNamed_("user"_ns);
@@ -121,7 +121,16 @@ int make(const char* user, bool passwordFromStdin) {
             key->setObject_forKey_(password, "Password"_ns);
             key->setObject_forKey_(NSNumber::numberWithBool_(false), "Admin"_ns);
             if (VTUserKey::writeUserKey_toFile_(key, fileName)) {
-                std::printf("%s\n", fileName->UTF8String());
+                if (json) {
+                    std::printf("%s\n", JsonObject()
+                                                .add("key", fileName->UTF8String())
+                                                .add("UserID", fullId->UTF8String())
+                                                .add("UniqueID", text(value("__recordId")))
+                                                .text()
+                                                .c_str());
+                } else {
+                    std::printf("%s\n", fileName->UTF8String());
+                }
                 status = 0;
             } else {
                 std::fprintf(stderr, "vantor-admin: key make: cannot write %s\n", fileName->UTF8String());
@@ -149,14 +158,14 @@ int runKey(int argc, char** argv) {
     bool showing = w[0] == "show";
     if (w.size() < 2) return wrongUsage("key", showing ? "missing FILE after" : "missing USER after", w[0]);
     if (w.size() > 2) return wrongUsage("key", "unexpected argument", w[2]);
-    for (const char* option : {"--show-password", "--json"}) {
-        if (!showing && args.has(option)) return wrongUsage("key", "this option belongs to key show", option);
+    if (!showing && args.has("--show-password")) {
+        return wrongUsage("key", "this option belongs to key show", "--show-password");
     }
     if (showing && args.has("--password-stdin")) {
         return wrongUsage("key", "this option belongs to key make", "--password-stdin");
     }
     if (showing) return show(w[1].c_str(), args.has("--show-password"), args.has("--json"));
-    return make(w[1].c_str(), args.has("--password-stdin"));
+    return make(w[1].c_str(), args.has("--password-stdin"), args.has("--json"));
 }
 
 }  // namespace admin

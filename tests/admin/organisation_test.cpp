@@ -143,10 +143,19 @@ TEST_F(OrganisationTest, InitFirstStartTwoUsersAndReplication) {
         ASSERT_TRUE(std::regex_search(made.out, id, std::regex(R"re(\{"recordId":"([^"]+)"\})re")))
                 << made.out;
         ids[i] = id[1];
-        ProgramResult key = as(org, "", "key make " + ids[i] + " --password-stdin",
+        // Alice's key named as a script reads it, Bob's as JSON.
+        std::string json = i == 1 ? " --json" : "";
+        ProgramResult key = as(org, "", "key make " + ids[i] + " --password-stdin" + json,
                                std::string(passwords[i]) + "\n");
         ASSERT_EQ(key.status, 0) << key.err;
         keys[i] = trimmed(key.out);
+        if (i == 1) {
+            EXPECT_EQ(key.out,
+                      "{\"key\":\"Bob_Baker__Works__Acme.vuk\",\"UserID\":\"Bob Baker/Works/Acme\","
+                      "\"UniqueID\":\"" +
+                              ids[1] + "\"}\n");
+            keys[i] = "Bob_Baker__Works__Acme.vuk";
+        }
         ASSERT_EQ(
                 as(org, "navy-1906", "record action user " + ids[i] + " VTActionPushSpaces").status,
                 0);
