@@ -96,7 +96,8 @@ int runArchive(int argc, char** argv) {
     if (!parseArguments("archive", argc, argv, {{"--key", true}}, &args)) return 2;
     if (args.words.empty()) return wrongUsage("archive", "missing encode or decode", "");
     const std::string& verb = args.words[0];
-    if (verb != "encode" && verb != "decode") return wrongUsage("archive", "unknown verb (encode, decode)", verb);
+    if (verb != "encode" && verb != "decode")
+        return wrongUsage("archive", "unknown verb (encode, decode)", verb);
     if (args.words.size() > 1) return wrongUsage("archive", "unexpected argument", args.words[1]);
     NSString* key = nullptr;
     if (const char* given = args.value("--key")) {

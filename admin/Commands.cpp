@@ -15,15 +15,19 @@ namespace admin {
 namespace {
 
 const char kPasswordNote[] =
-        "The password of the key in userkey/ comes from VANTOR_PASSWORD or is asked on the terminal.\n";
+        "The password of the key in userkey/ comes from VANTOR_PASSWORD or is asked on the "
+        "terminal.\n";
 
 const Command kCommands[] = {
-        {"init", "DIR [--config FILE]", "make a new installation with its first administrator's key",
-         "usage: vantor-admin init DIR [--config FILE] [--name \"FIRST LAST\"] [--relay HOST] [--password-stdin]\n"
+        {"init", "DIR [--config FILE]",
+         "make a new installation with its first administrator's key",
+         "usage: vantor-admin init DIR [--config FILE] [--name \"FIRST LAST\"] [--relay HOST] "
+         "[--password-stdin]\n"
          "                        [--json]\n"
          "  DIR               the new installation; must not exist or be empty\n"
          "  --config FILE     its configuration list (default: the demo configuration)\n"
-         "  --name NAME       the first administrator's first and last name (default \"First Admin\")\n"
+         "  --name NAME       the first administrator's first and last name (default \"First "
+         "Admin\")\n"
          "  --relay HOST      the relay's host, written to transceiver.txt\n"
          "  --password-stdin  read the password as one line from standard input\n"
          "                    (otherwise asked twice on the terminal)\n"
@@ -31,12 +35,14 @@ const Command kCommands[] = {
          &runInit},
         {"parse-list", "FILE", "parse a configuration list and print it as JSON",
          "usage: vantor-admin parse-list FILE\n", &runParseList},
-        {"archive", "encode|decode [--key KEY]", "JSON to archive or archive to JSON, stdin to stdout",
+        {"archive", "encode|decode [--key KEY]",
+         "JSON to archive or archive to JSON, stdin to stdout",
          "usage: vantor-admin archive encode [--key KEY]   JSON on stdin, archive on stdout\n"
          "       vantor-admin archive decode [--key KEY]   archive on stdin, JSON on stdout\n"
          "  --key KEY   encipher after encoding, decipher before decoding\n",
          &runArchive},
-        {"container", "dump|check|store|remove STEM ...", "look into a container; see ContainerCommand.cpp",
+        {"container", "dump|check|store|remove STEM ...",
+         "look into a container; see ContainerCommand.cpp",
          "usage: vantor-admin container dump STEM              one JSON line per object\n"
          "       vantor-admin container check STEM [--json]    exit 1 when damaged\n"
          "       vantor-admin container store STEM [--id ID]   a JSON object from stdin\n"
@@ -52,21 +58,25 @@ const Command kCommands[] = {
         {"key", "show FILE|make USER", "show a user key, or make one for a row of the user sheet",
          "usage: vantor-admin key show FILE [--show-password] [--json]\n"
          "       vantor-admin key make USER [--password-stdin] [--json]\n"
-         "  USER  the __recordId or the user id (\"First Last/Unit/Company\") of a row of the user sheet\n",
+         "  USER  the __recordId or the user id (\"First Last/Unit/Company\") of a row of the user "
+         "sheet\n",
          &runKey},
-        {"sheet", "list|dump NAME", "the sheets of the installation, or one sheet's records as JSON",
+        {"sheet", "list|dump NAME",
+         "the sheets of the installation, or one sheet's records as JSON",
          "usage: vantor-admin sheet list [--json]\n"
          "       vantor-admin sheet dump NAME\n",
          &runSheet},
         {"record", "set|remove|select|action|list SHEET ...",
          "change records as the installation's user; see RecordCommand.cpp",
-         "usage: vantor-admin record set SHEET              a JSON object (or array) on standard input\n"
+         "usage: vantor-admin record set SHEET              a JSON object (or array) on standard "
+         "input\n"
          "       vantor-admin record remove SHEET RECORDID\n"
          "       vantor-admin record select SHEET RECORDID\n"
          "       vantor-admin record action SHEET RECORDID CLASS\n"
          "       vantor-admin record list SHEET\n",
          &runRecord},
-        {"sync", "[--cycles N] [--port N] [--timeout S]", "exchange deltas with the relay as the installation's user",
+        {"sync", "[--cycles N] [--port N] [--timeout S]",
+         "exchange deltas with the relay as the installation's user",
          "usage: vantor-admin sync [--cycles N] [--port N] [--timeout SECONDS] [--json]\n"
          "  --cycles N   run exactly N cycles (default: until nothing moves)\n"
          "  --port N     the relay's port (default 8888)\n"
@@ -111,7 +121,8 @@ void printUsage(FILE* out) {
 void printCommandHelp(const Command* command, FILE* out) {
     std::fprintf(out, "%s", command->help);
     const char* name = command->name;
-    if (!std::strcmp(name, "record") || !std::strcmp(name, "sync") || !std::strcmp(name, "deltas")) {
+    if (!std::strcmp(name, "record") || !std::strcmp(name, "sync") ||
+        !std::strcmp(name, "deltas")) {
         std::fprintf(out, "%s", kPasswordNote);
     }
 }
@@ -181,7 +192,8 @@ bool parseWhole(const char* text, long min, long max, long* out) {
     return true;
 }
 
-bool wholeOption(const char* command, const Arguments& args, const char* name, long min, long max, long* out) {
+bool wholeOption(const char* command, const Arguments& args, const char* name, long min, long max,
+                 long* out) {
     const char* text = args.value(name);
     if (!text || parseWhole(text, min, max, out)) return true;
     std::string what = std::string("not a whole number from ") + std::to_string(min) + " to " +
@@ -216,7 +228,8 @@ std::string askHidden(FILE* terminal, const char* prompt) {
     return line;
 }
 
-Progress::Progress(const char* what, uint32_t total) : _what(what), _total(total), _terminal(vtIsTerminal(2)) {}
+Progress::Progress(const char* what, uint32_t total)
+    : _what(what), _total(total), _terminal(vtIsTerminal(2)) {}
 
 Progress::~Progress() {
     // Erases the line, leaving the cursor where the line began.
@@ -227,8 +240,9 @@ void Progress::show(uint32_t done) {
     int percent = _total ? static_cast<int>(uint64_t(done) * 100 / _total) : 0;
     if (!_terminal || percent == _percent) return;
     _percent = percent;
-    showText(std::to_string(done) + (_total ? " of " + std::to_string(_total) + " (" + std::to_string(percent) + "%)"
-                                            : std::string()));
+    showText(std::to_string(done) +
+             (_total ? " of " + std::to_string(_total) + " (" + std::to_string(percent) + "%)"
+                     : std::string()));
 }
 
 void Progress::showText(const std::string& text) {

@@ -66,7 +66,8 @@ bool parseArguments(const char* command, int argc, char** argv, std::initializer
 bool parseWhole(const char* text, long min, long max, long* out);
 // The number of a numeric option into *out (left as it is when the option
 // is absent); false after wrongUsage names a value that is no such number.
-bool wholeOption(const char* command, const Arguments& args, const char* name, long min, long max, long* out);
+bool wholeOption(const char* command, const Arguments& args, const char* name, long min, long max,
+                 long* out);
 
 // The commands.
 int runParseList(int argc, char** argv);  // ParseListCommand.cpp

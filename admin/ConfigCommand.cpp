@@ -125,8 +125,8 @@ struct Balance {
         int column = 0;
     };
     bool ok = true;
-    Position at;           // of the problem when !ok
-    std::string problem;   // what is wrong there
+    Position at;          // of the problem when !ok
+    std::string problem;  // what is wrong there
     bool trailing = false;
     Position trailingAt;
 
@@ -215,7 +215,9 @@ struct Checker {
         if (clause) render(clause, &text);
         if (json) {
             JsonObject finding;
-            finding.add("file", file).add("line", line).add("severity", error ? "error" : "warning");
+            finding.add("file", file)
+                    .add("line", line)
+                    .add("severity", error ? "error" : "warning");
             finding.add("sheet", sheetName.empty() ? nullptr : sheetName.c_str());
             finding.add("clause", clause ? text.c_str() : nullptr).add("message", what);
             std::printf("%s\n", finding.text().c_str());
@@ -336,11 +338,12 @@ void Checker::checkClause(NSArray* c, int line, bool* named, bool* hasField, std
         Class found = NSClassFromCString(cls.c_str());
         // The client's own action classes live in its window code, which this
         // tool does not contain; their one operation is perform::.
-        static const std::set<std::string> clientActions = {"VTActionUserKeyGenerator", "VTActionTestForm",
-                                                            "VTActionCSVExport", "VTActionCreatePDF",
-                                                            "VTActionOpenReportDesigner"};
+        static const std::set<std::string> clientActions = {
+                "VTActionUserKeyGenerator", "VTActionTestForm", "VTActionCSVExport",
+                "VTActionCreatePDF", "VTActionOpenReportDesigner"};
         if (!found && clientActions.count(cls)) {
-            if (selector != "perform::") report(true, line, c, "action class " + cls + " has no operation " + selector);
+            if (selector != "perform::")
+                report(true, line, c, "action class " + cls + " has no operation " + selector);
             return;
         }
         if (!found) return report(false, line, c, "action class " + cls + " is not in this program's runtime table");
@@ -384,7 +387,8 @@ void Checker::checkSheet(NSArray* def, const Node* node) {
 }
 
 // One finding at a line and column, in the style of report().
-void reportAt(bool json, const char* path, Balance::Position at, bool error, const std::string& what) {
+void reportAt(bool json, const char* path, Balance::Position at, bool error,
+              const std::string& what) {
     if (json) {
         std::printf("%s\n", JsonObject()
                                     .add("file", path)
@@ -395,7 +399,8 @@ void reportAt(bool json, const char* path, Balance::Position at, bool error, con
                                     .text()
                                     .c_str());
     } else {
-        std::printf("%s:%d:%d: %s%s\n", path, at.line, at.column, error ? "" : "warning: ", what.c_str());
+        std::printf("%s:%d:%d: %s%s\n", path, at.line, at.column,
+                    error ? "" : "warning: ", what.c_str());
     }
 }
 
@@ -434,7 +439,8 @@ int check(const char* path, bool strict, bool json) {
         if (!balance.ok) {
             reportAt(json, path, balance.at, true, balance.problem);
         } else {
-            reportAt(json, path, {1, 1}, true, "the list does not parse (the parser's lines are above)");
+            reportAt(json, path, {1, 1}, true,
+                     "the list does not parse (the parser's lines are above)");
         }
         summary(json, path, 0, 1, 0, false);
         return 1;
@@ -447,7 +453,8 @@ int check(const char* path, bool strict, bool json) {
     checker.json = json;
     if (balance.trailing) {
         checker.warnings++;
-        reportAt(json, path, balance.trailingAt, false, "text after the top-level list is not read");
+        reportAt(json, path, balance.trailingAt, false,
+                 "text after the top-level list is not read");
     }
     int sheets = 0;
     for (uint32_t i = 0; i < rows->count(); i++) {
@@ -522,10 +529,13 @@ int check(const char* path, bool strict, bool json) {
 
 int runConfig(int argc, char** argv) {
     Arguments args;
-    if (!parseArguments("config", argc, argv, {{"--strict", false}, {"--json", false}}, &args)) return 2;
+    if (!parseArguments("config", argc, argv, {{"--strict", false}, {"--json", false}}, &args))
+        return 2;
     if (args.words.empty()) return wrongUsage("config", "missing verb (check)", "");
-    if (args.words[0] != "check") return wrongUsage("config", "unknown verb (check)", args.words[0]);
-    if (args.words.size() > 2) return wrongUsage("config", "one FILE only, not also", args.words[2]);
+    if (args.words[0] != "check")
+        return wrongUsage("config", "unknown verb (check)", args.words[0]);
+    if (args.words.size() > 2)
+        return wrongUsage("config", "one FILE only, not also", args.words[2]);
     const char* file = args.words.size() == 2 ? args.words[1].c_str() : "conf/cro.vtr";
     return check(file, args.has("--strict"), args.has("--json"));
 }

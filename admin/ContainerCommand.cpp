@@ -211,8 +211,12 @@ int check(const char* stem, bool json) {
     if (!box) {
         if (json) {
             std::fprintf(out, "%s\n",
-                         JsonObject().add("stem", stem).addBool("ok", false).add("problem", "the store does not open")
-                                 .text().c_str());
+                         JsonObject()
+                                 .add("stem", stem)
+                                 .addBool("ok", false)
+                                 .add("problem", "the store does not open")
+                                 .text()
+                                 .c_str());
         } else {
             std::fprintf(out, "damaged: the store does not open; see standard error\n");
         }
@@ -240,8 +244,8 @@ int check(const char* stem, bool json) {
                                 .add("problem", problem)
                                 .text();
         } else if (problem) {
-            std::fprintf(out, "damaged: object %d, block at %ld of %ld bytes, %s\n", block.id, block.offset, block.length,
-                         problem);
+            std::fprintf(out, "damaged: object %d, block at %ld of %ld bytes, %s\n", block.id,
+                         block.offset, block.length, problem);
         }
         if (problem) damaged++;
         if (reader) reader->release();
@@ -366,22 +370,31 @@ int remove(const char* stem, int id) {
 
 int runContainer(int argc, char** argv) {
     Arguments args;
-    if (!parseArguments("container", argc, argv, {{"--id", true}, {"--json", false}}, &args)) return 2;
+    if (!parseArguments("container", argc, argv, {{"--id", true}, {"--json", false}}, &args))
+        return 2;
     const std::vector<std::string>& w = args.words;
     if (w.empty()) return wrongUsage("container", "missing verb (dump, check, store, remove)", "");
     const std::string& verb = w[0];
-    size_t wanted = verb == "remove" ? 3 : verb == "dump" || verb == "check" || verb == "store" ? 2 : 0;
-    if (wanted == 0) return wrongUsage("container", "unknown verb (dump, check, store, remove)", verb);
-    if (w.size() < wanted) return wrongUsage("container", verb == "remove" ? "missing STEM or ID" : "missing STEM", verb);
+    size_t wanted = verb == "remove"                                       ? 3
+                    : verb == "dump" || verb == "check" || verb == "store" ? 2
+                                                                           : 0;
+    if (wanted == 0)
+        return wrongUsage("container", "unknown verb (dump, check, store, remove)", verb);
+    if (w.size() < wanted)
+        return wrongUsage("container", verb == "remove" ? "missing STEM or ID" : "missing STEM",
+                          verb);
     if (w.size() > wanted) return wrongUsage("container", "unexpected argument", w[wanted]);
-    if (args.has("--id") && verb != "store") return wrongUsage("container", "--id belongs to store, not", verb);
-    if (args.has("--json") && verb != "check") return wrongUsage("container", "--json belongs to check, not", verb);
+    if (args.has("--id") && verb != "store")
+        return wrongUsage("container", "--id belongs to store, not", verb);
+    if (args.has("--json") && verb != "check")
+        return wrongUsage("container", "--json belongs to check, not", verb);
     const char* stem = w[1].c_str();
     int id = 0;
     if (verb == "dump") return dump(stem);
     if (verb == "check") return check(stem, args.has("--json"));
     if (verb == "store") {
-        if (args.has("--id") && !parseId(args.value("--id"), &id)) return wrongUsage("container", "not a record id", args.value("--id"));
+        if (args.has("--id") && !parseId(args.value("--id"), &id))
+            return wrongUsage("container", "not a record id", args.value("--id"));
         return store(stem, id);
     }
     if (!parseId(w[2].c_str(), &id)) return wrongUsage("container", "not a record id", w[2]);

@@ -756,7 +756,9 @@ JsonObject& JsonObject::add(const char* name, double value) {
     return *this;
 }
 
-JsonObject& JsonObject::addBool(const char* name, bool value) { return addJSON(name, value ? "true" : "false"); }
+JsonObject& JsonObject::addBool(const char* name, bool value) {
+    return addJSON(name, value ? "true" : "false");
+}
 
 JsonObject& JsonObject::addJSON(const char* name, const std::string& json) {
     key(name);

@@ -42,7 +42,8 @@ NSString* newPassword(const char* command, bool fromStdin) {
     NSString* password = NSString::stringWithUTF8String_(first.c_str())->trim();
     NSString* repeated = NSString::stringWithUTF8String_(again.c_str())->trim();
     if (password->length() == 0 || !password->isEqual_(repeated)) {
-        std::fprintf(stderr, "vantor-admin: %s: The passwords must be non-empty and equal.\n", command);
+        std::fprintf(stderr, "vantor-admin: %s: The passwords must be non-empty and equal.\n",
+                     command);
         return nullptr;
     }
     return password;
@@ -148,15 +149,19 @@ int make(const char* user, bool passwordFromStdin, bool json) {
 
 int runKey(int argc, char** argv) {
     Arguments args;
-    if (!parseArguments("key", argc, argv,
-                        {{"--show-password", false}, {"--json", false}, {"--password-stdin", false}}, &args)) {
+    if (!parseArguments(
+                "key", argc, argv,
+                {{"--show-password", false}, {"--json", false}, {"--password-stdin", false}},
+                &args)) {
         return 2;
     }
     const std::vector<std::string>& w = args.words;
     if (w.empty()) return wrongUsage("key", "missing verb (show, make)", "");
-    if (w[0] != "show" && w[0] != "make") return wrongUsage("key", "unknown verb (show, make)", w[0]);
+    if (w[0] != "show" && w[0] != "make")
+        return wrongUsage("key", "unknown verb (show, make)", w[0]);
     bool showing = w[0] == "show";
-    if (w.size() < 2) return wrongUsage("key", showing ? "missing FILE after" : "missing USER after", w[0]);
+    if (w.size() < 2)
+        return wrongUsage("key", showing ? "missing FILE after" : "missing USER after", w[0]);
     if (w.size() > 2) return wrongUsage("key", "unexpected argument", w[2]);
     if (!showing && args.has("--show-password")) {
         return wrongUsage("key", "this option belongs to key show", "--show-password");

@@ -38,7 +38,8 @@ int runParseList(int argc, char** argv) {
     Arguments args;
     if (!parseArguments("parse-list", argc, argv, {}, &args)) return 2;
     if (args.words.size() != 1) {
-        return wrongUsage("parse-list", args.words.empty() ? "missing FILE" : "one FILE only, not also",
+        return wrongUsage("parse-list",
+                          args.words.empty() ? "missing FILE" : "one FILE only, not also",
                           args.words.empty() ? "" : args.words[1]);
     }
     const char* path = args.words[0].c_str();

@@ -279,7 +279,8 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId, 
     refreshViews(w, sheet);
     NSString* id = static_cast<NSString*>(m->valueInRow_column_(row, "__recordId"_ns));
     if (json) {
-        std::fprintf(s.results(), "%s\n", JsonObject().add("recordId", id->UTF8String()).text().c_str());
+        std::fprintf(s.results(), "%s\n",
+                     JsonObject().add("recordId", id->UTF8String()).text().c_str());
     } else {
         std::fprintf(s.results(), "%s\n", id->UTF8String());
     }
@@ -309,7 +310,8 @@ int set(Session& s, VTSheet* sheet, bool json) {
     Progress progress("record set: saved", objects->count());
     for (uint32_t i = 0; i < objects->count(); i++) {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
-        bool saved = save(s, sheet, static_cast<NSDictionary*>(objects->objectAtIndex_(i)), ids[i], json);
+        bool saved = save(s, sheet, static_cast<NSDictionary*>(objects->objectAtIndex_(i)), ids[i],
+                          json);
         pool->release();
         if (!saved) return 1;
         progress.show(i + 1);
@@ -451,15 +453,22 @@ int runRecord(int argc, char** argv) {
     Arguments args;
     if (!parseArguments("record", argc, argv, {{"--json", false}}, &args)) return 2;
     const std::vector<std::string>& w = args.words;
-    if (w.empty()) return wrongUsage("record", "missing verb (set, remove, select, action, list)", "");
+    if (w.empty())
+        return wrongUsage("record", "missing verb (set, remove, select, action, list)", "");
     const std::string& verb = w[0];
-    size_t wanted = verb == "set" || verb == "list" ? 2 : verb == "remove" || verb == "select" ? 3 : verb == "action" ? 4 : 0;
-    if (wanted == 0) return wrongUsage("record", "unknown verb (set, remove, select, action, list)", verb);
-    const char* needs = wanted == 2 ? "missing SHEET after" : wanted == 3 ? "missing SHEET or RECORDID after"
-                                                                          : "missing SHEET, RECORDID or CLASS after";
+    size_t wanted = verb == "set" || verb == "list"        ? 2
+                    : verb == "remove" || verb == "select" ? 3
+                    : verb == "action"                     ? 4
+                                                           : 0;
+    if (wanted == 0)
+        return wrongUsage("record", "unknown verb (set, remove, select, action, list)", verb);
+    const char* needs = wanted == 2   ? "missing SHEET after"
+                        : wanted == 3 ? "missing SHEET or RECORDID after"
+                                      : "missing SHEET, RECORDID or CLASS after";
     if (w.size() < wanted) return wrongUsage("record", needs, verb);
     if (w.size() > wanted) return wrongUsage("record", "unexpected argument", w[wanted]);
-    if (args.has("--json") && verb != "set") return wrongUsage("record", "--json belongs to record set, not", verb);
+    if (args.has("--json") && verb != "set")
+        return wrongUsage("record", "--json belongs to record set, not", verb);
     std::vector<const char*> word;
     for (const std::string& each : w) word.push_back(each.c_str());
     std::string command = "record " + verb;

@@ -69,9 +69,11 @@ int list(VTWorkspace* w, bool json) {
         }
         if (json) {
             JsonObject shown;
-            shown.add("name", sheet->name()->UTF8String()).add("title", sheet->title()->UTF8String());
+            shown.add("name", sheet->name()->UTF8String())
+                    .add("title", sheet->title()->UTF8String());
             shown.add("records", sheet->matrix()->numberOfRows());
-            shown.add("recordsOf", sheet->isPrimary() ? nullptr : sheet->primarySourceName()->UTF8String());
+            shown.add("recordsOf",
+                      sheet->isPrimary() ? nullptr : sheet->primarySourceName()->UTF8String());
             std::printf("%s\n", shown.text().c_str());
             continue;
         }
@@ -128,10 +130,13 @@ int runSheet(int argc, char** argv) {
     const std::vector<std::string>& words = args.words;
     if (words.empty()) return wrongUsage("sheet", "missing verb (list, dump)", "");
     bool listing = words[0] == "list";
-    if (!listing && words[0] != "dump") return wrongUsage("sheet", "unknown verb (list, dump)", words[0]);
+    if (!listing && words[0] != "dump")
+        return wrongUsage("sheet", "unknown verb (list, dump)", words[0]);
     if (!listing && words.size() < 2) return wrongUsage("sheet", "missing NAME after", words[0]);
-    if (words.size() > (listing ? 1u : 2u)) return wrongUsage("sheet", "unexpected argument", words[listing ? 1 : 2]);
-    if (!listing && args.has("--json")) return wrongUsage("sheet", "dump prints JSON already; no", "--json");
+    if (words.size() > (listing ? 1u : 2u))
+        return wrongUsage("sheet", "unexpected argument", words[listing ? 1 : 2]);
+    if (!listing && args.has("--json"))
+        return wrongUsage("sheet", "dump prints JSON already; no", "--json");
     VTWorkspace* w = newInstallationWorkspace(listing ? "sheet list" : "sheet dump");
     if (!w) return 1;
     int status = listing ? list(w, args.has("--json")) : dump(w, words[1].c_str());

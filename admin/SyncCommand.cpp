@@ -74,8 +74,8 @@ int sync(long cycles, uint32_t port, bool json) {
                                  .text()
                                  .c_str());
         } else {
-            std::fprintf(session.results(), "cycle %ld: sent %d, received %d, waiting %u\n", n, sent, received,
-                         waiting);
+            std::fprintf(session.results(), "cycle %ld: sent %d, received %d, waiting %u\n", n,
+                         sent, received, waiting);
         }
         std::fflush(session.results());
         bool quiet = complete && sent == 0 && received == 0 && waiting == 0;
@@ -185,8 +185,10 @@ int refusedDeltas() {
 
 int runSync(int argc, char** argv) {
     Arguments args;
-    if (!parseArguments("sync", argc, argv,
-                        {{"--cycles", true}, {"--port", true}, {"--timeout", true}, {"--json", false}}, &args)) {
+    if (!parseArguments(
+                "sync", argc, argv,
+                {{"--cycles", true}, {"--port", true}, {"--timeout", true}, {"--json", false}},
+                &args)) {
         return 2;
     }
     if (!args.words.empty()) return wrongUsage("sync", "unexpected argument", args.words[0]);
@@ -198,10 +200,12 @@ int runSync(int argc, char** argv) {
         char* end = nullptr;
         double seconds = std::strtod(text, &end);
         if (!end || *end != 0 || end == text || !(seconds > 0) || seconds > 3600) {
-            return wrongUsage("sync", "not a number of seconds (above 0, up to 3600) for --timeout", text);
+            return wrongUsage("sync", "not a number of seconds (above 0, up to 3600) for --timeout",
+                              text);
         }
         LXSocket::setDefaultReceiveTimeout_(seconds);
-        if (seconds < LXSocket::defaultConnectTimeout()) LXSocket::setDefaultConnectTimeout_(seconds);
+        if (seconds < LXSocket::defaultConnectTimeout())
+            LXSocket::setDefaultConnectTimeout_(seconds);
     }
     return sync(cycles, static_cast<uint32_t>(port), args.has("--json"));
 }

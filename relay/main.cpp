@@ -97,7 +97,8 @@ int main(int argc, char** argv) {
             value = argv[i] + equals + 1;
         }
         if (name != "--port" && name != "--dir" && name != "--timeout" && name != "--bind") {
-            return badUsage(arg.compare(0, 1, "-") == 0 ? "unknown option" : "unexpected argument", name.c_str());
+            return badUsage(arg.compare(0, 1, "-") == 0 ? "unknown option" : "unexpected argument",
+                            name.c_str());
         }
         if (!value) {
             if (i + 1 >= argc) return badUsage("missing value for", argv[i]);

@@ -85,10 +85,12 @@ TEST(ConfigCommand, PlacesUnbalancedListsByLineAndColumn) {
         int status;
     };
     const Case cases[] = {
-            {"(\n ((name role)\n  (field name as string))\n ((name note)\n  (field title as string\n  (field body as text))\n)\n",
+            {"(\n ((name role)\n  (field name as string))\n ((name note)\n  (field title as "
+             "string\n  (field body as text))\n)\n",
              "c.vtr:5:3: this '(' is never closed\n", 1},
             {"((name role) (field a as string)", "c.vtr:1:1: this '(' is never closed\n", 1},
-            {"  x ((name role))", "c.vtr:1:3: '(' expected: the list must start with an opening parenthesis\n", 1},
+            {"  x ((name role))",
+             "c.vtr:1:3: '(' expected: the list must start with an opening parenthesis\n", 1},
             {"", "c.vtr:1:1: the text holds no list\n", 1},
             {"(((name role) (field name as string))) ((name lost))\n",
              "c.vtr:1:40: warning: text after the top-level list is not read\n", 1},
@@ -104,11 +106,12 @@ TEST(ConfigCommand, PlacesUnbalancedListsByLineAndColumn) {
     EXPECT_EQ(admin(dir, "config check c.vtr").out.find("never closed"), std::string::npos);
     vt_test::writeFile(dir + "/c.vtr", "((name role)");
     vt_test::ProgramResult json = admin(dir, "config check --json c.vtr");
-    EXPECT_EQ(json.out,
-              R"({"file":"c.vtr","line":1,"column":1,"severity":"error","message":"this '(' is never closed"})"
-              "\n"
-              R"({"file":"c.vtr","sheets":0,"errors":1,"warnings":0,"ok":false})"
-              "\n");
+    EXPECT_EQ(
+            json.out,
+            R"({"file":"c.vtr","line":1,"column":1,"severity":"error","message":"this '(' is never closed"})"
+            "\n"
+            R"({"file":"c.vtr","sheets":0,"errors":1,"warnings":0,"ok":false})"
+            "\n");
     vt_test::removeTree(dir);
 }
 
