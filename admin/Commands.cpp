@@ -206,7 +206,12 @@ std::string readAll(FILE* in) {
     std::string bytes;
     char buffer[65536];
     size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, in)) > 0) bytes.append(buffer, n);
+    while ((n = std::fread(buffer, 1, sizeof buffer, in)) > 0) {
+        bytes.append(buffer, n);
+        // A terminal's end of input (Ctrl-D) comes once: another read would
+        // wait for more typing.
+        if (std::feof(in) || std::ferror(in)) break;
+    }
     return bytes;
 }
 

@@ -1,6 +1,7 @@
 // vantor.lock as vantor-admin takes it, the same code the client uses: two
 // commands started together in one installation, a stale lock, and the
-// ways a command waiting at its password prompt can be ended. Each command
+// ways a command waiting at its password prompt can be ended; and what a
+// command shows only on a terminal. Each command
 // runs on a terminal of its own (a pseudo-terminal), where it asks for the
 // password and waits, holding the lock.
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/RunProgram.h"
 
@@ -30,16 +32,20 @@ using vt_test::quoteShell;
 // vantor-admin on a pseudo-terminal in `dir`, without VANTOR_PASSWORD.
 class OnTerminal {
 public:
-    OnTerminal(const std::string& dir, const char* command) {
+    OnTerminal(const std::string& dir, std::vector<const char*> arguments) {
+        arguments.insert(arguments.begin(), VANTOR_ADMIN_PATH);
+        arguments.push_back(nullptr);
         _pid = forkpty(&_master, nullptr, nullptr, nullptr);
         if (_pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             unsetenv("VANTOR_PASSWORD");
             if (chdir(dir.c_str()) != 0) _exit(126);
-            execl(VANTOR_ADMIN_PATH, VANTOR_ADMIN_PATH, command, static_cast<char*>(nullptr));
+            execv(VANTOR_ADMIN_PATH, const_cast<char**>(arguments.data()));
             _exit(127);
         }
     }
+    OnTerminal(const std::string& dir, const char* command)
+        : OnTerminal(dir, std::vector<const char*>{command}) {}
     ~OnTerminal() {
         if (_pid > 0) {
             kill(_pid, SIGKILL);
@@ -79,6 +85,13 @@ public:
             if (!drain(10)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         _pid = -1;
+        // What it wrote just before it ended.
+        for (struct pollfd p{_master, POLLIN, 0}; poll(&p, 1, 100) > 0;) {
+            char buffer[512];
+            ssize_t n = read(_master, buffer, sizeof buffer);
+            if (n <= 0) break;
+            _output.append(buffer, static_cast<size_t>(n));
+        }
         return status;
     }
     const std::string& output() const { return _output; }
@@ -164,6 +177,22 @@ TEST_F(LockFileTest, CtrlCAndSigtermAtThePasswordPromptRemoveTheLock) {
         EXPECT_FALSE(locked()) << strsignal(signal);
         EXPECT_TRUE(command.echoes()) << strsignal(signal);
     }
+}
+
+// On a terminal, record set of an array shows how far it has got on
+// standard error and clears the line at the end; Ctrl-D ends the input.
+TEST_F(LockFileTest, RecordSetShowsProgressOnATerminal) {
+    OnTerminal command(dir_, {"record", "set", "company", "--json"});
+    ASSERT_TRUE(command.waitForOutput("Password: ")) << command.output();
+    command.type("vantor-demo\n");
+    command.type(R"([{"name": "P1", "industry": "trade"}, {"name": "P2", "industry": "trade"}])"
+                 "\n\x04");
+    int status = command.wait();
+    ASSERT_TRUE(WIFEXITED(status)) << command.output();
+    EXPECT_EQ(WEXITSTATUS(status), 0) << command.output();
+    const std::string& shown = command.output();
+    EXPECT_NE(shown.find("\r\033[Krecord set: saved 1 of 2 (50%)"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("\r\033[Krecord set: saved 2 of 2 (100%)\r\033[K"), std::string::npos) << shown;
 }
 
 // A lock whose process is gone is not taken over: the refusal names the
