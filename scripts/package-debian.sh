@@ -117,6 +117,7 @@ control vantor-relay "Vantor relay server" \
     "Runs as the systemd service vantor-relay."
 
 for name in vantor-admin vantor-relay; do
-    dpkg-deb --root-owner-group --build "$staging/$name" "$out/${name}_${version}_${arch}.deb" > /dev/null
+    # gzip: a fraction of the time of the default xz, for a few MB more.
+    dpkg-deb --root-owner-group -Zgzip --build "$staging/$name" "$out/${name}_${version}_${arch}.deb" > /dev/null
     echo "package-debian: $out/${name}_${version}_${arch}.deb"
 done
