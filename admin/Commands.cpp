@@ -183,6 +183,9 @@ bool parseArguments(const char* command, int argc, char** argv, std::initializer
     return true;
 }
 
+namespace {
+
+// A whole decimal number from min to max.
 bool parseWhole(const char* text, long min, long max, long* out) {
     char* end = nullptr;
     errno = 0;
@@ -191,6 +194,8 @@ bool parseWhole(const char* text, long min, long max, long* out) {
     *out = value;
     return true;
 }
+
+}  // namespace
 
 bool wholeOption(const char* command, const Arguments& args, const char* name, long min, long max,
                  long* out) {

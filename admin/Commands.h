@@ -62,8 +62,6 @@ struct Arguments {
 // wrongUsage for an unknown option, a value missing or given to a flag.
 bool parseArguments(const char* command, int argc, char** argv, std::initializer_list<Option> known,
                     Arguments* out);
-// A whole decimal number from min to max.
-bool parseWhole(const char* text, long min, long max, long* out);
 // The number of a numeric option into *out (left as it is when the option
 // is absent); false after wrongUsage names a value that is no such number.
 bool wholeOption(const char* command, const Arguments& args, const char* name, long min, long max,
