@@ -5,8 +5,6 @@
 // decoding, in one call. The archive code's own log lines (a malformed
 // archive, a class without a body) go to standard error, so that standard
 // output carries nothing but the result.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -91,28 +89,23 @@ int decode(NSString* key) {
     return 0;
 }
 
-int usage() {
-    std::fprintf(stderr, "usage: vantor-admin archive encode|decode [--key KEY]\n");
-    return 2;
-}
-
 }  // namespace
 
 int runArchive(int argc, char** argv) {
-    if (argc != 2 && argc != 4) return usage();
-    bool encoding = std::strcmp(argv[1], "encode") == 0;
-    if (!encoding && std::strcmp(argv[1], "decode") != 0) return usage();
+    Arguments args;
+    if (!parseArguments("archive", argc, argv, {{"--key", true}}, &args)) return 2;
+    if (args.words.empty()) return wrongUsage("archive", "missing encode or decode", "");
+    const std::string& verb = args.words[0];
+    if (verb != "encode" && verb != "decode")
+        return wrongUsage("archive", "unknown verb (encode, decode)", verb);
+    if (args.words.size() > 1) return wrongUsage("archive", "unexpected argument", args.words[1]);
     NSString* key = nullptr;
-    if (argc == 4) {
-        if (std::strcmp(argv[2], "--key") != 0) return usage();
+    if (const char* given = args.value("--key")) {
         // The cipher needs at least one key character.
-        if (argv[3][0] == 0) {
-            std::fprintf(stderr, "vantor-admin: archive: the key must not be empty\n");
-            return 2;
-        }
-        key = NSString::stringWithUTF8String_(argv[3]);
+        if (!*given) return wrongUsage("archive", "the key must not be empty", given);
+        key = NSString::stringWithUTF8String_(given);
     }
-    return encoding ? encode(key) : decode(key);
+    return verb == "encode" ? encode(key) : decode(key);
 }
 
 }  // namespace admin

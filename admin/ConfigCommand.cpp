@@ -9,12 +9,11 @@
 // every sheet is interpreted by the client's own code in a scratch
 // directory, so that nothing in the installation is touched. Names of
 // action classes and their selectors are looked up in the runtime table: a
-// class this program lacks is a warning (client-only classes may be
-// missing from a tool), a class without the action's operation an error.
+// class this program lacks is a warning unless it is one of the client's
+// own (window code this tool does not contain, whose operation is
+// perform::), a class without the action's operation an error.
 // The last line sums up. Exit status 1 when there is an error (with
 // --strict also a warning).
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -24,9 +23,11 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Json.h"
 #include "app/VTWorkspace.h"
 #include "foundation/NSData.h"
 #include "foundation/NSString.h"
+#include "foundation/platform/Platform.h"
 #include "sheets/LXListParser.h"
 
 namespace admin {
@@ -111,8 +112,91 @@ void render(NSObject* o, std::string* out, int depth = 0) {
 
 std::string word(NSObject* o) { return isAtom(o) ? static_cast<NSString*>(o)->UTF8String() : ""; }
 
+// Where the parser will stop, found before it runs, since it says neither
+// where nor why: a character before the first list, and the list left open
+// at the end of the text. Of the lists still open there, the likely culprit
+// is one whose line is followed by a line that opens a list at its column or
+// further left (the indentation says that list should have ended); without
+// such a hint, the innermost. Text after the top-level list is not read by
+// the client and comes back as `trailing`.
+struct Balance {
+    struct Position {
+        int line = 0;
+        int column = 0;
+    };
+    bool ok = true;
+    Position at;          // of the problem when !ok
+    std::string problem;  // what is wrong there
+    bool trailing = false;
+    Position trailingAt;
+
+    explicit Balance(const std::string& text) {
+        struct Open {
+            Position at;
+            bool startsLine;
+        };
+        std::vector<Open> open;
+        bool suspected = false;
+        Position suspect;
+        Position here{1, 1};
+        bool lineStart = true;
+        bool started = false;
+        for (size_t i = 0; i < text.size(); i++) {
+            char c = text[i];
+            Position at = here;
+            if (c == '\n') {
+                here.line++;
+                here.column = 1;
+                lineStart = true;
+                continue;
+            }
+            here.column++;
+            if (c == ' ' || c == '\t' || c == '\r') continue;
+            bool first = lineStart;
+            lineStart = false;
+            if (started && open.empty()) {
+                trailing = true;
+                trailingAt = at;
+                break;
+            }
+            if (c == '(') {
+                if (!started) started = true;
+                if (first && !suspected && !open.empty() && open.back().startsLine &&
+                    open.back().at.column >= at.column) {
+                    suspected = true;
+                    suspect = open.back().at;
+                }
+                open.push_back({at, first});
+            } else if (!started) {
+                fail(at, "'(' expected: the list must start with an opening parenthesis");
+                return;
+            } else if (c == ')') {
+                open.pop_back();
+            } else {
+                // An atom: up to white space or ')'; '(' inside it is an
+                // ordinary character.
+                while (i + 1 < text.size() && !std::strchr(" \t\r\n)", text[i + 1])) {
+                    i++;
+                    here.column++;
+                }
+            }
+        }
+        if (!started) {
+            fail(here, "the text holds no list");
+            return;
+        }
+        if (!open.empty()) fail(suspected ? suspect : open.back().at, "this '(' is never closed");
+    }
+    void fail(Position where, const char* what) {
+        ok = false;
+        at = where;
+        problem = what;
+    }
+};
+
 struct Checker {
     std::string file;
+    bool json = false;
     int errors = 0;
     int warnings = 0;
     // Per sheet as it is checked.
@@ -129,6 +213,16 @@ struct Checker {
         (error ? errors : warnings)++;
         std::string text;
         if (clause) render(clause, &text);
+        if (json) {
+            JsonObject finding;
+            finding.add("file", file)
+                    .add("line", line)
+                    .add("severity", error ? "error" : "warning");
+            finding.add("sheet", sheetName.empty() ? nullptr : sheetName.c_str());
+            finding.add("clause", clause ? text.c_str() : nullptr).add("message", what);
+            std::printf("%s\n", finding.text().c_str());
+            return;
+        }
         std::printf("%s:%d: %ssheet %s: %s%s%s\n", file.c_str(), line, error ? "" : "warning: ",
                     sheetName.empty() ? "(unnamed)" : sheetName.c_str(), clause ? "clause " : "", text.c_str(),
                     (clause ? ": " + what : what).c_str());
@@ -242,6 +336,16 @@ void Checker::checkClause(NSArray* c, int line, bool* named, bool* hasField, std
         std::string cls = word(c->objectAtIndex_(2));
         std::string selector = word(c->objectAtIndex_(3)) + "::";
         Class found = NSClassFromCString(cls.c_str());
+        // The client's own action classes live in its window code, which this
+        // tool does not contain; their one operation is perform::.
+        static const std::set<std::string> clientActions = {
+                "VTActionUserKeyGenerator", "VTActionTestForm", "VTActionCSVExport",
+                "VTActionCreatePDF", "VTActionOpenReportDesigner"};
+        if (!found && clientActions.count(cls)) {
+            if (selector != "perform::")
+                report(true, line, c, "action class " + cls + " has no operation " + selector);
+            return;
+        }
         if (!found) return report(false, line, c, "action class " + cls + " is not in this program's runtime table");
         if (!found->instancesRespondToSelector_(NSSelectorFromCString(selector.c_str())))
             report(true, line, c, "action class " + cls + " has no operation " + selector);
@@ -282,9 +386,42 @@ void Checker::checkSheet(NSArray* def, const Node* node) {
     }
 }
 
-int check(const char* path, bool strict) {
+// One finding at a line and column, in the style of report().
+void reportAt(bool json, const char* path, Balance::Position at, bool error,
+              const std::string& what) {
+    if (json) {
+        std::printf("%s\n", JsonObject()
+                                    .add("file", path)
+                                    .add("line", at.line)
+                                    .add("column", at.column)
+                                    .add("severity", error ? "error" : "warning")
+                                    .add("message", what)
+                                    .text()
+                                    .c_str());
+    } else {
+        std::printf("%s:%d:%d: %s%s\n", path, at.line, at.column,
+                    error ? "" : "warning: ", what.c_str());
+    }
+}
+
+void summary(bool json, const char* path, int sheets, int errors, int warnings, bool passed) {
+    if (json) {
+        std::printf("%s\n", JsonObject()
+                                    .add("file", path)
+                                    .add("sheets", sheets)
+                                    .add("errors", errors)
+                                    .add("warnings", warnings)
+                                    .addBool("ok", passed)
+                                    .text()
+                                    .c_str());
+    } else {
+        std::printf("%s: %d sheets, %d errors, %d warnings\n", path, sheets, errors, warnings);
+    }
+}
+
+int check(const char* path, bool strict, bool json) {
     NSString* nsPath = NSString::stringWithUTF8String_(path);
-    if (access(path, R_OK) != 0) {
+    if (!vtFileReadable(path)) {
         std::fprintf(stderr, "vantor-admin: config check: cannot read %s\n", path);
         return 1;
     }
@@ -297,8 +434,15 @@ int check(const char* path, bool strict) {
         LogToStderr redirect;
         rows = LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))->parse();
     }
-    if (!rows) {
-        std::printf("%s: the list does not parse (the parser's lines are above)\n", path);
+    Balance balance(text);
+    if (!rows || !balance.ok) {
+        if (!balance.ok) {
+            reportAt(json, path, balance.at, true, balance.problem);
+        } else {
+            reportAt(json, path, {1, 1}, true,
+                     "the list does not parse (the parser's lines are above)");
+        }
+        summary(json, path, 0, 1, 0, false);
         return 1;
     }
     LineScanner scanner{text};
@@ -306,6 +450,12 @@ int check(const char* path, bool strict) {
 
     Checker checker;
     checker.file = path;
+    checker.json = json;
+    if (balance.trailing) {
+        checker.warnings++;
+        reportAt(json, path, balance.trailingAt, false,
+                 "text after the top-level list is not read");
+    }
     int sheets = 0;
     for (uint32_t i = 0; i < rows->count(); i++) {
         NSObject* row = rows->objectAtIndex_(i);
@@ -370,31 +520,24 @@ int check(const char* path, bool strict) {
             checker.report(true, 0, nullptr,
                            "the interpreter rejected " + std::to_string(sheets - static_cast<int>(built)) + " sheet(s)");
     }
-    std::printf("%s: %d sheets, %d errors, %d warnings\n", path, sheets, checker.errors, checker.warnings);
-    return checker.errors > 0 || (strict && checker.warnings > 0) ? 1 : 0;
-}
-
-int usage() {
-    std::fprintf(stderr, "usage: vantor-admin config check [FILE] [--strict]\n");
-    return 2;
+    bool failed = checker.errors > 0 || (strict && checker.warnings > 0);
+    summary(json, path, sheets, checker.errors, checker.warnings, !failed);
+    return failed ? 1 : 0;
 }
 
 }  // namespace
 
 int runConfig(int argc, char** argv) {
-    if (argc < 2 || std::strcmp(argv[1], "check") != 0) return usage();
-    const char* file = nullptr;
-    bool strict = false;
-    for (int i = 2; i < argc; i++) {
-        if (std::strcmp(argv[i], "--strict") == 0) {
-            strict = true;
-        } else if (!file && argv[i][0] != '-') {
-            file = argv[i];
-        } else {
-            return usage();
-        }
-    }
-    return check(file ? file : "conf/cro.vtr", strict);
+    Arguments args;
+    if (!parseArguments("config", argc, argv, {{"--strict", false}, {"--json", false}}, &args))
+        return 2;
+    if (args.words.empty()) return wrongUsage("config", "missing verb (check)", "");
+    if (args.words[0] != "check")
+        return wrongUsage("config", "unknown verb (check)", args.words[0]);
+    if (args.words.size() > 2)
+        return wrongUsage("config", "one FILE only, not also", args.words[2]);
+    const char* file = args.words.size() == 2 ? args.words[1].c_str() : "conf/cro.vtr";
+    return check(file, args.has("--strict"), args.has("--json"));
 }
 
 }  // namespace admin

@@ -27,8 +27,6 @@
 // the programs that use the container do.
 // Log lines of the container and the archive reader go to standard error,
 // so that standard output carries only the result.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -52,34 +50,6 @@
 
 namespace admin {
 
-namespace {
-
-
-int usage() {
-    std::fprintf(stderr,
-                 "usage: vantor-admin container dump STEM\n"
-                 "       vantor-admin container check STEM\n"
-                 "       vantor-admin container store STEM [--id ID]\n"
-                 "       vantor-admin container remove STEM ID\n"
-                 "       vantor-admin container compact STEM\n");
-    return 2;
-}
-
-bool parseId(const char* text, int* out) {
-    char* end = nullptr;
-    long value = std::strtol(text, &end, 10);
-    if (!*text || *end || value <= 0 || value > 0x7FFFFFFF) return false;
-    *out = static_cast<int>(value);
-    return true;
-}
-
-struct Block {
-    int id;
-    long offset;
-    long length;
-};
-
-// The blocks the index lists, by ascending id.
 std::vector<Block> indexedBlocks(LXContainer* box) {
     std::vector<Block> blocks;
     LXManagedObject* index = static_cast<LXManagedObject*>(box->valueForKey_("index"_ns));
@@ -93,6 +63,16 @@ std::vector<Block> indexedBlocks(LXContainer* box) {
     }
     std::sort(blocks.begin(), blocks.end(), [](const Block& a, const Block& b) { return a.id < b.id; });
     return blocks;
+}
+
+namespace {
+
+bool parseId(const char* text, int* out) {
+    char* end = nullptr;
+    long value = std::strtol(text, &end, 10);
+    if (!*text || *end || value <= 0 || value > 0x7FFFFFFF) return false;
+    *out = static_cast<int>(value);
+    return true;
 }
 
 // The bytes of a block as the data file holds them; false when the file
@@ -231,14 +211,25 @@ int dump(const char* stem) {
 // The index's own shape (ids, block positions, overlaps, type sets) is
 // checked when the container opens; a store that opens has a sound index,
 // and what is left to check is each block.
-int check(const char* stem) {
+int check(const char* stem, bool json) {
     LogToStderr redirect;
     FILE* out = redirect.results();
     LXContainer* box = openContainer(stem, true);
     if (!box) {
-        std::fprintf(out, "damaged: the store does not open; see standard error\n");
+        if (json) {
+            std::fprintf(out, "%s\n",
+                         JsonObject()
+                                 .add("stem", stem)
+                                 .addBool("ok", false)
+                                 .add("problem", "the store does not open")
+                                 .text()
+                                 .c_str());
+        } else {
+            std::fprintf(out, "damaged: the store does not open; see standard error\n");
+        }
         return 1;
     }
+    std::string problems;
     std::vector<Block> blocks = indexedBlocks(box);
     std::string dataPath = std::string(stem) + ".vcd";
     FILE* data = std::fopen(dataPath.c_str(), "rb");
@@ -251,16 +242,38 @@ int check(const char* stem) {
         LXManagedObject* managed = nullptr;
         std::string why;
         const char* problem = readObject(data, block, &reader, &managed, &why);
-        if (problem) {
-            std::fprintf(out, "damaged: object %d, block at %ld of %ld bytes, %s\n", block.id, block.offset, block.length,
-                         problem);
-            damaged++;
+        if (problem && json) {
+            problems += problems.empty() ? "[" : ",";
+            problems += JsonObject()
+                                .add("id", block.id)
+                                .add("offset", static_cast<double>(block.offset))
+                                .add("length", static_cast<double>(block.length))
+                                .add("problem", problem)
+                                .text();
+        } else if (problem) {
+            std::fprintf(out, "damaged: object %d, block at %ld of %ld bytes, %s\n", block.id,
+                         block.offset, block.length, problem);
         }
+        if (problem) damaged++;
         if (reader) reader->release();
         used += block.length;
     }
     if (data) std::fclose(data);
 
+    if (json) {
+        std::fprintf(out, "%s\n",
+                     JsonObject()
+                             .add("stem", stem)
+                             .addBool("ok", damaged == 0)
+                             .add("objects", static_cast<double>(blocks.size()))
+                             .add("bytesInBlocks", static_cast<double>(used))
+                             .add("dataFileBytes", static_cast<double>(fileLength))
+                             .add("highestId", box->maxId())
+                             .addJSON("problems", problems.empty() ? "[]" : problems + "]")
+                             .text()
+                             .c_str());
+        return damaged ? 1 : 0;
+    }
     if (damaged) {
         std::fprintf(out, "%d problem%s in %zu objects\n", damaged, damaged == 1 ? "" : "s", blocks.size());
         return 1;
@@ -387,23 +400,37 @@ int compact(const char* stem) {
 }  // namespace
 
 int runContainer(int argc, char** argv) {
-    if (argc < 3) return usage();
-    const char* verb = argv[1];
-    const char* stem = argv[2];
+    Arguments args;
+    if (!parseArguments("container", argc, argv, {{"--id", true}, {"--json", false}}, &args))
+        return 2;
+    const std::vector<std::string>& w = args.words;
+    if (w.empty()) return wrongUsage("container", "missing verb (dump, check, store, remove)", "");
+    const std::string& verb = w[0];
+    size_t wanted = verb == "remove" ? 3
+                    : verb == "dump" || verb == "check" || verb == "store" || verb == "compact" ? 2
+                                                                                                : 0;
+    if (wanted == 0)
+        return wrongUsage("container", "unknown verb (dump, check, store, remove, compact)", verb);
+    if (w.size() < wanted)
+        return wrongUsage("container", verb == "remove" ? "missing STEM or ID" : "missing STEM",
+                          verb);
+    if (w.size() > wanted) return wrongUsage("container", "unexpected argument", w[wanted]);
+    if (args.has("--id") && verb != "store")
+        return wrongUsage("container", "--id belongs to store, not", verb);
+    if (args.has("--json") && verb != "check")
+        return wrongUsage("container", "--json belongs to check, not", verb);
+    const char* stem = w[1].c_str();
     int id = 0;
-    if (std::strcmp(verb, "dump") == 0 && argc == 3) return dump(stem);
-    if (std::strcmp(verb, "check") == 0 && argc == 3) return check(stem);
-    if (std::strcmp(verb, "store") == 0 && argc == 3) return store(stem, 0);
-    if (std::strcmp(verb, "store") == 0 && argc == 5 && std::strcmp(argv[3], "--id") == 0) {
-        if (!parseId(argv[4], &id)) return usage();
+    if (verb == "dump") return dump(stem);
+    if (verb == "check") return check(stem, args.has("--json"));
+    if (verb == "store") {
+        if (args.has("--id") && !parseId(args.value("--id"), &id))
+            return wrongUsage("container", "not a record id", args.value("--id"));
         return store(stem, id);
     }
-    if (std::strcmp(verb, "compact") == 0 && argc == 3) return compact(stem);
-    if (std::strcmp(verb, "remove") == 0 && argc == 4) {
-        if (!parseId(argv[3], &id)) return usage();
-        return remove(stem, id);
-    }
-    return usage();
+    if (verb == "compact") return compact(stem);
+    if (!parseId(w[2].c_str(), &id)) return wrongUsage("container", "not a record id", w[2]);
+    return remove(stem, id);
 }
 
 }  // namespace admin

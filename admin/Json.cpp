@@ -733,4 +733,37 @@ void appendJSON(std::string* out, NSObject* object, const KeyOrder& order) {
     writer.write(object);
 }
 
+void JsonObject::key(const char* name) {
+    if (_text.size() > 1) _text.push_back(',');
+    appendString(&_text, name, std::strlen(name));
+    _text.push_back(':');
+}
+
+JsonObject& JsonObject::add(const char* name, const std::string& value) {
+    key(name);
+    appendString(&_text, value.data(), value.size());
+    return *this;
+}
+
+JsonObject& JsonObject::add(const char* name, const char* value) {
+    if (!value) return addJSON(name, "null");
+    return add(name, std::string(value));
+}
+
+JsonObject& JsonObject::add(const char* name, double value) {
+    key(name);
+    appendNumber(&_text, value);
+    return *this;
+}
+
+JsonObject& JsonObject::addBool(const char* name, bool value) {
+    return addJSON(name, value ? "true" : "false");
+}
+
+JsonObject& JsonObject::addJSON(const char* name, const std::string& json) {
+    key(name);
+    _text += json;
+    return *this;
+}
+
 }  // namespace admin

@@ -54,4 +54,23 @@ using KeyOrder = std::function<const std::vector<NSObject*>*(NSDictionary*)>;
 // Appends the JSON text of an object tree on one line. nil prints as null.
 void appendJSON(std::string* out, NSObject* object, const KeyOrder& order = nullptr);
 
+// One JSON object written member by member in the order they are added,
+// for results that are plain values rather than object trees (--json).
+class JsonObject {
+public:
+    JsonObject& add(const char* key, const std::string& value);
+    // null for a null text.
+    JsonObject& add(const char* key, const char* value);
+    JsonObject& add(const char* key, double value);
+    JsonObject& addBool(const char* key, bool value);
+    // A value that is JSON text already (an array, a nested object).
+    JsonObject& addJSON(const char* key, const std::string& json);
+    // The object's text, without a line end.
+    std::string text() const { return _text + "}"; }
+
+private:
+    void key(const char* name);
+    std::string _text = "{";
+};
+
 }  // namespace admin

@@ -1,4 +1,4 @@
-// key show FILE [--show-password] | key make USER [--password-stdin]
+// key show FILE [--show-password] [--json] | key make USER [--password-stdin] [--json]
 //
 // show: the identity a user key carries, one "Name: value" line each:
 // UserID, UniqueID ("(none)" in a first-admin key before its first start),
@@ -13,17 +13,17 @@
 // key goes to the working directory under the generator's file name,
 // "<first>_<last>__<unit>__<company>.vuk", overwriting a file of that name;
 // to take effect it is moved to userkey/ of that user's installation.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "Commands.h"
+#include "Json.h"
 #include "app/VTUserKey.h"
 #include "app/VTWorkspace.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
+#include "foundation/platform/Platform.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 
@@ -31,11 +31,29 @@ namespace admin {
 
 VTWorkspace* newInstallationWorkspace(const char* command);  // SheetCommand.cpp
 
+NSString* newPassword(const char* command, bool fromStdin) {
+    std::string first, again;
+    if (fromStdin || !vtIsTerminal(0)) {
+        first = again = readLine(stdin);
+    } else {
+        first = askHidden(stdin, "Password: ");
+        again = askHidden(stdin, "Password (again): ");
+    }
+    NSString* password = NSString::stringWithUTF8String_(first.c_str())->trim();
+    NSString* repeated = NSString::stringWithUTF8String_(again.c_str())->trim();
+    if (password->length() == 0 || !password->isEqual_(repeated)) {
+        std::fprintf(stderr, "vantor-admin: %s: The passwords must be non-empty and equal.\n",
+                     command);
+        return nullptr;
+    }
+    return password;
+}
+
 namespace {
 
 std::string text(NSObject* o) { return o ? static_cast<NSString*>(o->description())->UTF8String() : ""; }
 
-int show(const char* path, bool showPassword) {
+int show(const char* path, bool showPassword, bool json) {
     NSMutableDictionary* key;
     {
         LogToStderr redirect;
@@ -47,6 +65,19 @@ int show(const char* path, bool showPassword) {
     }
     NSObject* unique = key->objectForKey_("UniqueID"_ns);
     NSObject* admin = key->objectForKey_("Admin"_ns);
+    if (json) {
+        JsonObject shown;
+        shown.add("UserID", text(key->objectForKey_("UserID"_ns)));
+        shown.add("UniqueID", unique ? text(unique).c_str() : nullptr);
+        if (admin) {
+            shown.addBool("Admin", text(admin) != "0");
+        } else {
+            shown.addJSON("Admin", "null");
+        }
+        if (showPassword) shown.add("Password", text(key->objectForKey_("Password"_ns)));
+        std::printf("%s\n", shown.text().c_str());
+        return 0;
+    }
     std::printf("UserID: %s\n", text(key->objectForKey_("UserID"_ns)).c_str());
     std::printf("UniqueID: %s\n", unique ? text(unique).c_str() : "(none)");
     std::printf("Admin: %s\n", !admin ? "(none)" : text(admin) == "0" ? "false" : "true");
@@ -54,7 +85,7 @@ int show(const char* path, bool showPassword) {
     return 0;
 }
 
-int make(const char* user, bool passwordFromStdin) {
+int make(const char* user, bool passwordFromStdin, bool json) {
     VTWorkspace* w = newInstallationWorkspace("key make");
     if (!w) return 1;
     VTSheet* users = w->sheetNamed_("user"_ns);
@@ -77,18 +108,8 @@ int make(const char* user, bool passwordFromStdin) {
             return static_cast<NSString*>(
                     m->valueInRow_column_(static_cast<uint32_t>(row), NSString::stringWithUTF8String_(field)));
         };
-        std::string first, again;
-        if (passwordFromStdin || !isatty(0)) {
-            first = again = readLine(stdin);
-        } else {
-            first = askHidden(stdin, "Password: ");
-            again = askHidden(stdin, "Password (again): ");
-        }
-        NSString* password = NSString::stringWithUTF8String_(first.c_str())->trim();
-        NSString* repeated = NSString::stringWithUTF8String_(again.c_str())->trim();
-        if (password->length() == 0 || !password->isEqual_(repeated)) {
-            std::fprintf(stderr, "vantor-admin: key make: The passwords must be non-empty and equal.\n");
-        } else {
+        NSString* password = newPassword("key make", passwordFromStdin);
+        if (password) {
             NSString* fullId = NSString::stringWithFormat_("%s %s/%s/%s", text(value("firstName")).c_str(),
                                                            text(value("lastName")).c_str(),
                                                            text(value("orgUnit")).c_str(),
@@ -101,7 +122,16 @@ int make(const char* user, bool passwordFromStdin) {
             key->setObject_forKey_(password, "Password"_ns);
             key->setObject_forKey_(NSNumber::numberWithBool_(false), "Admin"_ns);
             if (VTUserKey::writeUserKey_toFile_(key, fileName)) {
-                std::printf("%s\n", fileName->UTF8String());
+                if (json) {
+                    std::printf("%s\n", JsonObject()
+                                                .add("key", fileName->UTF8String())
+                                                .add("UserID", fullId->UTF8String())
+                                                .add("UniqueID", text(value("__recordId")))
+                                                .text()
+                                                .c_str());
+                } else {
+                    std::printf("%s\n", fileName->UTF8String());
+                }
                 status = 0;
             } else {
                 std::fprintf(stderr, "vantor-admin: key make: cannot write %s\n", fileName->UTF8String());
@@ -115,27 +145,32 @@ int make(const char* user, bool passwordFromStdin) {
     return status;
 }
 
-int usage() {
-    std::fprintf(stderr,
-                 "usage: vantor-admin key show FILE [--show-password]\n"
-                 "       vantor-admin key make USER [--password-stdin]\n");
-    return 2;
-}
-
 }  // namespace
 
 int runKey(int argc, char** argv) {
-    if (argc < 3 || argc > 4) return usage();
-    bool flag = argc == 4;
-    if (std::strcmp(argv[1], "show") == 0) {
-        if (flag && std::strcmp(argv[3], "--show-password") != 0) return usage();
-        return show(argv[2], flag);
+    Arguments args;
+    if (!parseArguments(
+                "key", argc, argv,
+                {{"--show-password", false}, {"--json", false}, {"--password-stdin", false}},
+                &args)) {
+        return 2;
     }
-    if (std::strcmp(argv[1], "make") == 0) {
-        if (flag && std::strcmp(argv[3], "--password-stdin") != 0) return usage();
-        return make(argv[2], flag);
+    const std::vector<std::string>& w = args.words;
+    if (w.empty()) return wrongUsage("key", "missing verb (show, make)", "");
+    if (w[0] != "show" && w[0] != "make")
+        return wrongUsage("key", "unknown verb (show, make)", w[0]);
+    bool showing = w[0] == "show";
+    if (w.size() < 2)
+        return wrongUsage("key", showing ? "missing FILE after" : "missing USER after", w[0]);
+    if (w.size() > 2) return wrongUsage("key", "unexpected argument", w[2]);
+    if (!showing && args.has("--show-password")) {
+        return wrongUsage("key", "this option belongs to key show", "--show-password");
     }
-    return usage();
+    if (showing && args.has("--password-stdin")) {
+        return wrongUsage("key", "this option belongs to key make", "--password-stdin");
+    }
+    if (showing) return show(w[1].c_str(), args.has("--show-password"), args.has("--json"));
+    return make(w[1].c_str(), args.has("--password-stdin"), args.has("--json"));
 }
 
 }  // namespace admin

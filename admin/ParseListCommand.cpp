@@ -35,11 +35,14 @@ bool readFile(const char* path, std::string* out) {
 }  // namespace
 
 int runParseList(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: vantor-admin parse-list FILE\n");
-        return 2;
+    Arguments args;
+    if (!parseArguments("parse-list", argc, argv, {}, &args)) return 2;
+    if (args.words.size() != 1) {
+        return wrongUsage("parse-list",
+                          args.words.empty() ? "missing FILE" : "one FILE only, not also",
+                          args.words.empty() ? "" : args.words[1]);
     }
-    const char* path = argv[1];
+    const char* path = args.words[0].c_str();
     std::string bytes;
     if (!readFile(path, &bytes)) {
         std::fprintf(stderr, "vantor-admin: cannot read %s: %s\n", path, std::strerror(errno));

@@ -232,7 +232,7 @@ bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** re
 }
 
 // One Save of the form with these values.
-bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId) {
+bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId, bool json) {
     VTWorkspace* w = s.workspace();
     VTMatrix* m = sheet->matrix();
     m->beginTransaction();
@@ -278,14 +278,19 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId) 
     m->markAsSeen_rowIndex_(true, row);
     refreshViews(w, sheet);
     NSString* id = static_cast<NSString*>(m->valueInRow_column_(row, "__recordId"_ns));
-    std::fprintf(s.results(), "%s\n", id->UTF8String());
+    if (json) {
+        std::fprintf(s.results(), "%s\n",
+                     JsonObject().add("recordId", id->UTF8String()).text().c_str());
+    } else {
+        std::fprintf(s.results(), "%s\n", id->UTF8String());
+    }
     return true;
 }
 
 // One object, or an array of objects saved one after the other (a burst of
 // Saves, each its own transaction). Every object is checked before the
 // first is saved.
-int set(Session& s, VTSheet* sheet) {
+int set(Session& s, VTSheet* sheet, bool json) {
     // A damaged store shows no records: an id given would be "unknown" and
     // a new record could not be stored. Said as it is, before anything else.
     if (!checkStore("record set", sheet)) return 1;
@@ -302,11 +307,14 @@ int set(Session& s, VTSheet* sheet) {
     for (uint32_t i = 0; i < objects->count(); i++) {
         if (!checkValues(s.workspace(), sheet, objects->objectAtIndex_(i), &ids[i])) return 1;
     }
+    Progress progress("record set: saved", objects->count());
     for (uint32_t i = 0; i < objects->count(); i++) {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
-        bool saved = save(s, sheet, static_cast<NSDictionary*>(objects->objectAtIndex_(i)), ids[i]);
+        bool saved = save(s, sheet, static_cast<NSDictionary*>(objects->objectAtIndex_(i)), ids[i],
+                          json);
         pool->release();
         if (!saved) return 1;
+        progress.show(i + 1);
     }
     return 0;
 }
@@ -439,34 +447,40 @@ int list(Session& s, VTSheet* sheet) {
     return 0;
 }
 
-int usage() {
-    std::fprintf(stderr,
-                 "usage: vantor-admin record set SHEET            (a JSON object on standard input)\n"
-                 "       vantor-admin record remove SHEET RECORDID\n"
-                 "       vantor-admin record select SHEET RECORDID\n"
-                 "       vantor-admin record action SHEET RECORDID CLASS\n"
-                 "       vantor-admin record list SHEET\n"
-                 "The password of the key in userkey/ comes from VANTOR_PASSWORD or the terminal.\n");
-    return 2;
-}
-
 }  // namespace
 
 int runRecord(int argc, char** argv) {
-    if (argc < 3) return usage();
-    std::string verb = argv[1];
-    int wanted = verb == "set" || verb == "list" ? 3 : verb == "remove" || verb == "select" ? 4 : verb == "action" ? 5 : 0;
-    if (wanted == 0 || argc != wanted) return usage();
+    Arguments args;
+    if (!parseArguments("record", argc, argv, {{"--json", false}}, &args)) return 2;
+    const std::vector<std::string>& w = args.words;
+    if (w.empty())
+        return wrongUsage("record", "missing verb (set, remove, select, action, list)", "");
+    const std::string& verb = w[0];
+    size_t wanted = verb == "set" || verb == "list"        ? 2
+                    : verb == "remove" || verb == "select" ? 3
+                    : verb == "action"                     ? 4
+                                                           : 0;
+    if (wanted == 0)
+        return wrongUsage("record", "unknown verb (set, remove, select, action, list)", verb);
+    const char* needs = wanted == 2   ? "missing SHEET after"
+                        : wanted == 3 ? "missing SHEET or RECORDID after"
+                                      : "missing SHEET, RECORDID or CLASS after";
+    if (w.size() < wanted) return wrongUsage("record", needs, verb);
+    if (w.size() > wanted) return wrongUsage("record", "unexpected argument", w[wanted]);
+    if (args.has("--json") && verb != "set")
+        return wrongUsage("record", "--json belongs to record set, not", verb);
+    std::vector<const char*> word;
+    for (const std::string& each : w) word.push_back(each.c_str());
     std::string command = "record " + verb;
     int status = 1;
     {
         Session session;
         if (session.open(command.c_str())) {
-            if (VTSheet* sheet = session.sheetNamed(argv[2])) {
-                if (verb == "set") status = set(session, sheet);
-                if (verb == "remove") status = remove(session, sheet, argv[3]);
-                if (verb == "select") status = select(sheet, argv[3]);
-                if (verb == "action") status = action(sheet, argv[3], argv[4]);
+            if (VTSheet* sheet = session.sheetNamed(word[1])) {
+                if (verb == "set") status = set(session, sheet, args.has("--json"));
+                if (verb == "remove") status = remove(session, sheet, word[2]);
+                if (verb == "select") status = select(sheet, word[2]);
+                if (verb == "action") status = action(sheet, word[2], word[3]);
                 if (verb == "list") status = list(session, sheet);
             }
         }

@@ -58,13 +58,23 @@ namespace {
 
 // A sheet whose store is damaged gets no line (its count would be a
 // false 0) but a message, and the command ends with status 1.
-int list(VTWorkspace* w) {
+int list(VTWorkspace* w, bool json) {
     NSArray* sheets = w->listOfSheets();
     int status = 0;
     for (uint32_t i = 0; i < sheets->count(); i++) {
         auto* sheet = static_cast<VTSheet*>(sheets->objectAtIndex_(i));
         if (!checkStore("sheet list", sheet)) {
             status = 1;
+            continue;
+        }
+        if (json) {
+            JsonObject shown;
+            shown.add("name", sheet->name()->UTF8String())
+                    .add("title", sheet->title()->UTF8String());
+            shown.add("records", sheet->matrix()->numberOfRows());
+            shown.add("recordsOf",
+                      sheet->isPrimary() ? nullptr : sheet->primarySourceName()->UTF8String());
+            std::printf("%s\n", shown.text().c_str());
             continue;
         }
         std::string line = std::string(sheet->name()->UTF8String()) + " \"" + sheet->title()->UTF8String() + "\" " +
@@ -112,20 +122,24 @@ int dump(VTWorkspace* w, const char* name) {
     return 0;
 }
 
-int usage() {
-    std::fprintf(stderr, "usage: vantor-admin sheet list\n       vantor-admin sheet dump NAME\n");
-    return 2;
-}
-
 }  // namespace
 
 int runSheet(int argc, char** argv) {
-    bool listing = argc == 2 && std::strcmp(argv[1], "list") == 0;
-    bool dumping = argc == 3 && std::strcmp(argv[1], "dump") == 0;
-    if (!listing && !dumping) return usage();
+    Arguments args;
+    if (!parseArguments("sheet", argc, argv, {{"--json", false}}, &args)) return 2;
+    const std::vector<std::string>& words = args.words;
+    if (words.empty()) return wrongUsage("sheet", "missing verb (list, dump)", "");
+    bool listing = words[0] == "list";
+    if (!listing && words[0] != "dump")
+        return wrongUsage("sheet", "unknown verb (list, dump)", words[0]);
+    if (!listing && words.size() < 2) return wrongUsage("sheet", "missing NAME after", words[0]);
+    if (words.size() > (listing ? 1u : 2u))
+        return wrongUsage("sheet", "unexpected argument", words[listing ? 1 : 2]);
+    if (!listing && args.has("--json"))
+        return wrongUsage("sheet", "dump prints JSON already; no", "--json");
     VTWorkspace* w = newInstallationWorkspace(listing ? "sheet list" : "sheet dump");
     if (!w) return 1;
-    int status = listing ? list(w) : dump(w, argv[2]);
+    int status = listing ? list(w, args.has("--json")) : dump(w, words[1].c_str());
     std::fflush(stdout);
     {
         LogToStderr redirect;

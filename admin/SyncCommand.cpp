@@ -42,22 +42,7 @@ namespace admin {
 
 namespace {
 
-int syncUsage() {
-    std::fprintf(stderr,
-                 "usage: vantor-admin sync [--cycles N] [--port N] [--timeout SECONDS]\n"
-                 "       vantor-admin deltas [--refused]\n"
-                 "The password of the key in userkey/ comes from VANTOR_PASSWORD or the terminal.\n");
-    return 2;
-}
-
-// A whole positive number within the limit, or -1.
-long parseCount(const char* text, long limit) {
-    char* end = nullptr;
-    long value = std::strtol(text, &end, 10);
-    return end && *end == 0 && end != text && value > 0 && value <= limit ? value : -1;
-}
-
-int sync(long cycles, uint32_t port) {
+int sync(long cycles, uint32_t port, bool json) {
     Session session;
     if (!session.open("sync")) return 1;
     NSString* host = session.relayHost();
@@ -66,7 +51,11 @@ int sync(long cycles, uint32_t port) {
         return 1;
     }
     LXTransceiver* transceiver = LXTransceiver::defaultTransceiver();
+    Progress progress("sync:", 0);
     for (long n = 1;; n++) {
+        progress.showText("cycle " + std::to_string(n) + " with " + host->UTF8String() + " port " +
+                          std::to_string(port) + ", " + std::to_string(transceiver->deltaCount()) +
+                          " delta(s) to send ...");
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
         transceiver->checkWithPort_host_(port, host);
         pool->release();
@@ -74,7 +63,20 @@ int sync(long cycles, uint32_t port) {
         int32_t received = transceiver->lastCycleReceived();
         uint32_t waiting = transceiver->deltaCount();
         bool complete = transceiver->lastCycleComplete();
-        std::fprintf(session.results(), "cycle %ld: sent %d, received %d, waiting %u\n", n, sent, received, waiting);
+        if (json) {
+            std::fprintf(session.results(), "%s\n",
+                         JsonObject()
+                                 .add("cycle", static_cast<double>(n))
+                                 .add("sent", sent)
+                                 .add("received", received)
+                                 .add("waiting", waiting)
+                                 .addBool("complete", complete)
+                                 .text()
+                                 .c_str());
+        } else {
+            std::fprintf(session.results(), "cycle %ld: sent %d, received %d, waiting %u\n", n,
+                         sent, received, waiting);
+        }
         std::fflush(session.results());
         bool quiet = complete && sent == 0 && received == 0 && waiting == 0;
         if (cycles > 0 && n < cycles) continue;
@@ -182,34 +184,37 @@ int refusedDeltas() {
 }  // namespace
 
 int runSync(int argc, char** argv) {
-    long cycles = 0;
-    uint32_t port = LXTransceiver::relayPort();
-    for (int i = 1; i < argc; i++) {
-        bool valued = i + 1 < argc;
-        if (valued && std::strcmp(argv[i], "--cycles") == 0) {
-            cycles = parseCount(argv[++i], 1000000);
-            if (cycles < 0) return syncUsage();
-        } else if (valued && std::strcmp(argv[i], "--port") == 0) {
-            long value = parseCount(argv[++i], 65535);
-            if (value < 0) return syncUsage();
-            port = static_cast<uint32_t>(value);
-        } else if (valued && std::strcmp(argv[i], "--timeout") == 0) {
-            char* end = nullptr;
-            double seconds = std::strtod(argv[++i], &end);
-            if (!end || *end != 0 || !(seconds > 0) || seconds > 3600) return syncUsage();
-            LXSocket::setDefaultReceiveTimeout_(seconds);
-            if (seconds < LXSocket::defaultConnectTimeout()) LXSocket::setDefaultConnectTimeout_(seconds);
-        } else {
-            return syncUsage();
-        }
+    Arguments args;
+    if (!parseArguments(
+                "sync", argc, argv,
+                {{"--cycles", true}, {"--port", true}, {"--timeout", true}, {"--json", false}},
+                &args)) {
+        return 2;
     }
-    return sync(cycles, port);
+    if (!args.words.empty()) return wrongUsage("sync", "unexpected argument", args.words[0]);
+    long cycles = 0;
+    long port = LXTransceiver::relayPort();
+    if (!wholeOption("sync", args, "--cycles", 1, 1000000, &cycles)) return 2;
+    if (!wholeOption("sync", args, "--port", 1, 65535, &port)) return 2;
+    if (const char* text = args.value("--timeout")) {
+        char* end = nullptr;
+        double seconds = std::strtod(text, &end);
+        if (!end || *end != 0 || end == text || !(seconds > 0) || seconds > 3600) {
+            return wrongUsage("sync", "not a number of seconds (above 0, up to 3600) for --timeout",
+                              text);
+        }
+        LXSocket::setDefaultReceiveTimeout_(seconds);
+        if (seconds < LXSocket::defaultConnectTimeout())
+            LXSocket::setDefaultConnectTimeout_(seconds);
+    }
+    return sync(cycles, static_cast<uint32_t>(port), args.has("--json"));
 }
 
 int runDeltas(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--refused") == 0) return refusedDeltas();
-    if (argc != 1) return syncUsage();
-    return deltas();
+    Arguments args;
+    if (!parseArguments("deltas", argc, argv, {{"--refused", false}}, &args)) return 2;
+    if (!args.words.empty()) return wrongUsage("deltas", "unexpected argument", args.words[0]);
+    return args.has("--refused") ? refusedDeltas() : deltas();
 }
 
 }  // namespace admin

@@ -1,15 +1,13 @@
 // vantor-relay: the relay server. The documented entry (a pool, +[LXRelay
 // relay], run) with the few options an operator needs:
 //
-//   vantor-relay [--port N] [--dir DIR] [--timeout SECONDS]
+//   vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]
+//   vantor-relay --help | --version
 //
 // Exit status: 2 for bad options (usage on standard error), 1 when the
 // working directory can't be entered or the port can't be bound ("socket
 // not bound"), so that a service manager or script sees the failure; 0 only
 // if the loop ended by itself.
-#include <signal.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +15,7 @@
 #include <string>
 
 #include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
 #include "sync/LXRelay.h"
 #include "sync/LXSocket.h"
 
@@ -24,14 +23,19 @@ namespace {
 
 void usage(FILE* out) {
     std::fprintf(out,
-                 "usage: vantor-relay [--port N] [--dir DIR] [--timeout SECONDS]\n"
-                 "  --port N           TCP port on all local addresses (default %u; 0: any free\n"
-                 "                     port, named by the line \"listening on port N\")\n"
+                 "usage: vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]\n"
+                 "       vantor-relay --help | --version\n"
+                 "  --bind ADDRESS     the local IPv4 address to listen on, e.g. 127.0.0.1\n"
+                 "                     (default: all local addresses)\n"
+                 "  --port N           TCP port (default %u; 0: any free port, named by the\n"
+                 "                     line \"listening on port N\")\n"
                  "  --dir DIR          working directory holding the store _relay_.vcd/.vci\n"
                  "                     (default: the current directory; must exist)\n"
                  "  --timeout SECONDS  how long each element of a client's exchange may take\n"
                  "                     before the connection is dropped (default %g; 0: no limit)\n"
-                 "  --help             this text\n",
+                 "  --help             this text\n"
+                 "  --version          the version\n"
+                 "Options take their value as \"--port N\" or \"--port=N\".\n",
                  LXRelay::defaultPort(), LXSocket::kDefaultReceiveTimeout);
 }
 
@@ -56,7 +60,7 @@ bool parseSeconds(const char* text, double* seconds) {
 }
 
 int badUsage(const char* what, const char* argument) {
-    std::fprintf(stderr, "vantor-relay: %s: %s\n", what, argument);
+    std::fprintf(stderr, "vantor-relay: %s: '%s'\n", what, argument);
     usage(stderr);
     return 2;
 }
@@ -69,15 +73,20 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     // Sockets already send with MSG_NOSIGNAL; this covers standard output
     // piped to a reader that has gone away, which must not end the relay.
-    signal(SIGPIPE, SIG_IGN);
+    vtIgnoreBrokenPipe();
 
     uint32_t port = LXRelay::defaultPort();
     const char* dir = nullptr;
+    std::string bind;
     double timeout = -1;
     for (int i = 1; i < argc; i++) {
         std::string arg = argv[i];
         if (arg == "--help" || arg == "-h") {
             usage(stdout);
+            return 0;
+        }
+        if (arg == "--version") {
+            std::printf("vantor-relay %s\n", VANTOR_VERSION);
             return 0;
         }
         std::string name = arg;
@@ -87,13 +96,21 @@ int main(int argc, char** argv) {
             name = arg.substr(0, equals);
             value = argv[i] + equals + 1;
         }
-        if (name != "--port" && name != "--dir" && name != "--timeout") return badUsage("unknown option", argv[i]);
+        if (name != "--port" && name != "--dir" && name != "--timeout" && name != "--bind") {
+            return badUsage(arg.compare(0, 1, "-") == 0 ? "unknown option" : "unexpected argument",
+                            name.c_str());
+        }
         if (!value) {
             if (i + 1 >= argc) return badUsage("missing value for", argv[i]);
             value = argv[++i];
         }
         if (name == "--port") {
             if (!parsePort(value, &port)) return badUsage("not a port (0-65535)", value);
+        } else if (name == "--bind") {
+            // A name (localhost) is taken too, as the address it resolves to.
+            if (!vtSocketStartup() || !vtSocketResolve(value, &bind)) {
+                return badUsage("not an IPv4 address or a name of one", value);
+            }
         } else if (name == "--dir") {
             if (!*value) return badUsage("empty directory for", name.c_str());
             dir = value;
@@ -105,7 +122,7 @@ int main(int argc, char** argv) {
     // The directory is not created: a mistyped path would otherwise start
     // an empty relay beside the real store, and the deltas queued there
     // would wait unseen for clients that never collect from it.
-    if (dir && chdir(dir) != 0) {
+    if (dir && !vtChangeDirectory(dir)) {
         std::fprintf(stderr, "vantor-relay: can't enter %s: %s\n", dir, std::strerror(errno));
         return 1;
     }
@@ -115,6 +132,7 @@ int main(int argc, char** argv) {
 
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     LXRelay* relay = LXRelay::relay();
+    if (!bind.empty()) relay->setBindAddress_(NSString::stringWithUTF8String_(bind.c_str()));
     if (port == LXRelay::defaultPort()) {
         relay->run();
     } else {

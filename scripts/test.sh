@@ -18,6 +18,8 @@ status=0
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build -j"$jobs"
 (cd build && ctest --output-on-failure -j"$jobs") || status=1
+# The Debian packages of vantor-relay and vantor-admin (build/*.deb).
+bash scripts/package-debian.sh build || status=1
 
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTOR_SANITIZE=ON -DVANTOR_WINELIB=OFF \
     -DVANTOR_BENCHMARKS=OFF

@@ -146,7 +146,8 @@ void LXRelay::runWithPort_(uint32_t port) {
     // A socket that binds but can't listen is as useless as one that
     // doesn't bind: both end the run the same way, rather than looping on
     // accepts that can only fail.
-    if (!listener || !listener->bindToPort_(port) || !listener->listen_(10)) {
+    if (!listener || !listener->bindToAddress_port_(_bindAddress.get(), port) ||
+        !listener->listen_(10)) {
         LOG("socket not bound");
         _bindFailed = true;
         return;

@@ -44,7 +44,8 @@ public:
     // looks at the lifetime after each connection: it ends after the first
     // connection that finds the date passed.
     void runUntilDate_(NSDate* date);
-    // The accept loop on all local addresses. Port 0 takes any free port;
+    // The accept loop on the bind address (all local addresses unless set).
+    // Port 0 takes any free port;
     // "listening on port %d" names the port actually bound. A port that
     // can't be bound or listened on logs "socket not bound" and returns
     // (see boundPort).
@@ -68,6 +69,8 @@ public:
     uint32_t boundPort() const { return _boundPort; }
     // True when the last runWithPort: could not bind or listen.
     bool bindFailed() const { return _bindFailed; }
+    // The dotted IPv4 address runWithPort: listens on; nil: all.
+    void setBindAddress_(NSString* address) { _bindAddress.set(address); }
 
     LXRelay() = default;
 
@@ -82,6 +85,7 @@ private:
     Ref<NSDate> _lifetime;
     Ref<LXContainer> _container;
     Ref<NSLock> _lock;
+    Ref<NSString> _bindAddress;
     uint32_t _boundPort = 0;
     bool _bindFailed = false;
 };

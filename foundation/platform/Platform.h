@@ -224,3 +224,36 @@ bool vtFileTruncate(VTFile file, uint64_t length);
 // Forces the file's data to the disk (fdatasync; FlushFileBuffers).
 bool vtFileSyncData(VTFile file);
 void vtFileClose(VTFile file);
+
+// ---------------------------------------------------------------------------
+// Command-line programs: terminals, standard streams, the working directory.
+// A stream is named by its C runtime descriptor: 0, 1, 2, or fileno() of an
+// opened stream.
+
+// Whether the stream is a terminal (a console on Win32).
+bool vtIsTerminal(int fd);
+// Turns off the echo of what is typed on that terminal, for a password.
+// The settings from before come back with vtTerminalEchoRestore, and also
+// when the process ends first: at exit() and, on POSIX, on SIGINT, SIGTERM
+// and SIGHUP (the same end that removes the file of vtRemoveFileAtEnd), so
+// that Ctrl-C at a password prompt leaves a terminal that echoes. False
+// when the stream is no terminal; nothing is changed then.
+bool vtTerminalEchoOff(int fd);
+// Puts back what vtTerminalEchoOff changed; nothing if it changed nothing.
+void vtTerminalEchoRestore();
+// Another descriptor for the same stream (dup), or -1.
+int vtDuplicateStream(int fd);
+// Makes `fd` a copy of `from` (dup2); false on failure.
+bool vtReplaceStream(int fd, int from);
+void vtCloseStream(int fd);
+// chdir / SetCurrentDirectoryA; false if the directory can't be entered
+// (the reason stays in errno on POSIX).
+bool vtChangeDirectory(const char* path);
+// A write to a pipe whose reader has gone fails instead of ending the
+// process (SIGPIPE ignored; nothing to do on Win32).
+void vtIgnoreBrokenPipe();
+// Whether the file can be opened for reading.
+bool vtFileReadable(const char* path);
+// Free and total bytes of the file system that holds `path`; false if it
+// can't be asked.
+bool vtDiskSpace(const char* path, uint64_t* freeBytes, uint64_t* totalBytes);

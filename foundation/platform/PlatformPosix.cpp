@@ -384,3 +384,33 @@ bool vtFileTruncate(VTFile file, uint64_t length) {
 bool vtFileSyncData(VTFile file) { return fdatasync(static_cast<int>(file)) == 0; }
 
 void vtFileClose(VTFile file) { close(static_cast<int>(file)); }
+
+// Command-line programs.
+
+#include <sys/statvfs.h>
+
+bool vtIsTerminal(int fd) { return isatty(fd) == 1; }
+
+bool vtTerminalEchoOff(int fd) { return quietUnixEndTerminal(fd); }
+
+void vtTerminalEchoRestore() { restoreUnixEndTerminal(); }
+
+int vtDuplicateStream(int fd) { return dup(fd); }
+
+bool vtReplaceStream(int fd, int from) { return dup2(from, fd) >= 0; }
+
+void vtCloseStream(int fd) { close(fd); }
+
+bool vtChangeDirectory(const char* path) { return path && chdir(path) == 0; }
+
+void vtIgnoreBrokenPipe() { signal(SIGPIPE, SIG_IGN); }
+
+bool vtFileReadable(const char* path) { return path && access(path, R_OK) == 0; }
+
+bool vtDiskSpace(const char* path, uint64_t* freeBytes, uint64_t* totalBytes) {
+    struct statvfs info;
+    if (!path || statvfs(path, &info) != 0) return false;
+    *freeBytes = static_cast<uint64_t>(info.f_bavail) * info.f_frsize;
+    *totalBytes = static_cast<uint64_t>(info.f_blocks) * info.f_frsize;
+    return true;
+}

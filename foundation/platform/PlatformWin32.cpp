@@ -451,3 +451,74 @@ bool vtFileTruncate(VTFile file, uint64_t length) {
 bool vtFileSyncData(VTFile file) { return FlushFileBuffers(appendHandleOf(file)) != 0; }
 
 void vtFileClose(VTFile file) { CloseHandle(appendHandleOf(file)); }
+
+// Command-line programs. Descriptors 0, 1 and 2 are the standard handles;
+// duplicating descriptors is the C runtime's business (the Linux one under
+// Winelib, the Microsoft one with MinGW).
+
+#if !defined(__WINE__)
+#include <io.h>
+#endif
+
+namespace {
+
+HANDLE standardHandle(int fd) {
+    DWORD which = fd == 0 ? STD_INPUT_HANDLE : fd == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE;
+    return fd < 0 || fd > 2 ? INVALID_HANDLE_VALUE : GetStdHandle(which);
+}
+
+HANDLE gEchoConsole = INVALID_HANDLE_VALUE;
+DWORD gEchoSavedMode = 0;
+
+}  // namespace
+
+bool vtIsTerminal(int fd) {
+    HANDLE handle = standardHandle(fd);
+    return handle != INVALID_HANDLE_VALUE && handle && GetFileType(handle) == FILE_TYPE_CHAR;
+}
+
+bool vtTerminalEchoOff(int fd) {
+    HANDLE console = standardHandle(fd);
+    DWORD mode = 0;
+    if (console == INVALID_HANDLE_VALUE || !GetConsoleMode(console, &mode)) return false;
+    gEchoConsole = console;
+    gEchoSavedMode = mode;
+    return SetConsoleMode(console, mode & ~static_cast<DWORD>(ENABLE_ECHO_INPUT)) != 0;
+}
+
+void vtTerminalEchoRestore() {
+    if (gEchoConsole == INVALID_HANDLE_VALUE) return;
+    SetConsoleMode(gEchoConsole, gEchoSavedMode);
+    gEchoConsole = INVALID_HANDLE_VALUE;
+}
+
+#if defined(__WINE__)
+int vtDuplicateStream(int fd) { return dup(fd); }
+bool vtReplaceStream(int fd, int from) { return dup2(from, fd) >= 0; }
+void vtCloseStream(int fd) { close(fd); }
+#else
+int vtDuplicateStream(int fd) { return _dup(fd); }
+bool vtReplaceStream(int fd, int from) { return _dup2(from, fd) == 0; }
+void vtCloseStream(int fd) { _close(fd); }
+#endif
+
+bool vtChangeDirectory(const char* path) { return path && SetCurrentDirectoryA(path) != 0; }
+
+void vtIgnoreBrokenPipe() {}
+
+bool vtFileReadable(const char* path) {
+    HANDLE file =
+            CreateFileA(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    CloseHandle(file);
+    return true;
+}
+
+bool vtDiskSpace(const char* path, uint64_t* freeBytes, uint64_t* totalBytes) {
+    ULARGE_INTEGER available, total;
+    if (!path || !GetDiskFreeSpaceExA(path, &available, &total, nullptr)) return false;
+    *freeBytes = available.QuadPart;
+    *totalBytes = total.QuadPart;
+    return true;
+}

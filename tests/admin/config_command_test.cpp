@@ -26,7 +26,8 @@ vt_test::ProgramResult admin(const std::string& dir, const std::string& argument
 }
 
 // Action classes that come with later parts of the client; until they are
-// in the runtime table the demo may name them, and config check warns.
+// in the runtime table the demo may name them, and config check takes them
+// as the client's own.
 const char* const kPendingActionClasses[] = {"VTActionCSVExport", "VTActionCreatePDF", "VTActionOpenReportDesigner",
                                              "VTActionTestForm", "VTActionUserKeyGenerator"};
 
@@ -65,6 +66,53 @@ TEST(ConfigCommand, TheDemoConfigurationPassesAndNamesKnownActions) {
     // All six action classes of the system are shown by the demo.
     EXPECT_EQ(classes.size(), 6u);
     pool->release();
+}
+
+TEST(ConfigCommand, TheDemoConfigurationPassesStrictly) {
+    vt_test::ProgramResult r = admin(VANTOR_DEMO_DIR, "config check conf/cro.vtr --strict");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(r.out, "conf/cro.vtr: 14 sheets, 0 errors, 0 warnings\n");
+}
+
+// A list that doesn't parse is placed: the parenthesis left open (found by
+// the indentation of what follows it), a character before the first list,
+// and text after the list, which the client never reads.
+TEST(ConfigCommand, PlacesUnbalancedListsByLineAndColumn) {
+    std::string dir = vt_test::makeTempDir("vantor-config");
+    struct Case {
+        const char* text;
+        const char* said;
+        int status;
+    };
+    const Case cases[] = {
+            {"(\n ((name role)\n  (field name as string))\n ((name note)\n  (field title as "
+             "string\n  (field body as text))\n)\n",
+             "c.vtr:5:3: this '(' is never closed\n", 1},
+            {"((name role) (field a as string)", "c.vtr:1:1: this '(' is never closed\n", 1},
+            {"  x ((name role))",
+             "c.vtr:1:3: '(' expected: the list must start with an opening parenthesis\n", 1},
+            {"", "c.vtr:1:1: the text holds no list\n", 1},
+            {"(((name role) (field name as string))) ((name lost))\n",
+             "c.vtr:1:40: warning: text after the top-level list is not read\n", 1},
+    };
+    for (const Case& c : cases) {
+        vt_test::writeFile(dir + "/c.vtr", c.text);
+        vt_test::ProgramResult r = admin(dir, "config check c.vtr");
+        EXPECT_EQ(r.status, c.status) << c.text;
+        EXPECT_EQ(r.out.find(c.said), 0u) << c.text << "\n" << r.out;
+    }
+    // An atom may hold '(' without opening a list.
+    vt_test::writeFile(dir + "/c.vtr", "(((name a(b) (field x as string)))\n");
+    EXPECT_EQ(admin(dir, "config check c.vtr").out.find("never closed"), std::string::npos);
+    vt_test::writeFile(dir + "/c.vtr", "((name role)");
+    vt_test::ProgramResult json = admin(dir, "config check --json c.vtr");
+    EXPECT_EQ(
+            json.out,
+            R"({"file":"c.vtr","line":1,"column":1,"severity":"error","message":"this '(' is never closed"})"
+            "\n"
+            R"({"file":"c.vtr","sheets":0,"errors":1,"warnings":0,"ok":false})"
+            "\n");
+    vt_test::removeTree(dir);
 }
 
 TEST(ConfigCommand, ReportsEachFaultWithSheetClauseAndLine) {

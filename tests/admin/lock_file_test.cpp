@@ -1,6 +1,7 @@
 // vantor.lock as vantor-admin takes it, the same code the client uses: two
 // commands started together in one installation, a stale lock, and the
-// ways a command waiting at its password prompt can be ended. Each command
+// ways a command waiting at its password prompt can be ended; and what a
+// command shows only on a terminal. Each command
 // runs on a terminal of its own (a pseudo-terminal), where it asks for the
 // password and waits, holding the lock.
 #include <gtest/gtest.h>
@@ -9,12 +10,14 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/RunProgram.h"
 
@@ -29,16 +32,20 @@ using vt_test::quoteShell;
 // vantor-admin on a pseudo-terminal in `dir`, without VANTOR_PASSWORD.
 class OnTerminal {
 public:
-    OnTerminal(const std::string& dir, const char* command) {
+    OnTerminal(const std::string& dir, std::vector<const char*> arguments) {
+        arguments.insert(arguments.begin(), VANTOR_ADMIN_PATH);
+        arguments.push_back(nullptr);
         _pid = forkpty(&_master, nullptr, nullptr, nullptr);
         if (_pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             unsetenv("VANTOR_PASSWORD");
             if (chdir(dir.c_str()) != 0) _exit(126);
-            execl(VANTOR_ADMIN_PATH, VANTOR_ADMIN_PATH, command, static_cast<char*>(nullptr));
+            execv(VANTOR_ADMIN_PATH, const_cast<char**>(arguments.data()));
             _exit(127);
         }
     }
+    OnTerminal(const std::string& dir, const char* command)
+        : OnTerminal(dir, std::vector<const char*>{command}) {}
     ~OnTerminal() {
         if (_pid > 0) {
             kill(_pid, SIGKILL);
@@ -78,9 +85,21 @@ public:
             if (!drain(10)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         _pid = -1;
+        // What it wrote just before it ended.
+        for (struct pollfd p{_master, POLLIN, 0}; poll(&p, 1, 100) > 0;) {
+            char buffer[512];
+            ssize_t n = read(_master, buffer, sizeof buffer);
+            if (n <= 0) break;
+            _output.append(buffer, static_cast<size_t>(n));
+        }
         return status;
     }
     const std::string& output() const { return _output; }
+    // Whether its terminal echoes what is typed.
+    bool echoes() const {
+        termios settings{};
+        return tcgetattr(_master, &settings) == 0 && (settings.c_lflag & ECHO) != 0;
+    }
 
 private:
     pid_t _pid = -1;
@@ -139,12 +158,14 @@ TEST_F(LockFileTest, OfTwoCommandsStartedTogetherExactlyOneRuns) {
 }
 
 // Ctrl-C typed at the prompt (the terminal sends SIGINT) and SIGTERM both
-// end the command with their signal, and both remove the lock.
+// end the command with their signal, and both remove the lock and leave
+// the terminal echoing again.
 TEST_F(LockFileTest, CtrlCAndSigtermAtThePasswordPromptRemoveTheLock) {
     for (int signal : {SIGINT, SIGTERM}) {
         OnTerminal command(dir_, "sync");
         ASSERT_TRUE(command.waitForOutput("Password: ")) << command.output();
         ASSERT_TRUE(locked());
+        EXPECT_FALSE(command.echoes());
         if (signal == SIGINT) {
             command.type("\x03");
         } else {
@@ -154,7 +175,24 @@ TEST_F(LockFileTest, CtrlCAndSigtermAtThePasswordPromptRemoveTheLock) {
         ASSERT_TRUE(WIFSIGNALED(status)) << status;
         EXPECT_EQ(WTERMSIG(status), signal);
         EXPECT_FALSE(locked()) << strsignal(signal);
+        EXPECT_TRUE(command.echoes()) << strsignal(signal);
     }
+}
+
+// On a terminal, record set of an array shows how far it has got on
+// standard error and clears the line at the end; Ctrl-D ends the input.
+TEST_F(LockFileTest, RecordSetShowsProgressOnATerminal) {
+    OnTerminal command(dir_, {"record", "set", "company", "--json"});
+    ASSERT_TRUE(command.waitForOutput("Password: ")) << command.output();
+    command.type("vantor-demo\n");
+    command.type(R"([{"name": "P1", "industry": "trade"}, {"name": "P2", "industry": "trade"}])"
+                 "\n\x04");
+    int status = command.wait();
+    ASSERT_TRUE(WIFEXITED(status)) << command.output();
+    EXPECT_EQ(WEXITSTATUS(status), 0) << command.output();
+    const std::string& shown = command.output();
+    EXPECT_NE(shown.find("\r\033[Krecord set: saved 1 of 2 (50%)"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("\r\033[Krecord set: saved 2 of 2 (100%)\r\033[K"), std::string::npos) << shown;
 }
 
 // A lock whose process is gone is not taken over: the refusal names the
