@@ -199,7 +199,9 @@ TEST_F(MatrixTest, DeletionsReachTheStoreAndOnlyReplicateWhenAsked) {
     m->removeRecord_(NSString::stringWithUTF8String_(cy.c_str()));
     m->commitTransaction();
     EXPECT_EQ(column(m, "name"), "Ada");
-    EXPECT_EQ(stored("data/people"), 1u);
+    // A removal that replicates keeps the record as its tombstone.
+    EXPECT_EQ(stored("data/people"), 2u);
+    EXPECT_NE(m->tombstoneWithRecordId_(NSString::stringWithUTF8String_(cy.c_str())), nullptr);
     EXPECT_EQ(workspace->deleted, std::vector<std::string>{cy});
     EXPECT_TRUE(workspace->synchronized.empty());
 
@@ -211,7 +213,7 @@ TEST_F(MatrixTest, DeletionsReachTheStoreAndOnlyReplicateWhenAsked) {
         m->removeRow_(1);
     }
     m->commitTransaction();
-    EXPECT_EQ(stored("data/people"), 1u);
+    EXPECT_EQ(stored("data/people"), 2u);
     EXPECT_TRUE(workspace->synchronized.empty());
     EXPECT_EQ(workspace->deleted.size(), 9u);
 }
