@@ -20,7 +20,7 @@ const Command kCommands[] = {
         {"config", "check [FILE] [--strict]", "check a configuration list (default conf/cro.vtr)", &runConfig},
         {"key", "show FILE|make USER", "show a user key, or make one for a row of the user sheet", &runKey},
         {"sheet", "list|dump NAME", "the sheets of the installation, or one sheet's records as JSON", &runSheet},
-        {"record", "set|remove|select|action|list SHEET ...", "change records as the installation's user; see RecordCommand.cpp", &runRecord},
+        {"record", "set|remove|select|action|list|history|restore SHEET ...", "change records as the installation's user; see RecordCommand.cpp", &runRecord},
         {"sync", "[--cycles N] [--port N] [--timeout S]", "exchange deltas with the relay as the installation's user", &runSync},
         {"deltas", "[--refused]", "the outgoing deltas waiting in the delta store", &runDeltas},
         {nullptr, nullptr, nullptr, nullptr},
