@@ -262,7 +262,7 @@ TEST_F(ReplicationTest, ACommitPostsOneDeltaPerOtherUserWithTheWholeRecord) {
     std::vector<LXDelta*> deleted = drain();
     EXPECT_EQ(summaries(deleted),
               (std::vector<std::string>{"b-2 delete task " + id, "c-3 delete task " + id}));
-    // The removal's version, beside the three documented keys.
+    // The removal's version, beside action, sheet and objectId.
     EXPECT_EQ(contentsOf(deleted[0])->count(), 4u);
     EXPECT_EQ(str(contentsOf(deleted[0])->objectForKey_("version"_ns)),
               str(tasks->tombstoneWithRecordId_(ns(id.c_str()))->objectForKey_("__removed"_ns)));
