@@ -58,15 +58,10 @@ int envNumber(const char* name, int fallback) {
     return value && *value ? std::atoi(value) : fallback;
 }
 
-std::string lines(const std::string& text, size_t* count) {
-    *count = static_cast<size_t>(countOf(text, "\n"));
-    return text;
-}
-
 // The stored records of a sheet, by id, without the local stamps.
 std::map<std::string, Ref<NSMutableDictionary>> storedRecords(const Installation& i, const char* stem) {
     std::map<std::string, Ref<NSMutableDictionary>> byId;
-    NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+    NSAutoreleasePoolScope pool;
     NSString* path = NSString::stringWithUTF8String_((i.dir + "/data/" + stem).c_str());
     LXContainer* store = LXContainer::existingContainerWithName_(path);
     NSMutableArray* records = store ? store->query_(NSMutableDictionary::classObject()) : nullptr;
@@ -77,7 +72,6 @@ std::map<std::string, Ref<NSMutableDictionary>> storedRecords(const Installation
         copy->removeObjectForKey_("__modifier"_ns);
         byId[static_cast<NSString*>(record->objectForKey_("__recordId"_ns))->UTF8String()] = copy;
     }
-    pool->release();
     return byId;
 }
 
@@ -127,6 +121,7 @@ protected:
 };
 
 TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
+    NSAutoreleasePoolScope pool;
     const int rounds = envNumber("VANTOR_CONVERGENCE_ROUNDS", kDefaultRounds);
     const uint32_t seed = static_cast<uint32_t>(envNumber("VANTOR_CONVERGENCE_SEED", 27));
     std::mt19937 rng(seed);
@@ -186,8 +181,8 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
                 batch.push_back({id, {field, value}});
             }
             if (n > 0) {
-                size_t done = 0;
-                lines(at.admin("record set company", json + "]").out, &done);
+                // Each Save prints its record's id once it is stored.
+                size_t done = static_cast<size_t>(countOf(at.admin("record set company", json + "]").out, "\n"));
                 for (size_t k = 0; k < done && k < batch.size(); k++) saved[batch[k].first].push_back(batch[k].second);
                 figures.changes += static_cast<int>(done);
             }
