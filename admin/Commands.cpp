@@ -66,14 +66,16 @@ const Command kCommands[] = {
          "usage: vantor-admin sheet list [--json]\n"
          "       vantor-admin sheet dump NAME\n",
          &runSheet},
-        {"record", "set|remove|select|action|list SHEET ...",
+        {"record", "set|remove|select|action|list|history|restore SHEET ...",
          "change records as the installation's user; see RecordCommand.cpp",
          "usage: vantor-admin record set SHEET              a JSON object (or array) on standard "
          "input\n"
          "       vantor-admin record remove SHEET RECORDID\n"
          "       vantor-admin record select SHEET RECORDID\n"
          "       vantor-admin record action SHEET RECORDID CLASS\n"
-         "       vantor-admin record list SHEET\n",
+         "       vantor-admin record list SHEET\n"
+         "       vantor-admin record history SHEET RECORDID         values that newer ones replaced\n"
+         "       vantor-admin record restore SHEET RECORDID FIELD N write entry N of FIELD back\n",
          &runRecord},
         {"sync", "[--cycles N] [--port N] [--timeout S]",
          "exchange deltas with the relay as the installation's user",

@@ -1,4 +1,4 @@
-// record set|remove|select|action|list: the records of one sheet, changed
+// record set|remove|select|action|list|history|restore: the records of one sheet, changed
 // as the user of the installation in the working directory changes them in
 // the client (see Session.h for the login), so that each change is stamped,
 // stored and queued for the other users as the form's buttons do it.
@@ -27,6 +27,16 @@
 //                              line, with the raw stored values:
 //                              __recordId, the sheet's fields in order,
 //                              then the other keys in name order
+//   history SHEET RECORDID     the values of the record that newer ones
+//                              replaced, here or at other installations,
+//                              one JSON object per line: field, n (1 is
+//                              the newest of that field), value, version,
+//                              writer (the unique id of who wrote it)
+//   restore SHEET RECORDID FIELD N
+//                              writes entry N of the field's history back
+//                              as a new change: a Save of that one value,
+//                              with the checks and rights of set; prints
+//                              the id
 //
 // set writes every field of the form as Save does: a field not given keeps
 // the record's value, or for a new record takes what the empty form shows
@@ -447,6 +457,59 @@ int list(Session& s, VTSheet* sheet) {
     return 0;
 }
 
+// The record's history as the sheet gives it, for a user who may read the
+// sheet.
+int history(Session& s, VTSheet* sheet, const char* id) {
+    VTWorkspace* w = s.workspace();
+    if (!checkStore("record history", sheet)) return 1;
+    if (!w->currentUserCanRead_(sheet)) {
+        std::fprintf(stderr, "vantor-admin: record history: %s may not read the sheet '%s'\n",
+                     w->currentUserId()->UTF8String(), sheet->name()->UTF8String());
+        return 1;
+    }
+    NSString* recordId = NSString::stringWithUTF8String_(id);
+    if (!sheet->matrix()->objectWithRecordId_(recordId)) {
+        std::fprintf(stderr, "vantor-admin: record history: no record '%s' in the sheet '%s'\n", id,
+                     sheet->name()->UTF8String());
+        return 1;
+    }
+    NSArray* entries = sheet->historyOfRecordWithId_(recordId);
+    std::vector<NSObject*> order;
+    for (const char* key : {"field", "n", "value", "version", "writer"})
+        order.push_back(NSString::stringWithUTF8String_(key));
+    for (uint32_t i = 0, n = entries->count(); i < n; i++) {
+        auto* entry = static_cast<NSDictionary*>(entries->objectAtIndex_(i));
+        std::string json;
+        appendJSON(&json, entry, [&](NSDictionary* d) { return d == entry ? &order : nullptr; });
+        std::fprintf(s.results(), "%s\n", json.c_str());
+    }
+    return 0;
+}
+
+// An old value written back through Save: it gets a new version, so it
+// wins everywhere, and the value it replaces joins the history.
+int restore(Session& s, VTSheet* sheet, const char* id, const char* field, const char* entry) {
+    if (!checkStore("record restore", sheet)) return 1;
+    char* end = nullptr;
+    long n = std::strtol(entry, &end, 10);
+    if (!end || *end || n < 1) {
+        std::fprintf(stderr, "vantor-admin: record restore: N must be a number from 1, as record history shows it\n");
+        return 2;
+    }
+    NSString* recordId = NSString::stringWithUTF8String_(id);
+    NSString* name = NSString::stringWithUTF8String_(field);
+    NSObject* value = sheet->valueOfField_ofRecordWithId_fromHistoryEntry_(name, recordId, static_cast<uint32_t>(n));
+    if (!value) {
+        std::fprintf(stderr, "vantor-admin: record restore: the record '%s' of the sheet '%s' has no entry %ld of '%s' in its history\n",
+                     id, sheet->name()->UTF8String(), n, field);
+        return 1;
+    }
+    NSMutableDictionary* values = NSDictionary::dictionaryWithObjectsAndKeys_(recordId, "__recordId"_ns, value, name, nullptr);
+    NSString* checkedId = nullptr;
+    if (!checkValues(s.workspace(), sheet, values, &checkedId)) return 1;
+    return save(s, sheet, values, checkedId) ? 0 : 1;
+}
+
 }  // namespace
 
 int runRecord(int argc, char** argv) {
@@ -454,17 +517,19 @@ int runRecord(int argc, char** argv) {
     if (!parseArguments("record", argc, argv, {{"--json", false}}, &args)) return 2;
     const std::vector<std::string>& w = args.words;
     if (w.empty())
-        return wrongUsage("record", "missing verb (set, remove, select, action, list)", "");
+        return wrongUsage("record", "missing verb (set, remove, select, action, list, history, restore)", "");
     const std::string& verb = w[0];
-    size_t wanted = verb == "set" || verb == "list"        ? 2
-                    : verb == "remove" || verb == "select" ? 3
-                    : verb == "action"                     ? 4
-                                                           : 0;
+    size_t wanted = verb == "set" || verb == "list"                              ? 2
+                    : verb == "remove" || verb == "select" || verb == "history" ? 3
+                    : verb == "action"                                          ? 4
+                    : verb == "restore"                                         ? 5
+                                                                                : 0;
     if (wanted == 0)
-        return wrongUsage("record", "unknown verb (set, remove, select, action, list)", verb);
+        return wrongUsage("record", "unknown verb (set, remove, select, action, list, history, restore)", verb);
     const char* needs = wanted == 2   ? "missing SHEET after"
                         : wanted == 3 ? "missing SHEET or RECORDID after"
-                                      : "missing SHEET, RECORDID or CLASS after";
+                        : wanted == 4 ? "missing SHEET, RECORDID or CLASS after"
+                                      : "missing SHEET, RECORDID, FIELD or N after";
     if (w.size() < wanted) return wrongUsage("record", needs, verb);
     if (w.size() > wanted) return wrongUsage("record", "unexpected argument", w[wanted]);
     if (args.has("--json") && verb != "set")
@@ -482,6 +547,8 @@ int runRecord(int argc, char** argv) {
                 if (verb == "select") status = select(sheet, word[2]);
                 if (verb == "action") status = action(sheet, word[2], word[3]);
                 if (verb == "list") status = list(session, sheet);
+                if (verb == "history") status = history(session, sheet, word[2]);
+                if (verb == "restore") status = restore(session, sheet, word[2], word[3], word[4]);
             }
         }
     }

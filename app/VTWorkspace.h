@@ -115,8 +115,13 @@ public:
     // One set delta for each unique user string of `users`.
     void synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, NSObject* record, NSObject* sheet,
                                                      NSArray* users);
-    // One delete delta for each other user.
+    // One delete delta for each other user, with the removal's version
+    // when the sheet's matrix keeps the record's tombstone.
     void synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet);
+    // Whether records carry versions (VTMatrix.h): true unless the
+    // environment variable VANTOR_RECORD_VERSIONS is "off", which only the
+    // replication bench sets, to measure what versions cost.
+    bool keepsRecordVersions();
 
     // Lookups for tools and tests.
     VTSheet* sheetNamed_(NSString* name);

@@ -4,10 +4,16 @@
 //
 // Contents of a delta (a dictionary inside the LXDelta):
 //   set    := { action: "set", fields: (name...), sheet: name, object: record }
-//   delete := { action: "delete", sheet: name, objectId: __recordId }
+//   delete := { action: "delete", sheet: name, objectId: __recordId,
+//               version: the removal's version }
 // `sheet` is the name of the sheet the commit happened in (a secondary
 // sheet's own name); `object` is the whole record as committed, but a
-// receiver that knows the record applies only the fields named.
+// receiver merges it into its copy field by field, by version (the
+// versions travel inside `object`, under __versions; see
+// sheets/VTRecordVersions.h and docs/replication.md). `version` of a delete
+// is the one key beyond the original contents; a receiver without it
+// ignores it, and one that gets a delete without it removes the record as
+// it stands.
 //
 // Threads and locks. processDelta: runs on the transceiver's thread inside a
 // check cycle, holding only the transceiver's cycle lock, which no other
@@ -27,10 +33,14 @@
 // list views exist, their reload waits for the main thread to serve the
 // call; the main thread always gets back to its message loop to serve it,
 // because nothing it may be waiting for is held by the transceiver's thread.
+#include <cstdlib>
+#include <cstring>
+
 #include "app/VTLocalization.h"
 #include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
 #include "foundation/platform/Platform.h"
+#include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 #include "sync/LXDelta.h"
 #include "sync/LXPool.h"
@@ -121,17 +131,27 @@ void VTWorkspace::synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, N
     }
 }
 
+bool VTWorkspace::keepsRecordVersions() {
+    const char* setting = std::getenv("VANTOR_RECORD_VERSIONS");
+    return !setting || std::strcmp(setting, "off") != 0;
+}
+
 void VTWorkspace::synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet) {
     NSString* sheetName = NSSend<NSString*>(sheet, NS_SEL("name"));
     if (!recordId || !sheetName) return;
     NSArray* users = allOtherUsersWithUniqueID();
     if (users->count() == 0) return;
+    // The commit has just stored the record as its tombstone.
+    VTMatrix* matrix = NSSend<VTMatrix*>(sheet, NS_SEL("matrix"));
+    NSDictionary* tombstone = matrix ? matrix->tombstoneWithRecordId_(recordId) : nullptr;
+    NSObject* version = tombstone ? tombstone->objectForKey_("__removed"_ns) : nullptr;
     LXPool* pool = replicationPool();
     LXUser* sender = LXUser::userWithString_(currentUserUniqueId());
     PostBatch batch;
     for (uint32_t i = 0, n = users->count(); i < n; i++) {
         NSMutableDictionary* contents = NSDictionary::dictionaryWithObjectsAndKeys_(
                 "delete"_ns, "action"_ns, sheetName, "sheet"_ns, recordId, "objectId"_ns, nullptr);
+        if (version) contents->setObject_forKey_(version, "version"_ns);
         LXUser* addressee = LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
         LXDelta::deltaWithPool_sender_contents_(pool, sender, contents)->postTo_(addressee);
     }
@@ -197,7 +217,10 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
     }
 
     if (action && action->isEqual_("delete"_ns)) {
-        if (!NSSend<bool>(sheet, NS_SEL("updateDeletionOfObjectWithId:"), contents->objectForKey_("objectId"_ns))) {
+        NSObject* version = contents->objectForKey_("version"_ns);
+        if (version && !version->isKindOfClass_(NSString::classObject())) version = nullptr;
+        if (!NSSend<bool>(sheet, NS_SEL("updateDeletionOfObjectWithId:version:"), contents->objectForKey_("objectId"_ns),
+                          version)) {
             LOG("incoming removal for sheet '%s' not stored; the delta stays at the relay", textOf(sheetName));
             return false;
         }
@@ -216,6 +239,7 @@ NS_EXTEND_CLASS(VTWorkspace, Sync)
     NS_METHOD(synchronizeFields_ofObject_inSheet_)
     NS_METHOD(synchronizeFields_ofObject_inSheet_toUsers_)
     NS_METHOD(synchronizeDeletionOfObjectWithId_inSheet_)
+    NS_METHOD(keepsRecordVersions)
     NS_METHOD(startTransceiver)
     NS_METHOD(joinTransceiver)
 NS_EXTEND_END

@@ -1,5 +1,7 @@
 // Replication end to end: one relay and N installations on loopback, each
-// with its headless client (vantor-admin), for N = 2, 10 and 50.
+// with its headless client (vantor-admin), for N = 2, 10 and 50; each
+// without record versions (VANTOR_RECORD_VERSIONS=off for every program
+// of the network) and with them, as the client runs.
 //
 // Set-up (not timed): the demo installation of the first admin, N-1 more
 // users made there as records, a key for each (key make), an installation
@@ -16,6 +18,8 @@
 //   deltas/s       deltas / seconds, through the relay
 //   relay_cpu_us   the relay's CPU time (user + system) per delta, for its
 //                  deposit and its collect
+//   vs_without     with versions: deltas/s over that of the same network
+//                  without them (run just before)
 //
 //   cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DVANTOR_WINELIB=OFF
 //   cmake --build build-release -j2 --target replication_bench vantor-relay vantor-admin
@@ -29,6 +33,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -55,9 +60,11 @@ std::string quote(const std::string& s) {
 struct Installation {
     std::string dir;
     std::string password;
+    bool versions = true;
     // A vantor-admin command in the installation; its standard output.
     std::string admin(const std::string& args, const std::string& input = "") const {
-        std::string command = "(cd " + quote(dir) + " && VANTOR_NONINTERACTIVE=1 VANTOR_PASSWORD=" +
+        std::string command = "(cd " + quote(dir) + " && " + (versions ? "" : "VANTOR_RECORD_VERSIONS=off ") +
+                              "VANTOR_NONINTERACTIVE=1 VANTOR_PASSWORD=" +
                               quote(password) + " " + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) +
                               " " + args + ") 2>/dev/null";
         if (!input.empty()) {
@@ -94,7 +101,7 @@ struct Network {
     uint16_t port = 0;
     std::vector<Installation> installations;
 
-    bool start(int n, std::string* why) {
+    bool start(int n, bool versions, std::string* why) {
         root = makeTempDir("vt-replication-bench");
         std::string log = root + "/relay.log";
         run("mkdir -p " + quote(root + "/relay"));
@@ -112,8 +119,8 @@ struct Network {
         std::string text = readFile(log);
         port = static_cast<uint16_t>(std::atoi(text.c_str() + text.find("listening on port ") + 18));
 
-        Installation first{root + "/i0", "vantor-demo"};
-        run("VANTOR_ADMIN_PATH=" + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) + " bash " +
+        Installation first{root + "/i0", "vantor-demo", versions};
+        run(std::string(versions ? "" : "VANTOR_RECORD_VERSIONS=off ") + "VANTOR_ADMIN_PATH=" + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) + " bash " +
             quote(sourceDir() + "/scripts/new-workdir.sh") + " " + quote(first.dir) + " >/dev/null 2>&1");
         run("echo 127.0.0.1 > " + quote(first.dir + "/transceiver.txt"));
         installations.push_back(first);
@@ -133,7 +140,7 @@ struct Network {
             }
             std::string id = ids.substr(start, end - start);
             start = end + 1;
-            Installation other{root + "/i" + std::to_string(i), "password-" + std::to_string(i)};
+            Installation other{root + "/i" + std::to_string(i), "password-" + std::to_string(i), versions};
             std::string key = first.admin("key make " + id + " --password-stdin", other.password + "\n");
             key = key.substr(0, key.find('\n'));
             run("mkdir -p " + quote(other.dir + "/userkey") + " " + quote(other.dir + "/data") + " && cp -r " +
@@ -152,12 +159,16 @@ struct Network {
     }
 };
 
+// deltas/s without versions, by network size, for the ratio.
+std::map<int, double> gWithout;
+
 void BM_Burst(benchmark::State& state) {
     const int n = static_cast<int>(state.range(0));
+    const bool versions = state.range(1) != 0;
     for (auto _ : state) {
         Network network;
         std::string why;
-        if (!network.start(n, &why)) {
+        if (!network.start(n, versions, &why)) {
             state.SkipWithError(why.c_str());
             return;
         }
@@ -195,10 +206,17 @@ void BM_Burst(benchmark::State& state) {
         state.counters["deltas"] = deltas;
         state.counters["deltas/s"] = deltas / seconds;
         state.counters["relay_cpu_us"] = (cpuSecondsOf(network.relay) - cpu0) / deltas * 1e6;
+        if (!versions) gWithout[n] = deltas / seconds;
+        if (versions && gWithout.count(n)) state.counters["vs_without"] = deltas / seconds / gWithout[n];
         if (behind != 0) state.SkipWithError("an installation did not receive the whole burst");
     }
 }
 
-BENCHMARK(BM_Burst)->Arg(2)->Arg(10)->Arg(50)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_Burst)
+        ->ArgsProduct({{2, 10, 50}, {0, 1}})
+        ->ArgNames({"users", "versions"})
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kSecond);
 
 }  // namespace

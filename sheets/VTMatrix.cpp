@@ -5,14 +5,17 @@
 #include <cstdlib>
 #include <mutex>
 #include <random>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
 #include "foundation/NSDate.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
+#include "sheets/VTRecordVersions.h"
 #include "sheets/VTSheet.h"
 #include "sheets/VTWrapper.h"
+#include "sync/LXVersion.h"
 #include "toolkit/NSTableColumn.h"
 
 namespace {
@@ -66,6 +69,8 @@ VTMatrix* VTMatrix::initWithName_sheets_workspace_sheet_source_(NSString* name, 
     _writeLock.adopt(static_cast<NSLock*>(NSLock::alloc()->init()));
     _transactionLock.adopt(static_cast<NSLock*>(NSLock::alloc()->init()));
     _index.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->init()));
+    if (workspace && workspace->respondsToSelector_(NS_SEL("keepsRecordVersions")))
+        _versioned = NSSend<bool>(workspace, NS_SEL("keepsRecordVersions")) ? 1 : 0;
     _objects.adopt(NSMutableArray::alloc()->initWithCapacity_(10));
     _fields.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
     // The colleagues hold one another by address only: each matrix retaining
@@ -75,11 +80,13 @@ VTMatrix* VTMatrix::initWithName_sheets_workspace_sheet_source_(NSString* name, 
     if (source) {
         _source.set(source);
         _container.set(source->container());
+        _tombstones.set(source->tombstones());
         _colleagues.set(source->colleagues());
         if (_colleagues) _colleagues->addObject_(self);
     } else {
         NSString* stem = NSString::stringWithFormat_("data/%s", _name ? _name->UTF8String() : "");
         _container.adopt(LXContainer::alloc()->initWithName_(stem));
+        _tombstones.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->init()));
         _colleagues.adopt(NSMutableArray::alloc()->initWithCapacity_(4));
         _colleagues->addObject_(self);
     }
@@ -107,9 +114,146 @@ void VTMatrix::load() {
     NSMutableArray* records = _container ? _container->query_(NSMutableDictionary::classObject()) : nullptr;
     for (uint32_t i = 0, n = records ? records->count() : 0; i < n; i++) {
         auto* record = static_cast<NSMutableDictionary*>(records->objectAtIndex_(i));
+        if (vt_versions::isRemoved(record)) {
+            _tombstones->setObject_forKey_(record, recordIdOf(record));
+            continue;
+        }
         _index->setObject_forKey_(record, recordIdOf(record));
         _objects->addObject_(record);
     }
+    dropExpiredTombstones();
+}
+
+void VTMatrix::dropExpiredTombstones() {
+    if (!_container || _container->isDamaged() || _tombstones->count() == 0) return;
+    uint64_t now = lx::LXClock::wallMillis();
+    NSMutableArray* ids = _tombstones->allKeys();
+    uint32_t dropped = 0;
+    _container->beginBatch();
+    for (uint32_t i = 0, n = ids->count(); i < n; i++) {
+        NSObject* id = ids->objectAtIndex_(i);
+        auto* record = static_cast<NSDictionary*>(_tombstones->objectForKey_(id));
+        uint64_t removed = lx::clockMillis(lx::versionClock(static_cast<NSString*>(record->objectForKey_("__removed"_ns))));
+        if (removed + vt_versions::kTombstoneLifetimeMillis > now) continue;
+        _container->delete_(record);
+        _tombstones->removeObjectForKey_(id);
+        dropped++;
+    }
+    _container->endBatch();
+    if (dropped > 0) LOG("%u removed records of %s expired", dropped, _name ? _name->UTF8String() : "");
+}
+
+NSMutableDictionary* VTMatrix::tombstoneWithRecordId_(NSString* recordId) {
+    if (!recordId || !_tombstones) return nullptr;
+    return static_cast<NSMutableDictionary*>(_tombstones->objectForKey_(recordId));
+}
+
+NSString* VTMatrix::writerId() {
+    NSDictionary* key = NSSend<NSDictionary*>(_workspace, NS_SEL("userInfo"));
+    NSObject* id = key && key->isKindOfClass_(NSDictionary::classObject()) ? key->objectForKey_("UniqueID"_ns) : nullptr;
+    if (id && id->isKindOfClass_(NSString::classObject())) return static_cast<NSString*>(id);
+    return NSSend<NSString*>(_workspace, NS_SEL("currentUserId"));
+}
+
+void VTMatrix::stampVersions(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted) {
+    NSString* writer = writerId();
+    std::unordered_map<NSObject*, NSDictionary*> before;
+    std::unordered_set<NSObject*> made;  // records new in this transaction
+    for (const Undo& undo : _undo) {
+        if (undo.before) before.emplace(undo.record.get(), undo.before.get());
+        if (!undo.before && undo.removedRow < 0 && !undo.revived) made.insert(undo.record.get());
+    }
+    for (uint32_t i = 0, n = entries->count(); i < n; i++) {
+        auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
+        auto* record = static_cast<NSMutableDictionary*>(entry->objectAtIndex_(0));
+        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) {
+            // A record made and dropped again in one transaction was never
+            // anywhere else: it leaves nothing behind.
+            if (made.count(record)) continue;
+            noteChange(record);
+            vt_versions::stampRemoval(record, writer);
+            continue;
+        }
+        if (deleted.count(record)) continue;
+        NSMutableArray* fields = _changedFields->objectsForKey_(recordIdOf(record));
+        if (fields->count() == 0) continue;
+        auto found = before.find(record);
+        vt_versions::stampChange(record, found == before.end() ? nullptr : found->second, fields, writer);
+    }
+}
+
+NSMutableDictionary* VTMatrix::takeIncomingRecord(NSMutableDictionary* object, NSArray* fields, bool* changed) {
+    *changed = false;
+    NSString* id = recordIdOf(object);
+    if (!id || !_unsynchronizedObjects) return nullptr;
+    NSMutableDictionary* live = objectWithRecordId_(id);
+    NSMutableDictionary* tomb = live ? nullptr : tombstoneWithRecordId_(id);
+    if (!live && !tomb) {
+        *changed = true;
+        lx::LXClock::observe(lx::versionClock(vt_versions::newestFieldVersion(object)));
+        if (vt_versions::isRemoved(object)) {
+            // A copy that is removed already at its sender is kept as the
+            // tombstone it is there.
+            lx::LXClock::observe(lx::versionClock(static_cast<NSString*>(object->objectForKey_("__removed"_ns))));
+            noteNew(object);
+            addPending(object, "delete"_ns);
+            return nullptr;
+        }
+        rowForObject_(object);
+        addPending(object, "set"_ns);
+        return object;
+    }
+    NSMutableDictionary* record = live ? live : tomb;
+    noteChange(record);
+    *changed = vt_versions::mergeIncoming(record, object, fields);
+    bool removed = vt_versions::isRemoved(record);
+    if (live && removed) {
+        removeRecord_(id);
+        return nullptr;
+    }
+    if (tomb && !removed) {
+        _tombstones->removeObjectForKey_(id);
+        _writeLock->lock();
+        appendRecord(record);
+        _writeLock->unlock();
+        _undo.push_back(Undo{retainRef(record), nullptr, nullptr, -1, true});
+        addPending(record, "set"_ns);
+        LOG("record %s of %s comes back: a change newer than its removal arrived", id->UTF8String(),
+            _name ? _name->UTF8String() : "");
+        return record;
+    }
+    if (*changed) addPending(record, tomb ? "delete"_ns : "set"_ns);
+    return tomb ? nullptr : record;
+}
+
+bool VTMatrix::takeIncomingRemoval(NSString* recordId, NSString* version) {
+    if (!recordId || !_unsynchronizedObjects) return false;
+    NSMutableDictionary* live = objectWithRecordId_(recordId);
+    NSMutableDictionary* tomb = live ? nullptr : tombstoneWithRecordId_(recordId);
+    if (!live && !tomb) {
+        // Without a version (a writer that keeps none) there is nothing to
+        // hold against later changes: ignored, as such a removal always was.
+        if (!version || version->length() == 0) return false;
+        NSMutableDictionary* stone =
+                NSDictionary::dictionaryWithObjectsAndKeys_(recordId, "__recordId"_ns, nullptr);
+        vt_versions::mergeRemoval(stone, version);
+        noteNew(stone);
+        addPending(stone, "delete"_ns);
+        return true;
+    }
+    NSMutableDictionary* record = live ? live : tomb;
+    noteChange(record);
+    if (!vt_versions::mergeRemoval(record, version)) return false;
+    if (!live) {
+        addPending(record, "delete"_ns);
+    } else if (vt_versions::isRemoved(record)) {
+        removeRecord_(recordId);
+    } else {
+        addPending(record, "set"_ns);
+        LOG("record %s of %s stays: it was changed after its removal", recordId->UTF8String(),
+            _name ? _name->UTF8String() : "");
+    }
+    return true;
 }
 
 void VTMatrix::addField_(NSArray* descriptor) {
@@ -283,7 +427,11 @@ bool VTMatrix::storePending(NSMutableArray* entries, const std::unordered_set<NS
         auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
         auto* record = static_cast<NSMutableDictionary*>(entry->objectAtIndex_(0));
         if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) {
-            _container->delete_(record);
+            // A removal with a version stays as the record's tombstone.
+            if (!record->objectForKey_("__removed"_ns))
+                _container->delete_(record);
+            else if (_container->set_(record) < 0)
+                stored = false;
             continue;
         }
         if (deleted.count(record)) continue;
@@ -306,7 +454,17 @@ bool VTMatrix::storePending(NSMutableArray* entries, const std::unordered_set<NS
 void VTMatrix::undoTransaction() {
     for (auto it = _undo.rbegin(); it != _undo.rend(); ++it) {
         NSMutableDictionary* record = it->record;
-        if (it->removedRow >= 0) {
+        if (it->revived) {
+            for (uint32_t i = 0, n = _objects->count(); i < n; i++) {
+                if (_objects->objectAtIndex_(i) != record) continue;
+                _objects->removeObjectAtIndex_(i);
+                break;
+            }
+            if (NSString* id = recordIdOf(record)) {
+                _index->removeObjectForKey_(id);
+                _tombstones->setObject_forKey_(record, id);
+            }
+        } else if (it->removedRow >= 0) {
             uint32_t row = std::min(static_cast<uint32_t>(it->removedRow), _objects->count());
             _objects->addObject_(record);
             for (uint32_t i = _objects->count() - 1; i > row; i--)
@@ -336,7 +494,7 @@ void VTMatrix::undoTransaction() {
     for (const Undo& undo : _undo) {
         NSMutableDictionary* record = undo.record;
         if (!done.insert(record).second) continue;
-        if (!undo.before && undo.removedRow < 0)
+        if (!undo.before && undo.removedRow < 0 && !undo.revived)
             _container->delete_(record);
         else
             _container->set_(record);
@@ -370,6 +528,7 @@ bool VTMatrix::commitTransaction_(bool synchronize) {
         auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
         if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) deleted.insert(entry->objectAtIndex_(0));
     }
+    if (synchronize && _versioned) stampVersions(entries, deleted);
     if (!storePending(entries, deleted, userId, synchronize)) {
         const char* name = _name ? _name->UTF8String() : "";
         LOG("commit failed in %s: %s", name,
@@ -381,6 +540,14 @@ bool VTMatrix::commitTransaction_(bool synchronize) {
         if (synchronize && _workspace && _workspace->respondsToSelector_(NS_SEL("commitFailedInSheet:")))
             NSSend<void>(_workspace, NS_SEL("commitFailedInSheet:"), static_cast<NSObject*>(_sheet));
         return false;
+    }
+    // Removals with a version are tombstones now; the deltas of removals
+    // read their version from here.
+    for (uint32_t i = 0, n = entries->count(); i < n; i++) {
+        auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
+        auto* record = static_cast<NSMutableDictionary*>(entry->objectAtIndex_(0));
+        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns) && record->objectForKey_("__removed"_ns) && recordIdOf(record))
+            _tombstones->setObject_forKey_(record, recordIdOf(record));
     }
     // Only what is on disk goes out to the other users.
     for (uint32_t i = 0, n = synchronize ? entries->count() : 0; i < n; i++) {
@@ -580,6 +747,7 @@ NS_CLASS_BEGIN(VTMatrix, NSObject)
     NS_PROTOCOL("NSTableDataSource")
     NS_FIELD(_container)
     NS_FIELD(_index)
+    NS_FIELD(_tombstones)
     NS_FIELD(_objects)
     NS_FIELD(_unsynchronizedObjects)
     NS_FIELD(_changedFields)
@@ -594,4 +762,5 @@ NS_CLASS_BEGIN(VTMatrix, NSObject)
     NS_FIELD(_source)
     NS_FIELD(_colleagues)
     NS_FIELD(_loaded)
+    NS_FIELD(_versioned)
 NS_CLASS_END(VTMatrix)

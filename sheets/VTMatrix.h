@@ -6,7 +6,17 @@
 //
 // Reserved keys: __recordId (string, unique over all users), __created and
 // __creator (set by the first commit), __modified and __modifier (set by
-// every commit that replicates).
+// every commit that replicates), and the versions of VTRecordVersions.h
+// (__versions, __history, __removed).
+//
+// Versions. A commit that replicates gives each changed field a new
+// version and keeps the value it replaced in the record's history; a
+// removal that replicates keeps the record as a tombstone: stored in the
+// same container with its __removed version, but no row, not in the index,
+// and so in no table, list or export. Changes from other users are merged
+// by version (takeIncomingRecord, takeIncomingRemoval), so that every
+// installation ends with the same records. A workspace answering false to
+// keepsRecordVersions turns all of this off (see VTWorkspaceSync.cpp).
 //
 // The matrix speaks to its workspace only by message (sheets,
 // currentUserId, setForSeenForKey:, saveSetsForSeen,
@@ -89,6 +99,22 @@ public:
     bool commitTransaction_(bool synchronize);
     // Forgets the pending sets; the records keep their changes.
     void rollbackTransaction();
+    // The other user's copy of a record, inside an open transaction: merged
+    // into the record of the same id, live or tombstone, by version, or
+    // entered whole when the id is new here. Answers the live record, nil
+    // when it is (still) removed; `changed` tells whether anything is to be
+    // stored (a repeated or older copy changes nothing).
+    NSMutableDictionary* takeIncomingRecord(NSMutableDictionary* object, NSArray* fields, bool* changed);
+    // Another user's removal, inside an open transaction: the record's
+    // removal version becomes the newer of the two, and the record leaves
+    // the rows if no field is newer. An id unknown here leaves a tombstone,
+    // so that older changes arriving later don't bring the record in.
+    // Answers whether anything is to be stored.
+    bool takeIncomingRemoval(NSString* recordId, NSString* version);
+    // The removed records kept here, by id (shared by colleagues).
+    NSMutableDictionary* tombstones() { return _tombstones; }
+    NSMutableDictionary* tombstoneWithRecordId_(NSString* recordId);
+    bool keepsVersions() { return _versioned != 0; }
     // Ascending; the same field again reverses the present order.
     void sortByField_(NSString* field);
     void sortByFirstField();
@@ -134,6 +160,12 @@ private:
     bool storePending(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted,
                       NSString* userId, bool synchronize);
     void undoTransaction();
+    // The versions of a commit that replicates (before anything is stored).
+    void stampVersions(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted);
+    // Who writes here, for versions: the UniqueID of the user's key.
+    NSString* writerId();
+    // Drops from the store the tombstones older than their lifetime.
+    void dropExpiredTombstones();
     void endTransaction();
     friend class VTTableDataSource;
 
@@ -142,12 +174,14 @@ private:
         Ref<NSDictionary> before;  // contents before the first change; nil for a record new here
         Ref<NSString> idAtEntry;   // a new record's id as the index knows it
         int32_t removedRow = -1;   // the row of a removed record
+        bool revived = false;      // a tombstone that became a row again
     };
     std::vector<Undo> _undo;
     std::unordered_set<NSObject*> _noted;
 
     Ref<LXContainer> _container;
     Ref<NSMutableDictionary> _index;
+    Ref<NSMutableDictionary> _tombstones;
     Ref<NSMutableArray> _objects;
     Ref<NSMutableSet> _unsynchronizedObjects;
     Ref<VTKeyedArrays> _changedFields;
@@ -162,4 +196,5 @@ private:
     Ref<VTMatrix> _source;
     Ref<NSMutableArray> _colleagues;
     uint8_t _loaded = 0;
+    uint8_t _versioned = 1;
 };

@@ -82,15 +82,29 @@ public:
 
     // updateFields:ofObject:remote: with false.
     bool updateFields_ofObject_(NSArray* fields, NSMutableDictionary* object);
-    // Applies a set delta: the record of `object`'s id (`object` itself
-    // when the id is new here) gets those of `fields` that `object` holds,
-    // committed without stamps or deltas; the record turns unseen and the
-    // tables are refreshed. `remote` changes nothing. False when the commit
-    // failed: the matrix is as it was, and the delta must come again.
+    // Applies a set delta: `object` is merged by version into the record of
+    // its id, live or removed (VTMatrix::takeIncomingRecord), or enters
+    // whole when the id is new here; committed without stamps or deltas.
+    // A record that changed turns unseen and the tables are refreshed; a
+    // repeated or older copy changes nothing. `remote` changes nothing.
+    // False when the commit failed: the matrix is as it was, and the delta
+    // must come again.
     bool updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary* object, bool remote);
-    // Applies a delete delta (an unknown id is ignored) and refreshes;
-    // false when the commit failed.
+    // Applies a delete delta without a version: see the next.
     bool updateDeletionOfObjectWithId_(NSString* recordId);
+    // Applies a delete delta: the record is removed unless a field was
+    // changed after the removal's version; an unknown id leaves a
+    // tombstone. False when the commit failed.
+    bool updateDeletionOfObjectWithId_version_(NSString* recordId, NSString* version);
+
+    // The history of a record's overwritten values (VTSheetHistory.cpp),
+    // for the sheet's history view and for vantor-admin: entries
+    // { field, value, version, writer, n }, by field, newest first, where n
+    // counts from 1 within the field. Empty for an unknown record.
+    NSMutableArray* historyOfRecordWithId_(NSString* recordId);
+    // The value of entry n (from 1) of the field's history, to be written
+    // back by a Save; nil when there is no such entry.
+    NSObject* valueOfField_ofRecordWithId_fromHistoryEntry_(NSString* field, NSString* recordId, uint32_t n);
     // Delivery of message records. Each hook is given an object retained for
     // it and releases it.
     // Before the fields are applied: a "sent" record addressed to this user
@@ -112,6 +126,8 @@ private:
     friend struct VTSheetClauses;
     // The end of every incoming change (VTSheetReplication.cpp).
     void refreshAfterIncomingChange();
+    // An incoming change with versions off: the listed fields written over.
+    bool applyListedFields(NSArray* fields, NSMutableDictionary* object);
 
     Ref<NSString> _name;
     Ref<NSString> _title;

@@ -54,8 +54,25 @@ bool VTSheet::updateFields_ofObject_(NSArray* fields, NSMutableDictionary* objec
 
 bool VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary* object, bool) {
     if (!_matrix || !object) return false;
-    // The row is looked up inside the transaction: a removal committed by
-    // another thread between look-up and writes would shift it.
+    if (!_matrix->keepsVersions()) return applyListedFields(fields, object);
+    // Looked up inside the transaction: a removal committed by another
+    // thread between look-up and merge would leave a stale record.
+    _matrix->beginTransaction();
+    bool changed = false;
+    NSMutableDictionary* record = _matrix->takeIncomingRecord(object, fields, &changed);
+    // Not on disk: the matrix is back as it was and nothing is marked; the
+    // sender's delta has to come again.
+    if (!_matrix->commitTransaction_(false)) return false;
+    if (!changed) return true;
+    // Unseen, whoever sent it (a record that stays removed has no row).
+    if (record) _matrix->markAsSeen_recordId_(false, static_cast<NSString*>(record->objectForKey_("__recordId"_ns)));
+    refreshAfterIncomingChange();
+    return true;
+}
+
+// Without versions: the listed fields the sender's record holds are
+// written, whatever the record holds here.
+bool VTSheet::applyListedFields(NSArray* fields, NSMutableDictionary* object) {
     _matrix->beginTransaction();
     uint32_t row = _matrix->rowForObject_(object);
     auto* record = static_cast<NSMutableDictionary*>(_matrix->allObjectsSorted()->objectAtIndex_(row));
@@ -76,8 +93,6 @@ bool VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary
     // (the same object again) makes it pending without changing it.
     if (record == object && !wrote)
         _matrix->setValue_inRow_column_(object->objectForKey_("__recordId"_ns), row, "__recordId"_ns);
-    // Not on disk: the matrix is back as it was and nothing is marked; the
-    // sender's delta has to come again.
     if (!_matrix->commitTransaction_(false)) return false;
     // Unseen, whoever sent it. By id, as the row may have moved since the
     // transaction ended.
@@ -87,13 +102,21 @@ bool VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary
 }
 
 bool VTSheet::updateDeletionOfObjectWithId_(NSString* recordId) {
+    return updateDeletionOfObjectWithId_version_(recordId, nullptr);
+}
+
+bool VTSheet::updateDeletionOfObjectWithId_version_(NSString* recordId, NSString* version) {
     if (!_matrix) return false;
-    // An unknown id finds nothing; the commit then has nothing to do but end
-    // the transaction. The id stays in the seen set.
+    // An unknown id finds nothing (or leaves a tombstone); the commit then
+    // has at most that to do. The id stays in the seen set.
     _matrix->beginTransaction();
-    _matrix->removeRecord_(recordId);
+    bool changed = true;
+    if (_matrix->keepsVersions())
+        changed = _matrix->takeIncomingRemoval(recordId, version);
+    else
+        _matrix->removeRecord_(recordId);
     if (!_matrix->commitTransaction_(false)) return false;
-    refreshAfterIncomingChange();
+    if (changed) refreshAfterIncomingChange();
     return true;
 }
 
@@ -125,6 +148,13 @@ void VTSheet::didProcessDelta_(NSMutableDictionary* object) {
         // else learn "delivered"; at them this hook finds another addressee
         // and the exchange ends.
         _matrix->beginTransaction();
+        // A message removed meanwhile stays removed: rowForObject: would
+        // enter the delta's copy as a new record.
+        if (!_matrix->objectWithRecordId_(static_cast<NSString*>(object->objectForKey_("__recordId"_ns)))) {
+            _matrix->rollbackTransaction();
+            NSRelease(object);
+            return;
+        }
         uint32_t row = _matrix->rowForObject_(object);
         _matrix->setValue_inRow_column_onlyChangedFields_("delivered"_ns, row, "status"_ns, false);
         _matrix->setValue_inRow_column_onlyChangedFields_("delivery"_ns, row, "dummy"_ns, false);
@@ -158,6 +188,7 @@ NS_EXTEND_CLASS(VTSheet, Replication)
     NS_METHOD(updateFields_ofObject_)
     NS_METHOD(updateFields_ofObject_remote_)
     NS_METHOD(updateDeletionOfObjectWithId_)
+    NS_METHOD(updateDeletionOfObjectWithId_version_)
     NS_METHOD(didReceiveDelta_)
     NS_METHOD(didProcessDelta_)
     NS_METHOD(didSelectRow_)

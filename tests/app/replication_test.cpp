@@ -13,6 +13,7 @@
 #include "sync/LXDelta.h"
 #include "sync/LXDeltaRepository.h"
 #include "sync/LXTransceiver.h"
+#include "sync/LXVersion.h"
 #include "tests/sync/sync_test_support.h"
 #include "toolkit/NSTableView.h"
 #include "workspace_fixture.h"
@@ -189,6 +190,14 @@ protected:
         return NSDictionary::dictionaryWithObjectsAndKeys_("set"_ns, "action"_ns, fields, "fields"_ns, ns(sheet),
                                                            "sheet"_ns, object, "object"_ns, nullptr);
     }
+    // The object as written by Eve (unique id e-9) after everything made so
+    // far: the named fields carry a version newer than any here.
+    static NSMutableDictionary* versioned(NSMutableDictionary* object, std::vector<const char*> fields) {
+        NSMutableDictionary* versions = NSMutableDictionary::dictionary();
+        for (const char* f : fields) versions->setObject_forKey_(lx::versionText(lx::LXClock::tick(), "e-9"_ns), ns(f));
+        object->setObject_forKey_(versions, "__versions"_ns);
+        return object;
+    }
     static NSArray* names(const char* a, const char* b = nullptr) {
         return NSArray::arrayWithObjects_(ns(a), b ? ns(b) : nullptr, nullptr);
     }
@@ -253,7 +262,10 @@ TEST_F(ReplicationTest, ACommitPostsOneDeltaPerOtherUserWithTheWholeRecord) {
     std::vector<LXDelta*> deleted = drain();
     EXPECT_EQ(summaries(deleted),
               (std::vector<std::string>{"b-2 delete task " + id, "c-3 delete task " + id}));
-    EXPECT_EQ(contentsOf(deleted[0])->count(), 3u);
+    // The removal's version, beside action, sheet and objectId.
+    EXPECT_EQ(contentsOf(deleted[0])->count(), 4u);
+    EXPECT_EQ(str(contentsOf(deleted[0])->objectForKey_("version"_ns)),
+              str(tasks->tombstoneWithRecordId_(ns(id.c_str()))->objectForKey_("__removed"_ns)));
 
     // A user alone has nobody to tell.
     Client& alone = client(kCy, {kCy});
@@ -286,15 +298,15 @@ TEST_F(ReplicationTest, AnIncomingSetEntersTheRecordWholeAndIsNeverSentOn) {
     // secondary sheet lands in the shared records.
     bob.w->processDelta_(forBob);
     EXPECT_EQ(tasks->numberOfRows(), 1u);
-    NSMutableDictionary* renamed = NSDictionary::dictionaryWithObjectsAndKeys_(
-            record->objectForKey_("__recordId"_ns), "__recordId"_ns, "Renamed"_ns, "title"_ns, nullptr);
+    NSMutableDictionary* renamed = versioned(NSDictionary::dictionaryWithObjectsAndKeys_(
+            record->objectForKey_("__recordId"_ns), "__recordId"_ns, "Renamed"_ns, "title"_ns, nullptr), {"title"});
     EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("mytasks", names("title"), renamed))));
     EXPECT_EQ(str(tasks->valueInRow_column_(0, "title"_ns)), "Renamed");
     EXPECT_EQ(tasks->numberOfRows(), 1u);
     EXPECT_TRUE(drain().empty());
 }
 
-TEST_F(ReplicationTest, OnlyListedFieldsTheRecordHoldsAreAppliedAndLocalStampsStay) {
+TEST_F(ReplicationTest, OnlyNewerFieldsTheRecordHoldsAreAppliedAndLocalStampsStay) {
     Client& bob = client(kBob);
     VTMatrix* tasks = bob.matrix("task");
     tasks->beginTransaction();
@@ -305,11 +317,12 @@ TEST_F(ReplicationTest, OnlyListedFieldsTheRecordHoldsAreAppliedAndLocalStampsSt
     std::string creator = str(record->objectForKey_("__creator"_ns));
     tasks->markAsSeen_rowIndex_(true, 0);
 
-    // `note` is named but not held, `state` held but not named.
+    // `note` is named but not held, `state` held but neither named nor
+    // newer.
     NSObject* id = record->objectForKey_("__recordId"_ns);
-    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_(
+    NSMutableDictionary* object = versioned(NSDictionary::dictionaryWithObjectsAndKeys_(
             id, "__recordId"_ns, "New title"_ns, "title"_ns, "changed"_ns, "state"_ns, "Eve Other/X/Acme"_ns,
-            "__creator"_ns, "Eve Other/X/Acme"_ns, "__modifier"_ns, nullptr);
+            "__creator"_ns, "Eve Other/X/Acme"_ns, "__modifier"_ns, nullptr), {"title", "note"});
     EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title", "note"), object))));
     EXPECT_EQ(str(record->objectForKey_("title"_ns)), "New title");
     EXPECT_EQ(str(record->objectForKey_("note"_ns)), "note");
@@ -408,7 +421,11 @@ TEST_F(ReplicationTest, DeletesRemoveWithoutBeepAndUnknownIdsAreIgnored) {
     ASSERT_EQ(tasks->numberOfRows(), 1u);
     EXPECT_EQ(str(tasks->valueInRow_column_(0, "title"_ns)), "Keep");
     EXPECT_EQ(tasks->objectWithRecordId_(static_cast<NSString*>(kept.get())), nullptr);
-    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 1u);
+    // A removal without a version removes the record as it stands; its
+    // tombstone stays in the store. An unknown id without one leaves none.
+    EXPECT_NE(tasks->tombstoneWithRecordId_(static_cast<NSString*>(kept.get())), nullptr);
+    EXPECT_EQ(tasks->tombstoneWithRecordId_("unknown-1"_ns), nullptr);
+    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 2u);
     EXPECT_TRUE(tasks->seenRecords()->member_(kept));
     EXPECT_TRUE(drain().empty());
 }
@@ -477,13 +494,16 @@ TEST_F(ReplicationTest, ADeltaThatCannotBeStoredIsRefusedUntilTheStoreIsWholeAga
     EXPECT_TRUE(again.w->processDelta_(removal));
     ASSERT_EQ(tasks->numberOfRows(), 1u);
     EXPECT_EQ(str(tasks->valueInRow_column_(0, "title"_ns)), "New");
-    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 1u);
+    EXPECT_NE(tasks->tombstoneWithRecordId_("t-1"_ns), nullptr);
+    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 2u);
 }
 
 TEST_F(ReplicationTest, BeepsComeAtMostOncePerTenSeconds) {
     Client& bob = client(kBob);
+    int made = 0;
     auto arrive = [&] {
-        NSMutableDictionary* o = NSDictionary::dictionaryWithObjectsAndKeys_("b-1"_ns, "__recordId"_ns, nullptr);
+        NSMutableDictionary* o = NSDictionary::dictionaryWithObjectsAndKeys_(
+                NSString::stringWithFormat_("b-%d", ++made), "__recordId"_ns, nullptr);
         bob.w->processDelta_(incoming(setOf("task", names("title"), o)));
     };
     // The clock is moved by moving the last beep into the past.
@@ -653,4 +673,214 @@ TEST_F(ReplicationTest, ACheckCycleAcknowledgesExactlyWhatTheWorkspaceTookIn) {
             << log;
     EXPECT_EQ(relay.waiting(), 1u);
     EXPECT_EQ(str(bob.matrix("task")->valueInRow_column_(0, "title"_ns)), "wired");
+}
+
+namespace {
+
+NSObject* historyOf(NSDictionary* record) { return record ? record->objectForKey_("__history"_ns) : nullptr; }
+
+std::string text(NSObject* o) { return o ? static_cast<NSString*>(o->description())->UTF8String() : "(nil)"; }
+
+// The (field, value) pairs of a record's history, in its order.
+std::vector<std::string> lostValues(NSDictionary* record) {
+    std::vector<std::string> out;
+    auto* history = static_cast<NSArray*>(historyOf(record));
+    for (uint32_t i = 0, n = history ? history->count() : 0; i < n; i++) {
+        auto* e = static_cast<NSDictionary*>(history->objectAtIndex_(i));
+        out.push_back(text(e->objectForKey_("field"_ns)) + "=" + text(e->objectForKey_("value"_ns)));
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST_F(ReplicationTest, ConcurrentChangesOfOneFieldConvergeAndTheLoserIsKeptInTheHistory) {
+    Client& ada = client(kAda);
+    commit(ada.matrix("task"), 0, "title", "First"_ns);
+    LXDelta* made = to(drain(), kBob);
+    Client& bob = client(kBob);
+    ASSERT_TRUE(bob.w->processDelta_(made));
+    drain();
+
+    // Both change the title while apart; Bob's change is the later one.
+    enter(ada);
+    commit(ada.matrix("task"), 0, "title", "Ada's"_ns);
+    LXDelta* fromAda = to(drain(), kBob);
+    enter(bob);
+    commit(bob.matrix("task"), 0, "title", "Bob's"_ns);
+    LXDelta* fromBob = to(drain(), kAda);
+    ASSERT_TRUE(bob.w->processDelta_(fromAda));
+    enter(ada);
+    ASSERT_TRUE(ada.w->processDelta_(fromBob));
+
+    auto* atAda = static_cast<NSDictionary*>(ada.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
+    auto* atBob = static_cast<NSDictionary*>(bob.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
+    for (NSDictionary* r : {atAda, atBob}) {
+        EXPECT_EQ(str(r->objectForKey_("title"_ns)), "Bob's");
+        EXPECT_EQ(lostValues(r), (std::vector<std::string>{"title=Ada's", "title=First"}));
+    }
+    EXPECT_TRUE(atAda->objectForKey_("__versions"_ns)->isEqual_(atBob->objectForKey_("__versions"_ns)));
+    EXPECT_TRUE(historyOf(atAda)->isEqual_(historyOf(atBob)));
+    EXPECT_EQ(str(lx::versionWriter(static_cast<NSString*>(
+                      static_cast<NSDictionary*>(atAda->objectForKey_("__versions"_ns))->objectForKey_("title"_ns)))),
+              kBob.id);
+
+    // The sheet numbers each field's lost values from the newest.
+    NSString* id = static_cast<NSString*>(atAda->objectForKey_("__recordId"_ns));
+    NSMutableArray* history = ada.sheet("task")->historyOfRecordWithId_(id);
+    ASSERT_EQ(history->count(), 2u);
+    auto* newest = static_cast<NSDictionary*>(history->objectAtIndex_(0));
+    EXPECT_EQ(str(newest->objectForKey_("value"_ns)), "Ada's");
+    EXPECT_EQ(str(newest->objectForKey_("writer"_ns)), kAda.id);
+    EXPECT_EQ(static_cast<NSNumber*>(newest->objectForKey_("n"_ns))->intValue(), 1);
+    EXPECT_EQ(str(ada.sheet("task")->valueOfField_ofRecordWithId_fromHistoryEntry_("title"_ns, id, 2)), "First");
+    EXPECT_EQ(ada.sheet("task")->valueOfField_ofRecordWithId_fromHistoryEntry_("title"_ns, id, 3), nullptr);
+    EXPECT_EQ(ada.sheet("task")->historyOfRecordWithId_("no-such"_ns)->count(), 0u);
+}
+
+TEST_F(ReplicationTest, RepeatedAndLateDeltasChangeNothing) {
+    Client& ada = client(kAda);
+    VTMatrix* atAda = ada.matrix("task");
+    commit(atAda, 0, "title", "One"_ns);
+    LXDelta* first = to(drain(), kBob);
+    commit(atAda, 0, "title", "Two"_ns);
+    LXDelta* second = to(drain(), kBob);
+
+    Client& bob = client(kBob);
+    VTMatrix* tasks = bob.matrix("task");
+    ASSERT_TRUE(bob.w->processDelta_(second));
+    auto* record = static_cast<NSMutableDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
+    NSObject* id = record->objectForKey_("__recordId"_ns);
+    tasks->markAsSeen_rowIndex_(true, 0);
+    Ref<NSObject> before = adoptRef(record->mutableCopy());
+
+    // The late first delta and the second once more: nothing moves, and the
+    // record stays seen.
+    ASSERT_TRUE(bob.w->processDelta_(first));
+    ASSERT_TRUE(bob.w->processDelta_(second));
+    EXPECT_TRUE(record->isEqual_(before.get()));
+    EXPECT_TRUE(tasks->seenRecords()->member_(id));
+    EXPECT_EQ(lostValues(record), std::vector<std::string>{"title=One"});
+
+    // A local change since is not undone by the repeated delta.
+    commit(tasks, 0, "title", "Three"_ns);
+    drain();
+    ASSERT_TRUE(bob.w->processDelta_(second));
+    EXPECT_EQ(str(record->objectForKey_("title"_ns)), "Three");
+    EXPECT_EQ(lostValues(record), (std::vector<std::string>{"title=Two", "title=One"}));
+}
+
+TEST_F(ReplicationTest, ARemovalHoldsAgainstOlderChangesAndANewerChangeBringsTheRecordBack) {
+    Client& ada = client(kAda);
+    commit(ada.matrix("task"), 0, "title", "Alive"_ns);
+    std::vector<LXDelta*> made = drain();
+    std::string id = str(ada.matrix("task")->valueInRow_column_(0, "__recordId"_ns));
+    Client& bob = client(kBob);
+    ASSERT_TRUE(bob.w->processDelta_(to(made, kBob)));
+    drain();
+
+    // Bob edits, then Ada removes: the removal is the newer.
+    commit(bob.matrix("task"), 0, "title", "Bob's edit"_ns);
+    std::vector<LXDelta*> edit = drain();
+    enter(ada);
+    ada.matrix("task")->beginTransaction();
+    ada.matrix("task")->removeRow_(0);
+    ada.matrix("task")->commitTransaction();
+    std::vector<LXDelta*> removal = drain();
+
+    // At Ada the older edit doesn't bring the record back; its value is
+    // kept in the tombstone.
+    ASSERT_TRUE(ada.w->processDelta_(to(edit, kAda)));
+    EXPECT_EQ(ada.matrix("task")->numberOfRows(), 0u);
+    NSDictionary* stone = ada.matrix("task")->tombstoneWithRecordId_(ns(id.c_str()));
+    ASSERT_NE(stone, nullptr);
+    EXPECT_EQ(str(stone->objectForKey_("title"_ns)), "Bob's edit");
+    enter(bob);
+    ASSERT_TRUE(bob.w->processDelta_(to(removal, kBob)));
+    EXPECT_EQ(bob.matrix("task")->numberOfRows(), 0u);
+    // Stamps are local; the rest is the same everywhere.
+    auto expectSame = [](NSDictionary* a, NSDictionary* b) {
+        ASSERT_NE(a, nullptr);
+        for (const char* k : {"title", "__versions", "__history", "__removed", "__creator", "__created"})
+            EXPECT_TRUE(a->objectForKey_(ns(k))->isEqual_(b->objectForKey_(ns(k)))) << k;
+    };
+    expectSame(bob.matrix("task")->tombstoneWithRecordId_(ns(id.c_str())), stone);
+
+    // Cy hears of the removal before the record: the creation and the
+    // edit, arriving late, find the tombstone.
+    Client& cy = client(kCy);
+    ASSERT_TRUE(cy.w->processDelta_(to(removal, kCy)));
+    ASSERT_TRUE(cy.w->processDelta_(to(made, kCy)));
+    ASSERT_TRUE(cy.w->processDelta_(to(edit, kCy)));
+    EXPECT_EQ(cy.matrix("task")->numberOfRows(), 0u);
+    expectSame(cy.matrix("task")->tombstoneWithRecordId_(ns(id.c_str())), stone);
+    // Stored as it is: a new start finds no row and the same tombstone.
+    EXPECT_EQ(cy.matrix("task")->container()->count_(NSMutableDictionary::classObject()), 1u);
+
+    // A change made after the removal (Eve's, later than everything)
+    // brings the record back, with a line in the log.
+    NSMutableDictionary* revival = versioned(
+            NSDictionary::dictionaryWithObjectsAndKeys_(ns(id.c_str()), "__recordId"_ns, "Back"_ns, "title"_ns, nullptr),
+            {"title"});
+    std::string log = logOf([&] { ASSERT_TRUE(cy.w->processDelta_(incoming(setOf("task", names("title"), revival)))); });
+    EXPECT_EQ(log, "record " + id + " of task comes back: a change newer than its removal arrived\n");
+    ASSERT_EQ(cy.matrix("task")->numberOfRows(), 1u);
+    EXPECT_EQ(str(cy.matrix("task")->valueInRow_column_(0, "title"_ns)), "Back");
+    EXPECT_EQ(cy.matrix("task")->tombstoneWithRecordId_(ns(id.c_str())), nullptr);
+    // The old removal, once more, leaves it standing.
+    ASSERT_TRUE(cy.w->processDelta_(to(removal, kCy)));
+    EXPECT_EQ(cy.matrix("task")->numberOfRows(), 1u);
+}
+
+TEST_F(ReplicationTest, RecordsFromBeforeVersionsAreVersionZero) {
+    Client& bob = client(kBob, {kAda, kBob, kCy}, [] {
+        LXContainer* store = LXContainer::alloc()->initWithName_("data/task"_ns);
+        store->set_(NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns, "Legacy"_ns, "title"_ns,
+                                                                "Kept"_ns, "note"_ns, nullptr));
+        store->release();
+    });
+    VTMatrix* tasks = bob.matrix("task");
+    ASSERT_EQ(tasks->numberOfRows(), 1u);
+    auto* record = static_cast<NSDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
+
+    // Any versioned change is newer than a value without a version.
+    NSMutableDictionary* change = versioned(
+            NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns, "New"_ns, "title"_ns, nullptr),
+            {"title"});
+    ASSERT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), change))));
+    EXPECT_EQ(str(record->objectForKey_("title"_ns)), "New");
+    // A writer without versions changes nothing that has one, nor a value
+    // that has none; what it sent is kept in the history.
+    NSMutableDictionary* stale = NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns, "Stale"_ns,
+                                                                             "title"_ns, "Other"_ns, "note"_ns, nullptr);
+    ASSERT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title", "note"), stale))));
+    EXPECT_EQ(str(record->objectForKey_("title"_ns)), "New");
+    EXPECT_EQ(str(record->objectForKey_("note"_ns)), "Kept");
+    EXPECT_EQ(lostValues(record), (std::vector<std::string>{"note=Other", "title=Legacy", "title=Stale"}));
+    // A local change of the unversioned note gets its first version.
+    commit(tasks, 0, "note", "Mine"_ns);
+    EXPECT_EQ(str(lx::versionWriter(static_cast<NSString*>(
+                      static_cast<NSDictionary*>(record->objectForKey_("__versions"_ns))->objectForKey_("note"_ns)))),
+              kBob.id);
+}
+
+TEST_F(ReplicationTest, WithVersionsOffTheListedFieldsAreWrittenOverAndRemovalsLeaveNothing) {
+    setenv("VANTOR_RECORD_VERSIONS", "off", 1);
+    Client& bob = client(kBob);
+    unsetenv("VANTOR_RECORD_VERSIONS");
+    VTMatrix* tasks = bob.matrix("task");
+    commit(tasks, 0, "title", "Mine"_ns);
+    drain();
+    auto* record = static_cast<NSDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
+    EXPECT_EQ(record->objectForKey_("__versions"_ns), nullptr);
+    NSObject* id = record->objectForKey_("__recordId"_ns);
+    NSMutableDictionary* older =
+            NSDictionary::dictionaryWithObjectsAndKeys_(id, "__recordId"_ns, "Theirs"_ns, "title"_ns, nullptr);
+    ASSERT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), older))));
+    EXPECT_EQ(str(record->objectForKey_("title"_ns)), "Theirs");
+    tasks->beginTransaction();
+    tasks->removeRow_(0);
+    tasks->commitTransaction();
+    EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 0u);
+    EXPECT_EQ(contentsOf(drain()[0])->objectForKey_("version"_ns), nullptr);
 }

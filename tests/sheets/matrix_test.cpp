@@ -10,8 +10,10 @@
 #include "foundation/NSValue.h"
 #include "structures/VTKeyedArrays.h"
 #include "sheets/VTMatrix.h"
+#include "sheets/VTRecordVersions.h"
 #include "sheets/VTWrapper.h"
 #include "storage/LXContainer.h"
+#include "sync/LXVersion.h"
 #include "test_workspace.h"
 #include "tests/support/RunProgram.h"
 #include "toolkit/NSTableColumn.h"
@@ -101,6 +103,43 @@ TEST_F(MatrixTest, KeyedArraysKeepOrderAndDuplicatesAndNeverAnswerNil) {
     EXPECT_EQ(a->compareWithWrapper_(b), -1);
     EXPECT_EQ(b->compareWithWrapper_(a), 1);
     EXPECT_EQ(str(a), "a");
+}
+
+TEST_F(MatrixTest, LoadSortsOutTombstonesAndDropsThoseOlderThanThirtyDays) {
+    uint64_t now = lx::LXClock::wallMillis();
+    auto at = [](uint64_t millis) { return lx::versionText(millis << lx::kClockCounterBits, "w-1"_ns); };
+    uint64_t day = 24ull * 3600 * 1000;
+    {
+        Ref<LXContainer> c = adoptRef(LXContainer::alloc()->initWithName_("data/people"_ns));
+        auto record = [&](const char* id, const char* name, NSString* written, NSString* removed) {
+            NSMutableDictionary* r = NSDictionary::dictionaryWithObjectsAndKeys_(
+                    NSString::stringWithUTF8String_(id), "__recordId"_ns, NSString::stringWithUTF8String_(name),
+                    "name"_ns, nullptr);
+            r->setObject_forKey_(NSDictionary::dictionaryWithObjectsAndKeys_(written, "name"_ns, nullptr),
+                                 "__versions"_ns);
+            if (removed) r->setObject_forKey_(removed, "__removed"_ns);
+            c->set_(r);
+        };
+        record("live", "Ada", at(now - 5 * day), nullptr);
+        record("back", "Bob", at(now - day), at(now - 2 * day));   // changed after its removal
+        record("gone", "Cy", at(now - 3 * day), at(now - 2 * day));
+        record("old", "Dee", at(now - 40 * day), at(now - 31 * day));
+    }
+    VTMatrix* m = nullptr;
+    std::string log = logOf([&] { m = people({}); });
+    EXPECT_EQ(log, "1 removed records of people expired\n");
+    std::vector<std::string> rows;
+    for (uint32_t r = 0; r < m->numberOfRows(); r++) rows.push_back(str(m->valueInRow_column_(r, "name"_ns)));
+    std::sort(rows.begin(), rows.end());
+    EXPECT_EQ(rows, (std::vector<std::string>{"Ada", "Bob"}));
+    EXPECT_EQ(m->objectWithRecordId_("gone"_ns), nullptr);
+    ASSERT_NE(m->tombstoneWithRecordId_("gone"_ns), nullptr);
+    EXPECT_TRUE(vt_versions::isRemoved(m->tombstoneWithRecordId_("gone"_ns)));
+    EXPECT_EQ(m->tombstoneWithRecordId_("old"_ns), nullptr);
+    EXPECT_EQ(stored("data/people"), 3u);
+    // A secondary matrix shares the tombstones.
+    VTMatrix* second = makeMatrix("others", m);
+    EXPECT_EQ(second->tombstoneWithRecordId_("gone"_ns), m->tombstoneWithRecordId_("gone"_ns));
 }
 
 TEST_F(MatrixTest, SettingTheRowAfterTheLastMakesARecordButOnlyACommitStoresIt) {
@@ -199,7 +238,9 @@ TEST_F(MatrixTest, DeletionsReachTheStoreAndOnlyReplicateWhenAsked) {
     m->removeRecord_(NSString::stringWithUTF8String_(cy.c_str()));
     m->commitTransaction();
     EXPECT_EQ(column(m, "name"), "Ada");
-    EXPECT_EQ(stored("data/people"), 1u);
+    // A removal that replicates keeps the record as its tombstone.
+    EXPECT_EQ(stored("data/people"), 2u);
+    EXPECT_NE(m->tombstoneWithRecordId_(NSString::stringWithUTF8String_(cy.c_str())), nullptr);
     EXPECT_EQ(workspace->deleted, std::vector<std::string>{cy});
     EXPECT_TRUE(workspace->synchronized.empty());
 
@@ -211,7 +252,7 @@ TEST_F(MatrixTest, DeletionsReachTheStoreAndOnlyReplicateWhenAsked) {
         m->removeRow_(1);
     }
     m->commitTransaction();
-    EXPECT_EQ(stored("data/people"), 1u);
+    EXPECT_EQ(stored("data/people"), 2u);
     EXPECT_TRUE(workspace->synchronized.empty());
     EXPECT_EQ(workspace->deleted.size(), 9u);
 }

@@ -7,19 +7,8 @@
 //
 // The suite is built once and its tests run in order on the same
 // installations; each test makes its own records.
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <map>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -29,189 +18,16 @@
 #include "sync/LXDelta.h"
 #include "tests/support/FaultProxy.h"
 #include "tests/support/RunProgram.h"
+#include "tests/sync/installation_support.h"
 
 namespace {
 
+using namespace vt_installations;
 using vt_test::ProgramResult;
 using vt_test::quoteShell;
 using vt_test::readFile;
 using vt_test::runProgram;
 using vt_test::writeFile;
-
-std::string envPath(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
-int countOf(const std::string& text, const std::string& what) {
-    int n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) n++;
-    return n;
-}
-
-// The text value of a key in one line of `record list` (a flat object of
-// strings, dates and numbers as vantor-admin prints them).
-std::string valueOf(const std::string& line, const std::string& key) {
-    std::string head = "\"" + key + "\":";
-    size_t at = line.find(head);
-    if (at == std::string::npos) return "";
-    at += head.size();
-    while (at < line.size() && line[at] == ' ') at++;
-    if (at >= line.size() || line[at] != '"') return "";
-    std::string value;
-    for (at++; at < line.size() && line[at] != '"'; at++) {
-        if (line[at] == '\\' && at + 1 < line.size()) at++;
-        value += line[at];
-    }
-    return value;
-}
-
-// A child process running a shell command line, its output in a file.
-class Child {
-public:
-    Child(const std::string& commandLine, const std::string& logPath) {
-        _pid = fork();
-        if (_pid == 0) {
-            int fd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-            if (fd >= 0) {
-                dup2(fd, 1);
-                dup2(fd, 2);
-                close(fd);
-            }
-            setpgid(0, 0);
-            // Ends with the test, also when the test itself is killed.
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            execl("/bin/sh", "sh", "-c", commandLine.c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-    }
-    ~Child() { kill9(); }
-    void kill9() {
-        if (_pid <= 0) return;
-        kill(-_pid, SIGKILL);  // the shell and the program it runs
-        int status;
-        waitpid(_pid, &status, 0);
-        _pid = -1;
-    }
-    // The exit status once it ended by itself within the time, else -1.
-    int wait(double seconds) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        while (_pid > 0) {
-            int status;
-            if (waitpid(_pid, &status, WNOHANG) == _pid) {
-                _pid = -1;
-                return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-            }
-            if (std::chrono::steady_clock::now() > deadline) return -1;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return -1;
-    }
-    bool running() const { return _pid > 0; }
-
-private:
-    pid_t _pid = -1;
-};
-
-template <class F>
-bool waitFor(F done, double seconds) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
-
-// The relay process, restartable on the port it first got.
-class Relay {
-public:
-    explicit Relay(const std::string& root) : _dir(root + "/relay"), _log(root + "/relay.log") {
-        mkdir(_dir.c_str(), 0755);
-    }
-    bool start() {
-        size_t from = readFile(_log).size();
-        _child.reset(new Child("exec " + quoteShell(envPath("VANTOR_RELAY_PATH")) + " --port " + std::to_string(_port) +
-                                       " --dir " + quoteShell(_dir) + " --timeout 2",
-                               _log));
-        std::string head = "listening on port ";
-        bool up = waitFor(
-                [&] {
-                    std::string log = readFile(_log);
-                    size_t at = log.find(head, from);
-                    if (at == std::string::npos) return false;
-                    _port = std::atoi(log.c_str() + at + head.size());
-                    return true;
-                },
-                10);
-        return up && _port > 0;
-    }
-    void kill9() { _child.reset(); }
-    int port() const { return _port; }
-    int enqueued() const { return countOf(readFile(_log), "delta enqueued"); }
-    std::string log() const { return readFile(_log); }
-
-private:
-    std::string _dir, _log;
-    int _port = 0;
-    std::unique_ptr<Child> _child;
-};
-
-class Installation {
-public:
-    Installation() = default;
-    Installation(const std::string& dir, const std::string& password) : dir(dir), password(password) {}
-    std::string commandLine(const std::string& args) const {
-        return "cd " + quoteShell(dir) + " && VANTOR_PASSWORD=" + quoteShell(password) + " exec " +
-               quoteShell(envPath("VANTOR_ADMIN_PATH")) + " " + args;
-    }
-    ProgramResult admin(const std::string& args, const std::string& input = "") const {
-        return runProgram(commandLine(args), input);
-    }
-    // Sync until a run ends with nothing left to move; a run that fails
-    // (relay away, connection broken) is repeated.
-    bool syncDone(int port, int attempts = 40) const {
-        for (int i = 0; i < attempts; i++) {
-            ProgramResult r = admin("sync --timeout 2 --port " + std::to_string(port));
-            if (r.status == 0) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return false;
-    }
-    // id -> the record's line in `record list`.
-    std::map<std::string, std::string> records(const std::string& sheet) const {
-        std::map<std::string, std::string> byId;
-        ProgramResult r = admin("record list " + sheet);
-        EXPECT_EQ(r.status, 0) << r.err;
-        size_t start = 0;
-        for (size_t end; (end = r.out.find('\n', start)) != std::string::npos; start = end + 1) {
-            std::string line = r.out.substr(start, end - start);
-            byId[valueOf(line, "__recordId")] = line;
-        }
-        return byId;
-    }
-    // id -> the record's line in `container dump` of the sheet's store:
-    // every stored record, whatever the user's table of the sheet shows.
-    std::map<std::string, std::string> stored(const std::string& stem) const {
-        std::map<std::string, std::string> byId;
-        ProgramResult r = admin("container dump data/" + stem);
-        EXPECT_EQ(r.status, 0) << r.err;
-        size_t start = 0;
-        for (size_t end; (end = r.out.find('\n', start)) != std::string::npos; start = end + 1) {
-            std::string line = r.out.substr(start, end - start);
-            byId[valueOf(line, "__recordId")] = line;
-        }
-        return byId;
-    }
-    std::string set(const std::string& sheet, const std::string& json) const {
-        ProgramResult r = admin("record set " + sheet, json);
-        EXPECT_EQ(r.status, 0) << r.err;
-        return r.out.substr(0, r.out.find('\n'));
-    }
-
-    std::string dir;
-    std::string password;
-};
 
 class InstallationsTest : public testing::Test {
 protected:
@@ -222,33 +38,11 @@ protected:
         a = Installation(root + "/a", "vantor-demo");
         b = Installation(root + "/b", "bob-secret");
         c = Installation(root + "/c", "carol-secret");
-        std::string source = envPath("VANTOR_SOURCE_DIR");
-        ProgramResult made = runProgram("bash " + quoteShell(source + "/scripts/new-workdir.sh") + " " +
-                                        quoteShell(a.dir) + " >/dev/null");
-        ASSERT_EQ(made.status, 0) << made.err;
-        writeFile(a.dir + "/transceiver.txt", "127.0.0.1\n");
-
-        // The two users, made by the admin as records of the user sheet.
-        bobId = a.set("user", R"({"firstName": "Bob", "lastName": "Baker", "orgUnit": "Sales", "company": "Demo",
-                                  "role": "manager", "groups": "demo-group-admins"})");
-        carolId = a.set("user", R"({"firstName": "Carol", "lastName": "Cooper", "orgUnit": "Sales",
-                                    "company": "Demo", "role": "manager", "groups": "demo-group-admins"})");
-        ASSERT_FALSE(bobId.empty());
-        ASSERT_FALSE(carolId.empty());
-        for (auto* user : {&b, &c}) {
-            const std::string& id = user == &b ? bobId : carolId;
-            ProgramResult key = a.admin("key make " + id + " --password-stdin", user->password + "\n");
-            ASSERT_EQ(key.status, 0) << key.err;
-            std::string keyFile = key.out.substr(0, key.out.find('\n'));
-            ASSERT_EQ(std::system(("mkdir -p " + quoteShell(user->dir + "/userkey") + " " + quoteShell(user->dir + "/data") + " && cp -r " +
-                                   quoteShell(source + "/demo/conf") + " " + quoteShell(user->dir) + " && mv " +
-                                   quoteShell(a.dir + "/" + keyFile) + " " + quoteShell(user->dir + "/userkey/"))
-                                          .c_str()),
-                      0);
-            writeFile(user->dir + "/transceiver.txt", "127.0.0.1\n");
-            ProgramResult pushed = a.admin("record action user " + id + " VTActionPushSpaces");
-            ASSERT_EQ(pushed.status, 0) << pushed.err;
-        }
+        ASSERT_TRUE(makeFirstInstallation(a));
+        std::vector<std::string> ids = addUsers(a, {&b, &c}, {{"Bob", "Baker"}, {"Carol", "Cooper"}});
+        ASSERT_EQ(ids.size(), 2u);
+        bobId = ids[0];
+        carolId = ids[1];
         ASSERT_TRUE(a.syncDone(relay->port()));
         ASSERT_TRUE(b.syncDone(relay->port()));
         ASSERT_TRUE(c.syncDone(relay->port()));
