@@ -376,6 +376,37 @@ TEST_F(ToolkitNative, SizeAndActivationReachTheDelegate) {
               "NSWindowDidBecomeKeyNotification NSWindowDidBecomeKeyNotification");
 }
 
+TEST_F(ToolkitNative, AsyncViewsWaitHiddenViewsHideTipsReachTheHintLine) {
+    Ref<NSWindow> window = makeWindow(135);
+    // A view that defers: the control's hWnd is caught, not sent.
+    Ref<NSView> page = make<NSView>(0, 0, 300, 100);
+    page->setAsync_(true);
+    window->contentView()->addSubview_(page);
+    Ref<NSTextField> waiting = make<NSTextField>(0, 0, 100, 20);
+    page->addSubview_(waiting);
+    EXPECT_EQ(waiting->currentHWnd(), nullptr);
+    ASSERT_EQ(page->awaited()->count(), 1u);
+    NSSend(page->awaited()->objectAtIndex_(0), NS_SEL("call"));
+    ASSERT_NE(waiting->currentHWnd(), nullptr);
+    // A page without a native window of its own puts its controls in the
+    // window.
+    EXPECT_EQ(probeParent(waiting->currentHWnd()), window->hWnd());
+
+    window->orderFront_(nullptr);
+    EXPECT_TRUE(probeVisible(waiting->currentHWnd()));
+    waiting->setHidden_(true);
+    EXPECT_FALSE(probeVisible(waiting->currentHWnd()));
+    EXPECT_TRUE(waiting->isHidden());
+
+    Ref<NSTextField> hint = make<NSTextField>(0, 50, 300, 20);
+    window->contentView()->addSubview_(hint);
+    NSApplication::setHintLine(hint);
+    waiting->setToolTip_("The tip"_ns);
+    probeSend(waiting->currentHWnd(), 0x0200 /* WM_MOUSEMOVE */, 0, 0);
+    EXPECT_EQ(probeText(hint->currentHWnd()), "The tip");
+    NSApplication::setHintLine(nullptr);
+}
+
 TEST_F(ToolkitNative, DatePickerOneOrTwoParts) {
     Ref<NSWindow> window = makeWindow(135);
     Ref<NSDatePicker> day = make<NSDatePicker>(0, 0, 120, 22);
