@@ -35,17 +35,19 @@ public:
     virtual void setEnabled_(bool enabled);
     virtual bool isEnabled() { return _enabled; }
 
-    // Sends the target the action with the control as argument: a click
-    // of a button, a key equivalent. Nothing without a target.
+    // Sends the target the action with the control as argument, as a
+    // click of a button does. Nothing without a target.
     void fire();
 
 protected:
     ~NSControl() override = default;
 
-    // The common steps after a native control is made: the stock font is
-    // set by the native side; this registers and subclasses as asked and
-    // adds the native tip.
+    // Steps after a native control is made (the native side has set the
+    // stock font already): enter it in the handle map, then run it in the
+    // toolkit's procedure; the order matters, as the procedure looks the
+    // control up at once.
     void registerAndSubclass(NSNativeProc proc, bool ansi);
+    // A native balloon tip when the control has a tip at its creation.
     void addNativeTip(void* parent);
 
     SEL _action = nullptr;
