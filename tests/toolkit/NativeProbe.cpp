@@ -1,4 +1,6 @@
 #include <windows.h>
+// commctrl.h needs the types windows.h defines.
+#include <commctrl.h>
 
 #include "tests/toolkit/NativeProbe.h"
 
@@ -91,4 +93,39 @@ uint32_t probeMenuId(void* menu, int position) {
 
 void* probeSubmenu(void* menu, int position) {
     return GetSubMenu(static_cast<HMENU>(menu), position);
+}
+
+void* probeCreateList(void* parent, int rows) {
+    HWND list =
+            CreateWindowExA(0, WC_LISTVIEWA, nullptr, WS_CHILD | WS_VISIBLE | LVS_REPORT, 0, 0, 200,
+                            100, hwndOf(parent), nullptr, GetModuleHandleW(nullptr), nullptr);
+    LVCOLUMNA column = {};
+    column.mask = LVCF_TEXT | LVCF_WIDTH;
+    column.cx = 100;
+    column.pszText = const_cast<char*>("Name");
+    SendMessageA(list, LVM_INSERTCOLUMNA, 0, reinterpret_cast<LPARAM>(&column));
+    for (int row = 0; row < rows; row++) {
+        LVITEMA item = {};
+        item.mask = LVIF_TEXT;
+        item.iItem = row;
+        item.pszText = const_cast<char*>("row");
+        SendMessageA(list, LVM_INSERTITEMA, 0, reinterpret_cast<LPARAM>(&item));
+    }
+    return list;
+}
+
+void probeSelectRow(void* list, int row, bool selected) {
+    LVITEMA item = {};
+    item.stateMask = LVIS_SELECTED;
+    item.state = selected ? LVIS_SELECTED : 0;
+    SendMessageA(hwndOf(list), LVM_SETITEMSTATE, row, reinterpret_cast<LPARAM>(&item));
+}
+
+void probeClickColumn(void* window, void* list, int column) {
+    NMLISTVIEW note = {};
+    note.hdr.hwndFrom = hwndOf(list);
+    note.hdr.code = LVN_COLUMNCLICK;
+    note.iItem = -1;
+    note.iSubItem = column;
+    SendMessageA(hwndOf(window), WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&note));
 }

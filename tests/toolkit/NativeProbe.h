@@ -50,3 +50,11 @@ int probeMenuCount(void* menu);
 std::string probeMenuText(void* menu, int position);
 uint32_t probeMenuId(void* menu, int position);
 void* probeSubmenu(void* menu, int position);
+
+// A report list view in `parent` with one column and `rows` items, as the
+// table view will make it.
+void* probeCreateList(void* parent, int rows);
+// Selects or deselects a row; the list tells its parent (LVN_ITEMCHANGED).
+void probeSelectRow(void* list, int row, bool selected);
+// Tells `window` that the header of `column` of `list` was clicked.
+void probeClickColumn(void* window, void* list, int column);

@@ -13,6 +13,7 @@
 #include "toolkit/NSImage.h"
 #include "toolkit/NSMenu.h"
 #include "toolkit/NSPopUpButton.h"
+#include "toolkit/NSTableView.h"
 #include "toolkit/NSTextField.h"
 #include "toolkit/NSTextView.h"
 #include "toolkit/NSWindow.h"
@@ -53,6 +54,23 @@ private:
         return n ? std::string(n->name()->UTF8String()) + " " + n->className()->UTF8String() : "?";
     }
 };
+
+// A table view whose native list the test makes, until the table view
+// makes its own.
+class ProbeTable : public NSTableView {
+    NS_DECLARE_CLASS(ProbeTable, NSTableView)
+
+public:
+    void* hWnd() { return list; }
+    void* list = nullptr;
+
+protected:
+    ~ProbeTable() override = default;
+};
+
+NS_CLASS_BEGIN(ProbeTable, NSTableView)
+    NS_METHOD(hWnd)
+NS_CLASS_END(ProbeTable)
 
 NS_CLASS_BEGIN(GuiRecorder, NSObject)
     NS_METHOD(fired_)
@@ -405,6 +423,41 @@ TEST_F(ToolkitNative, AsyncViewsWaitHiddenViewsHideTipsReachTheHintLine) {
     probeSend(waiting->currentHWnd(), 0x0200 /* WM_MOUSEMOVE */, 0, 0);
     EXPECT_EQ(probeText(hint->currentHWnd()), "The tip");
     NSApplication::setHintLine(nullptr);
+}
+
+TEST_F(ToolkitNative, ListNotificationsReachTheTableView) {
+    Ref<NSWindow> window = makeWindow(200);
+    Ref<ProbeTable> table = adoptRef(static_cast<ProbeTable*>(
+            ProbeTable::alloc()->initWithFrame_(NSMakeRect(0, 0, 200, 100))));
+    Ref<NSTableColumn> column = adoptRef(
+            static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("name"_ns)));
+    table->addTableColumn_(column);
+    Ref<GuiRecorder> headers = recorder();
+    column->headerCell()->setTarget_(headers);
+    column->headerCell()->setAction_(NS_SEL("fired:"));
+    table->list = probeCreateList(window->hWnd(), 3);
+    NSApplication::sharedApplication()->registerTableView_(table);
+    Ref<GuiRecorder> changes = recorder();
+    NSNotificationCenter::defaultCenter()->addObserver_selector_name_object_(
+            changes, NS_SEL("fired:"), "NSTableViewSelectionDidChangeNotification"_ns, table);
+
+    probeSelectRow(table->list, 2, true);
+    EXPECT_EQ(table->selectedRow(), 2);
+    ASSERT_EQ(changes->fired, 1);
+    EXPECT_EQ(NSDynamicCast<NSNotification>(changes->last)->object(), table.get());
+    // Another change for the row already selected, and a bare
+    // deselection, tell nobody.
+    probeSelectRow(table->list, 2, true);
+    probeSelectRow(table->list, 2, false);
+    EXPECT_EQ(changes->fired, 1);
+    EXPECT_EQ(table->selectedRow(), 2);
+    probeSelectRow(table->list, 0, true);
+    EXPECT_EQ(table->selectedRow(), 0);
+    EXPECT_EQ(changes->fired, 2);
+
+    probeClickColumn(window->hWnd(), table->list, 0);
+    EXPECT_EQ(headers->fired, 1);
+    EXPECT_EQ(headers->last, column.get());
 }
 
 TEST_F(ToolkitNative, DatePickerOneOrTwoParts) {
