@@ -495,6 +495,9 @@ TEST_F(ToolkitNative, DatePickerOneOrTwoParts) {
 }
 
 TEST_F(ToolkitNative, AlertsStayNonInteractiveAndTheIconIsLoaded) {
+    // The module handle moved here from the platform layer with the
+    // other window-system calls.
+    EXPECT_NE(NSInstanceHandle(), nullptr);
     Ref<NSWindow> window = makeWindow(135);
     EXPECT_NE(NSImage::applicationIcon()->icon(), nullptr);
     EXPECT_EQ(NSImage::imageNamed_("no/such/icon.ico"_ns)->icon(), nullptr);
