@@ -14,6 +14,7 @@
 #include "sheets/VTSheet.h"
 #include "toolkit/NSAlert.h"
 #include "toolkit/NSApplication.h"
+#include "toolkit/NSNative.h"
 
 namespace {
 
@@ -142,7 +143,7 @@ bool takeLockOrRefuse() {
 int VTClientMain(void* instanceHandle) {
     // Kept for window classes and icons.
     sInstanceHandle = instanceHandle;
-    vtInitCommonControls();
+    NSInitCommonControls();
 
     // The pool that lives until the end of the process.
     NSAutoreleasePoolScope pool;

@@ -2,10 +2,10 @@
 #include <cstdio>
 
 #include "app/VTClient.h"
-#include "foundation/platform/Platform.h"
+#include "toolkit/NSNative.h"
 
 int main() {
     // Log lines reach a pipe or a file as they happen.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    return VTClientMain(vtInstanceHandle());
+    return VTClientMain(NSInstanceHandle());
 }

@@ -26,22 +26,6 @@ bool vtRemoveFile(const char* path);
 // "." and "..", in no particular order. False if `path` cannot be listed.
 bool vtListDirectory(const char* path, std::vector<std::string>* names);
 
-// Native answers of vtMessageBox and the styles it takes (Win32 values).
-enum : int {
-    kVTMessageBoxOk = 0x0,
-    kVTMessageBoxOkCancel = 0x1,
-    kVTMessageBoxYesNo = 0x4,
-    kVTAnswerOk = 1,
-    kVTAnswerCancel = 2,
-    kVTAnswerYes = 6,
-    kVTAnswerNo = 7,
-};
-
-// Shows a modal message box and returns the button pressed (kVTAnswer*).
-// Without a window system (POSIX) it shows nothing and returns kVTAnswerOk.
-// Whether to ask at all (non-interactive runs) is the caller's decision.
-int vtMessageBox(const char16_t* text, const char16_t* title, int style);
-
 // The system's default alert sound.
 void vtBeep();
 
@@ -50,18 +34,12 @@ void vtBeep();
 // sound only and writes BEL to standard error as vtBeep does.
 void vtDefaultSoundBeep();
 
-// Registers the common control classes; the client calls it once at start.
-void vtInitCommonControls();
-
 // The value of environment variable `name`, or nullptr if unset. The result
 // stays valid until the environment changes.
 const char* vtGetEnv(const char* name);
 
 // The calling thread's identifier, unique among live threads.
 uint64_t vtCurrentThreadId();
-
-// The program's module handle (HINSTANCE on Win32); nullptr on POSIX.
-void* vtInstanceHandle();
 
 // ---------------------------------------------------------------------------
 // Threads, locks, sleeping. Win32: CreateThread and critical sections, so

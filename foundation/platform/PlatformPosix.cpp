@@ -90,19 +90,13 @@ bool vtListDirectory(const char* path, std::vector<std::string>* names) {
     return true;
 }
 
-int vtMessageBox(const char16_t*, const char16_t*, int) { return kVTAnswerOk; }
-
 void vtBeep() { writeAll(STDERR_FILENO, "\a", 1); }
 
 void vtDefaultSoundBeep() { writeAll(STDERR_FILENO, "\a", 1); }
 
-void vtInitCommonControls() {}
-
 const char* vtGetEnv(const char* name) { return std::getenv(name); }
 
 uint64_t vtCurrentThreadId() { return static_cast<uint64_t>(syscall(SYS_gettid)); }
-
-void* vtInstanceHandle() { return nullptr; }
 
 // ---------------------------------------------------------------------------
 // Threads.

@@ -15,8 +15,7 @@
 #include <ws2tcpip.h>
 #endif
 #include <windows.h>
-// commctrl.h and shellapi.h need the types windows.h defines.
-#include <commctrl.h>
+// shellapi.h needs the types windows.h defines.
 #include <shellapi.h>
 
 #include <cstdlib>
@@ -28,12 +27,6 @@
 // char16_t and WCHAR are both 16-bit here (wineg++ and MinGW compile with a
 // 16-bit wchar_t), which is what lets Platform.h avoid wchar_t altogether.
 static_assert(sizeof(WCHAR) == sizeof(char16_t), "WCHAR must be 16-bit");
-
-namespace {
-
-LPCWSTR wide(const char16_t* text) { return reinterpret_cast<LPCWSTR>(text); }
-
-}  // namespace
 
 bool vtFileExists(const char* path) {
     return path && GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
@@ -65,21 +58,13 @@ bool vtListDirectory(const char* path, std::vector<std::string>* names) {
     return true;
 }
 
-int vtMessageBox(const char16_t* text, const char16_t* title, int style) {
-    return MessageBoxW(nullptr, wide(text), wide(title), static_cast<UINT>(style));
-}
-
 void vtBeep() { MessageBeep(0xFFFFFFFF); }
 
 void vtDefaultSoundBeep() { MessageBeep(MB_OK); }
 
-void vtInitCommonControls() { InitCommonControls(); }
-
 const char* vtGetEnv(const char* name) { return std::getenv(name); }
 
 uint64_t vtCurrentThreadId() { return GetCurrentThreadId(); }
-
-void* vtInstanceHandle() { return GetModuleHandleW(nullptr); }
 
 // ---------------------------------------------------------------------------
 // Threads. CreateThread, never a C++ or POSIX thread: in a Winelib program a

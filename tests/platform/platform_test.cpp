@@ -178,13 +178,6 @@ TEST_F(PlatformTest, TheFileGoesAtExitAndOnTerminationSignals) {
     }
 }
 
-TEST(Platform, NoWindowSystem) {
-    // Natively there is nobody to ask: the box is answered OK at once.
-    EXPECT_EQ(vtMessageBox(u"text", u"title", kVTMessageBoxOkCancel), kVTAnswerOk);
-    EXPECT_EQ(vtInstanceHandle(), nullptr);
-}
-#else
-TEST(Platform, ModuleHandle) { EXPECT_NE(vtInstanceHandle(), nullptr); }
 #endif
 
 }  // namespace
