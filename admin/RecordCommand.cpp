@@ -507,7 +507,7 @@ int restore(Session& s, VTSheet* sheet, const char* id, const char* field, const
     NSMutableDictionary* values = NSDictionary::dictionaryWithObjectsAndKeys_(recordId, "__recordId"_ns, value, name, nullptr);
     NSString* checkedId = nullptr;
     if (!checkValues(s.workspace(), sheet, values, &checkedId)) return 1;
-    return save(s, sheet, values, checkedId) ? 0 : 1;
+    return save(s, sheet, values, checkedId, false) ? 0 : 1;
 }
 
 }  // namespace

@@ -92,7 +92,7 @@ TEST(CommandLine, ErrorsNameTheWrongWord) {
             {"sync --cycles", "missing value for: '--cycles'"},
             {"sync --timeout=soon", "for --timeout: 'soon'"},
             {"deltas --refused=yes", "this option takes no value: '--refused=yes'"},
-            {"record frob company", "unknown verb (set, remove, select, action, list): 'frob'"},
+            {"record frob company", "unknown verb (set, remove, select, action, list, history, restore): 'frob'"},
             {"record remove company", "missing SHEET or RECORDID after: 'remove'"},
             {"record list company extra", "unexpected argument: 'extra'"},
             {"container remove data/x seven", "not a record id: 'seven'"},
