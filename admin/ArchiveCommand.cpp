@@ -20,7 +20,6 @@ namespace admin {
 
 namespace {
 
-
 int encode(NSString* key) {
     std::string text = readAll(stdin);
     std::string error;
@@ -55,7 +54,8 @@ int decode(NSString* key) {
         std::fprintf(stderr, "vantor-admin: archive decode: larger than 4 GB\n");
         return 1;
     }
-    NSData* data = NSData::alloc()->initWithBytes_length_(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    NSData* data = NSData::alloc()->initWithBytes_length_(bytes.data(),
+                                                          static_cast<uint32_t>(bytes.size()));
     if (key) data->decryptWithKey_(key);
     NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
     unarchiver->recordKeyOrder();
@@ -65,7 +65,8 @@ int decode(NSString* key) {
         LogToStderr redirect;
         root = unarchiver->decodeObject();
         if (root) {
-            appendJSON(&json, root, [unarchiver](NSDictionary* d) { return unarchiver->keysInArchiveOrder(d); });
+            appendJSON(&json, root,
+                       [unarchiver](NSDictionary* d) { return unarchiver->keysInArchiveOrder(d); });
         }
     }
     uint32_t end = unarchiver->pos();

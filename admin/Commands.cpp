@@ -47,7 +47,8 @@ const Command kCommands[] = {
          "       vantor-admin container check STEM [--json]    exit 1 when damaged\n"
          "       vantor-admin container store STEM [--id ID]   a JSON object from stdin\n"
          "       vantor-admin container remove STEM ID\n"
-         "       vantor-admin container compact STEM           rewrite the live blocks into a fresh pair\n",
+         "       vantor-admin container compact STEM           rewrite the live blocks into a "
+         "fresh pair\n",
          &runContainer},
         {"config", "check [FILE] [--strict]", "check a configuration list (default conf/cro.vtr)",
          "usage: vantor-admin config check [FILE] [--strict] [--json]\n"
@@ -74,7 +75,8 @@ const Command kCommands[] = {
          "       vantor-admin record select SHEET RECORDID\n"
          "       vantor-admin record action SHEET RECORDID CLASS\n"
          "       vantor-admin record list SHEET\n"
-         "       vantor-admin record history SHEET RECORDID         values that newer ones replaced\n"
+         "       vantor-admin record history SHEET RECORDID         values that newer ones "
+         "replaced\n"
          "       vantor-admin record restore SHEET RECORDID FIELD N write entry N of FIELD back\n",
          &runRecord},
         {"sync", "[--cycles N] [--port N] [--timeout S]",
@@ -284,7 +286,9 @@ LogToStderr::~LogToStderr() {
 
 bool checkDataFolder(const char* command) {
     if (VTWorkspace::hasDataFolder()) return true;
-    std::fprintf(stderr, "vantor-admin: %s: the data folder data/ is missing here; run it in an installation directory\n",
+    std::fprintf(stderr,
+                 "vantor-admin: %s: the data folder data/ is missing here; run it in an "
+                 "installation directory\n",
                  command);
     return false;
 }
@@ -293,8 +297,10 @@ bool checkStore(const char* command, VTSheet* sheet) {
     VTMatrix* matrix = sheet->matrix();
     LXContainer* container = matrix ? matrix->container() : nullptr;
     if (!container || !container->isDamaged()) return true;
-    std::fprintf(stderr, "vantor-admin: %s: the store of the sheet '%s' (%s.vcd, %s.vci) is damaged\n", command,
-                 sheet->name()->UTF8String(), container->name()->UTF8String(), container->name()->UTF8String());
+    std::fprintf(stderr,
+                 "vantor-admin: %s: the store of the sheet '%s' (%s.vcd, %s.vci) is damaged\n",
+                 command, sheet->name()->UTF8String(), container->name()->UTF8String(),
+                 container->name()->UTF8String());
     return false;
 }
 

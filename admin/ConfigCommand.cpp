@@ -201,7 +201,7 @@ struct Checker {
     int warnings = 0;
     // Per sheet as it is checked.
     std::string sheetName;
-    std::set<std::string> defined;             // sheets defined so far
+    std::set<std::string> defined;  // sheets defined so far
     std::map<std::string, std::set<std::string>> fieldsOf;
     struct Reference {
         std::string target, sheet;
@@ -223,9 +223,9 @@ struct Checker {
             std::printf("%s\n", finding.text().c_str());
             return;
         }
-        std::printf("%s:%d: %ssheet %s: %s%s%s\n", file.c_str(), line, error ? "" : "warning: ",
-                    sheetName.empty() ? "(unnamed)" : sheetName.c_str(), clause ? "clause " : "", text.c_str(),
-                    (clause ? ": " + what : what).c_str());
+        std::printf("%s:%d: %ssheet %s: %s%s%s\n", file.c_str(), line,
+                    error ? "" : "warning: ", sheetName.empty() ? "(unnamed)" : sheetName.c_str(),
+                    clause ? "clause " : "", text.c_str(), (clause ? ": " + what : what).c_str());
     }
 
     // The clause's element i is an atom / a list of atoms / a list of word lists.
@@ -252,25 +252,34 @@ struct Checker {
     }
 
     void checkSheet(NSArray* def, const Node* node);
-    void checkClause(NSArray* c, int line, bool* named, bool* hasField, std::string* source, bool* sourceLate);
+    void checkClause(NSArray* c, int line, bool* named, bool* hasField, std::string* source,
+                     bool* sourceLate);
     void checkField(NSArray* c, int line, bool named);
 };
 
 void Checker::checkField(NSArray* c, int line, bool named) {
     NSObject* nameForm = c->count() > 1 ? c->objectAtIndex_(1) : nullptr;
-    bool nameFormOk = isAtom(nameForm) || (words(nameForm) && static_cast<NSArray*>(nameForm)->count() >= 2);
-    if (!nameFormOk) return report(true, line, c, "the field's name must be a word or (key labelled words...)");
-    if (c->count() < 4) return report(true, line, c, "too few elements: (field <name> as <type> ...)");
+    bool nameFormOk =
+            isAtom(nameForm) || (words(nameForm) && static_cast<NSArray*>(nameForm)->count() >= 2);
+    if (!nameFormOk)
+        return report(true, line, c, "the field's name must be a word or (key labelled words...)");
+    if (c->count() < 4)
+        return report(true, line, c, "too few elements: (field <name> as <type> ...)");
     if (!atomAt(c, 3)) return report(true, line, c, "the type must be a word");
     if (!named) return report(true, line, c, "a field before the name clause");
-    std::string key = isAtom(nameForm) ? word(nameForm) : word(static_cast<NSArray*>(nameForm)->objectAtIndex_(0));
+    std::string key = isAtom(nameForm) ? word(nameForm)
+                                       : word(static_cast<NSArray*>(nameForm)->objectAtIndex_(0));
     std::string type = word(c->objectAtIndex_(3));
-    if (type == "string" || type == "multiline" || type == "datepicker" || type == "datetimepicker") {
+    if (type == "string" || type == "multiline" || type == "datepicker" ||
+        type == "datetimepicker") {
     } else if (type == "enum") {
-        if (!wordsAt(c, 4)) return report(true, line, c, "enum needs a list of values: as enum (a b c)");
+        if (!wordsAt(c, 4))
+            return report(true, line, c, "enum needs a list of values: as enum (a b c)");
     } else if (type == "reference" || type == "multireference") {
         if (!atomAt(c, 4) || !wordsAt(c, 5))
-            return report(true, line, c, type + " needs a sheet and display fields: as " + type + " <sheet> (<field>...)");
+            return report(true, line, c,
+                          type + " needs a sheet and display fields: as " + type +
+                                  " <sheet> (<field>...)");
         referenced.push_back({word(c->objectAtIndex_(4)), sheetName, line});
     } else {
         return report(true, line, c, "unknown type word '" + type + "': the field is left out");
@@ -278,7 +287,8 @@ void Checker::checkField(NSArray* c, int line, bool named) {
     fieldsOf[sheetName].insert(key);
 }
 
-void Checker::checkClause(NSArray* c, int line, bool* named, bool* hasField, std::string* source, bool* sourceLate) {
+void Checker::checkClause(NSArray* c, int line, bool* named, bool* hasField, std::string* source,
+                          bool* sourceLate) {
     if (c->count() == 0) return report(true, line, c, "an empty clause");
     if (!isAtom(c->objectAtIndex_(0))) return report(true, line, c, "the keyword must be a word");
     std::string kw = word(c->objectAtIndex_(0));
@@ -289,35 +299,43 @@ void Checker::checkClause(NSArray* c, int line, bool* named, bool* hasField, std
         *source = word(c->objectAtIndex_(1));
         if (*named) return report(false, line, c, "after the name clause it has no effect");
         if (!defined.count(*source))
-            report(false, line, c, "no sheet '" + *source + "' stands before this one: the sheet gets storage of its own");
+            report(false, line, c,
+                   "no sheet '" + *source +
+                           "' stands before this one: the sheet gets storage of its own");
     } else if (kw == "name") {
         if (!atomAt(c, 1)) return report(true, line, c, "(name <name> [labelled (<word>...)])");
-        if (c->count() > 3 && !wordsAt(c, 3)) return report(true, line, c, "the title must be a list of words");
+        if (c->count() > 3 && !wordsAt(c, 3))
+            return report(true, line, c, "the title must be a list of words");
         if (*named) return report(true, line, c, "the sheet has a name already");
         *named = true;
     } else if (kw == "field" || kw == "formfield" || kw == "hiddenfield") {
         checkField(c, line, *named);
         *hasField = true;
-    } else if (kw == "readOwn" || kw == "createdInView" || kw == "modifiedInView" || kw == "creatorInView" ||
-               kw == "modifierInView") {
+    } else if (kw == "readOwn" || kw == "createdInView" || kw == "modifiedInView" ||
+               kw == "creatorInView" || kw == "modifierInView") {
     } else if (kw == "type") {
         if (!atomAt(c, 1)) return report(true, line, c, "(type admin)");
-        if (word(c->objectAtIndex_(1)) != "admin") report(false, line, c, "only (type admin) has an effect");
+        if (word(c->objectAtIndex_(1)) != "admin")
+            report(false, line, c, "only (type admin) has an effect");
     } else if (kw == "validate" || kw == "default" || kw == "access") {
-        if (!atomAt(c, 1) || !atomAt(c, 2)) return report(true, line, c, "(" + kw + " <field> <word>)");
+        if (!atomAt(c, 1) || !atomAt(c, 2))
+            return report(true, line, c, "(" + kw + " <field> <word>)");
         if (kw == "validate" && word(c->objectAtIndex_(2)) != "notempty")
             report(false, line, c, "only the rule notempty has an effect");
     } else if (kw == "tooltip") {
-        if (!atomAt(c, 1) || !restAtoms(c, 2)) return report(true, line, c, "(tooltip <field> <word>...)");
+        if (!atomAt(c, 1) || !restAtoms(c, 2))
+            return report(true, line, c, "(tooltip <field> <word>...)");
     } else if (kw == "filterCurrentUser") {
         if (!atomAt(c, 1)) return report(true, line, c, "(filterCurrentUser <field>)");
     } else if (kw == "filter") {
-        if (!atomAt(c, 1) || !wordListsAt(c, 2)) return report(true, line, c, "(filter <field> ((<word>...) ...))");
+        if (!atomAt(c, 1) || !wordListsAt(c, 2))
+            return report(true, line, c, "(filter <field> ((<word>...) ...))");
     } else if (kw == "reffilter") {
         if (!atomAt(c, 1) || !atomAt(c, 2) || !wordListsAt(c, 3))
             return report(true, line, c, "(reffilter <field> <sheet> ((<word>...) ...))");
     } else if (kw == "datefilter") {
-        if (!atomAt(c, 1) || !atomAt(c, 2) || !atomAt(c, 3)) return report(true, line, c, "(datefilter <field> <from> <to>)");
+        if (!atomAt(c, 1) || !atomAt(c, 2) || !atomAt(c, 3))
+            return report(true, line, c, "(datefilter <field> <from> <to>)");
         for (uint32_t i = 2; i <= 3; i++) {
             std::string n = word(c->objectAtIndex_(i));
             char* end = nullptr;
@@ -325,14 +343,17 @@ void Checker::checkClause(NSArray* c, int line, bool* named, bool* hasField, std
             if (n.empty() || *end) return report(true, line, c, "'" + n + "' is no number of days");
         }
     } else if (kw == "restrict") {
-        if (!atomAt(c, 1) || !wordsAt(c, 2)) return report(true, line, c, "(restrict <action> (<role words>...))");
-        static const std::set<std::string> actions = {"see", "read", "deposit", "update", "updateown", "remove",
-                                                      "removeown"};
+        if (!atomAt(c, 1) || !wordsAt(c, 2))
+            return report(true, line, c, "(restrict <action> (<role words>...))");
+        static const std::set<std::string> actions = {"see",       "read",   "deposit",  "update",
+                                                      "updateown", "remove", "removeown"};
         if (!actions.count(word(c->objectAtIndex_(1))))
-            report(false, line, c, "no right asks for the action '" + word(c->objectAtIndex_(1)) + "'");
+            report(false, line, c,
+                   "no right asks for the action '" + word(c->objectAtIndex_(1)) + "'");
     } else if (kw == "action") {
         if (!wordsAt(c, 1) || !atomAt(c, 2) || !atomAt(c, 3) || !restAtoms(c, 4))
-            return report(true, line, c, "(action (<title words>...) <class> <selector> <word>...)");
+            return report(true, line, c,
+                          "(action (<title words>...) <class> <selector> <word>...)");
         std::string cls = word(c->objectAtIndex_(2));
         std::string selector = word(c->objectAtIndex_(3)) + "::";
         Class found = NSClassFromCString(cls.c_str());
@@ -346,7 +367,9 @@ void Checker::checkClause(NSArray* c, int line, bool* named, bool* hasField, std
                 report(true, line, c, "action class " + cls + " has no operation " + selector);
             return;
         }
-        if (!found) return report(false, line, c, "action class " + cls + " is not in this program's runtime table");
+        if (!found)
+            return report(false, line, c,
+                          "action class " + cls + " is not in this program's runtime table");
         if (!found->instancesRespondToSelector_(NSSelectorFromCString(selector.c_str())))
             report(true, line, c, "action class " + cls + " has no operation " + selector);
     } else {
@@ -360,7 +383,8 @@ void Checker::checkSheet(NSArray* def, const Node* node) {
     for (uint32_t i = 0; i < def->count(); i++) {
         NSObject* c = def->objectAtIndex_(i);
         if (isList(c) && static_cast<NSArray*>(c)->count() > 1 &&
-            static_cast<NSArray*>(c)->objectAtIndex_(0)->isEqual_("name"_ns) && isAtom(static_cast<NSArray*>(c)->objectAtIndex_(1))) {
+            static_cast<NSArray*>(c)->objectAtIndex_(0)->isEqual_("name"_ns) &&
+            isAtom(static_cast<NSArray*>(c)->objectAtIndex_(1))) {
             sheetName = word(static_cast<NSArray*>(c)->objectAtIndex_(1));
             break;
         }
@@ -378,10 +402,13 @@ void Checker::checkSheet(NSArray* def, const Node* node) {
         checkClause(static_cast<NSArray*>(c), line, &named, &hasField, &source, &sourceLate);
     }
     int line = node ? node->line : 0;
-    if (!named) report(true, line, nullptr, "no name clause: the sheet is rejected");
-    else if (!hasField) report(true, line, nullptr, "no field clause: the sheet is rejected");
+    if (!named)
+        report(true, line, nullptr, "no name clause: the sheet is rejected");
+    else if (!hasField)
+        report(true, line, nullptr, "no field clause: the sheet is rejected");
     if (!sheetName.empty()) {
-        if (defined.count(sheetName)) report(true, line, nullptr, "a second sheet of this name replaces the first");
+        if (defined.count(sheetName))
+            report(true, line, nullptr, "a second sheet of this name replaces the first");
         defined.insert(sheetName);
     }
 }
@@ -432,7 +459,8 @@ int check(const char* path, bool strict, bool json) {
     NSArray* rows;
     {
         LogToStderr redirect;
-        rows = LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))->parse();
+        rows = LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))
+                       ->parse();
     }
     Balance balance(text);
     if (!rows || !balance.ok) {
@@ -474,7 +502,9 @@ int check(const char* path, bool strict, bool json) {
     for (auto& ref : checker.referenced) {
         checker.sheetName = ref.sheet;
         if (!checker.defined.count(ref.target))
-            checker.report(true, ref.line, nullptr, "a reference names the sheet '" + ref.target + "', which is not defined");
+            checker.report(
+                    true, ref.line, nullptr,
+                    "a reference names the sheet '" + ref.target + "', which is not defined");
     }
     checker.sheetName.clear();
 
@@ -484,17 +514,21 @@ int check(const char* path, bool strict, bool json) {
             {"group", {"name", "roles"}},
             {"role", {"name"}},
             {"form", {"name", "label", "source", "status", "readers", "updaters", "removers"}},
-            {"formfield", {"form", "order", "name", "label", "type", "location", "required", "default", "parameters", "tooltip"}},
+            {"formfield",
+             {"form", "order", "name", "label", "type", "location", "required", "default",
+              "parameters", "tooltip"}},
     };
     for (auto& [sheet, fields] : required) {
         if (!checker.defined.count(sheet)) {
-            checker.report(true, 0, nullptr, std::string("the required sheet '") + sheet + "' is missing");
+            checker.report(true, 0, nullptr,
+                           std::string("the required sheet '") + sheet + "' is missing");
             continue;
         }
         for (const char* field : fields)
             if (!checker.fieldsOf[sheet].count(field)) {
                 checker.sheetName = sheet;
-                checker.report(true, 0, nullptr, std::string("the required field '") + field + "' is missing");
+                checker.report(true, 0, nullptr,
+                               std::string("the required field '") + field + "' is missing");
                 checker.sheetName.clear();
             }
     }
@@ -510,7 +544,8 @@ int check(const char* path, bool strict, bool json) {
         uint32_t built = 0;
         {
             LogToStderr redirect;
-            VTWorkspace* w = VTWorkspace::alloc()->initWithRows_userInfo_(rows, NSMutableDictionary::dictionary());
+            VTWorkspace* w = VTWorkspace::alloc()->initWithRows_userInfo_(
+                    rows, NSMutableDictionary::dictionary());
             built = w->listOfSheets()->count();
             w->release();
         }
@@ -518,7 +553,8 @@ int check(const char* path, bool strict, bool json) {
         std::filesystem::remove_all(scratch, ec);
         if (built != static_cast<uint32_t>(sheets) && checker.errors == 0)
             checker.report(true, 0, nullptr,
-                           "the interpreter rejected " + std::to_string(sheets - static_cast<int>(built)) + " sheet(s)");
+                           "the interpreter rejected " +
+                                   std::to_string(sheets - static_cast<int>(built)) + " sheet(s)");
     }
     bool failed = checker.errors > 0 || (strict && checker.warnings > 0);
     summary(json, path, sheets, checker.errors, checker.warnings, !failed);

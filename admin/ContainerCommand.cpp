@@ -58,10 +58,12 @@ std::vector<Block> indexedBlocks(LXContainer* box) {
         NSString* key = static_cast<NSString*>(ids->objectAtIndex_(i));
         NSString* pos = "objects.pos."_ns->stringByAppendingString_(key);
         NSString* length = "objects.length."_ns->stringByAppendingString_(key);
-        blocks.push_back({key->intValue(), static_cast<NSNumber*>(index->objectForKeyPath_(pos))->intValue(),
+        blocks.push_back({key->intValue(),
+                          static_cast<NSNumber*>(index->objectForKeyPath_(pos))->intValue(),
                           static_cast<NSNumber*>(index->objectForKeyPath_(length))->intValue()});
     }
-    std::sort(blocks.begin(), blocks.end(), [](const Block& a, const Block& b) { return a.id < b.id; });
+    std::sort(blocks.begin(), blocks.end(),
+              [](const Block& a, const Block& b) { return a.id < b.id; });
     return blocks;
 }
 
@@ -103,23 +105,26 @@ bool isDictionaryType(NSObject* type) {
 // it, or null with *object set. dump and check both read every block
 // through here, so that they agree on what is damaged. The caller
 // releases *reader when it is set.
-const char* readObject(FILE* data, const Block& block, NSUnarchiver** reader, LXManagedObject** object,
-                       std::string* why) {
+const char* readObject(FILE* data, const Block& block, NSUnarchiver** reader,
+                       LXManagedObject** object, std::string* why) {
     std::string bytes;
     *object = nullptr;
     if (!data || !readBlock(data, block, &bytes)) return "lies beyond the end of the data file";
     NSObject* decoded = decodeBlock(bytes, reader);
     if (!decoded) return "does not decode";
-    if (!decoded->isKindOfClass_(LXManagedObject::classObject())) return "does not hold a managed object";
+    if (!decoded->isKindOfClass_(LXManagedObject::classObject()))
+        return "does not hold a managed object";
     if ((*reader)->pos() != bytes.size()) return "holds bytes after its object";
     LXManagedObject* managed = static_cast<LXManagedObject*>(decoded);
     NSObject* id = managed->uniqueId();
-    if (!id || !id->isKindOfClass_(NSNumber::classObject()) || static_cast<NSNumber*>(id)->intValue() != block.id) {
+    if (!id || !id->isKindOfClass_(NSNumber::classObject()) ||
+        static_cast<NSNumber*>(id)->intValue() != block.id) {
         return "holds another object's id";
     }
     NSObject* type = managed->objectForKeyPath_("__meta.type"_ns);
-    Class cls = type && type->isKindOfClass_(NSString::classObject()) ? NSClassFromString(static_cast<NSString*>(type))
-                                                                        : nullptr;
+    Class cls = type && type->isKindOfClass_(NSString::classObject())
+                        ? NSClassFromString(static_cast<NSString*>(type))
+                        : nullptr;
     if (cls && !LXContainer::recordFits(managed, cls, why)) {
         *why = "holds a record that makes no " + std::string(cls->name()) + ": " + *why;
         return why->c_str();
@@ -139,7 +144,8 @@ std::string contentsJSON(LXManagedObject* object, NSObject* type, NSUnarchiver* 
         return out;
     }
     const std::vector<NSObject*>* order = reader->keysInArchiveOrder(object);
-    NSMutableDictionary* plain = NSMutableDictionary::dictionaryWithCapacity_(object->count() ? object->count() : 10);
+    NSMutableDictionary* plain =
+            NSMutableDictionary::dictionaryWithCapacity_(object->count() ? object->count() : 10);
     std::vector<NSObject*> keys;
     if (order) {
         keys = *order;
@@ -153,9 +159,10 @@ std::string contentsJSON(LXManagedObject* object, NSObject* type, NSUnarchiver* 
         plain->setObject_forKey_(object->objectForKey_(key), key);
         shown.push_back(key);
     }
-    appendJSON(&out, plain, [&shown, plain, reader](NSDictionary* d) -> const std::vector<NSObject*>* {
-        return d == plain ? &shown : reader->keysInArchiveOrder(d);
-    });
+    appendJSON(&out, plain,
+               [&shown, plain, reader](NSDictionary* d) -> const std::vector<NSObject*>* {
+                   return d == plain ? &shown : reader->keysInArchiveOrder(d);
+               });
     return out;
 }
 
@@ -164,14 +171,18 @@ std::string contentsJSON(LXManagedObject* object, NSObject* type, NSUnarchiver* 
 // must not create a store).
 LXContainer* openContainer(const char* stem, bool existing) {
     NSString* name = NSString::stringWithUTF8String_(stem);
-    LXContainer* box = existing ? LXContainer::existingContainerWithName_(name) : LXContainer::containerWithName_(name);
+    LXContainer* box = existing ? LXContainer::existingContainerWithName_(name)
+                                : LXContainer::containerWithName_(name);
     if (!box) {
-        std::fprintf(stderr, "vantor-admin: no container %s: neither %s.vci nor %s.vcd holds one\n", stem, stem, stem);
+        std::fprintf(stderr, "vantor-admin: no container %s: neither %s.vci nor %s.vcd holds one\n",
+                     stem, stem, stem);
         return nullptr;
     }
     if (box->isDamaged()) {
-        std::fprintf(stderr, "vantor-admin: container %s is damaged (see the line above); nothing was changed\n",
-                     stem);
+        std::fprintf(
+                stderr,
+                "vantor-admin: container %s is damaged (see the line above); nothing was changed\n",
+                stem);
         return nullptr;
     }
     return box;
@@ -193,7 +204,8 @@ int dump(const char* stem) {
         LXManagedObject* managed = nullptr;
         std::string why;
         if (const char* problem = readObject(data, block, &reader, &managed, &why)) {
-            std::fprintf(stderr, "vantor-admin: container %s: object %d %s\n", stem, block.id, problem);
+            std::fprintf(stderr, "vantor-admin: container %s: object %d %s\n", stem, block.id,
+                         problem);
             status = 1;
         } else {
             NSObject* type = managed->objectForKeyPath_("__meta.type"_ns);
@@ -275,11 +287,12 @@ int check(const char* stem, bool json) {
         return damaged ? 1 : 0;
     }
     if (damaged) {
-        std::fprintf(out, "%d problem%s in %zu objects\n", damaged, damaged == 1 ? "" : "s", blocks.size());
+        std::fprintf(out, "%d problem%s in %zu objects\n", damaged, damaged == 1 ? "" : "s",
+                     blocks.size());
         return 1;
     }
-    std::fprintf(out, "ok: %zu objects, %ld bytes in blocks, data file %ld bytes, highest id %d\n", blocks.size(), used,
-                fileLength, box->maxId());
+    std::fprintf(out, "ok: %zu objects, %ld bytes in blocks, data file %ld bytes, highest id %d\n",
+                 blocks.size(), used, fileLength, box->maxId());
     return 0;
 }
 
@@ -322,7 +335,8 @@ int store(const char* stem, int id) {
     }
     NSAutorelease(parsed);
     if (!parsed->isMemberOfClass_(NSMutableDictionary::classObject())) {
-        std::fprintf(stderr, "vantor-admin: container store: the input is not a JSON object of members\n");
+        std::fprintf(stderr,
+                     "vantor-admin: container store: the input is not a JSON object of members\n");
         return 1;
     }
     LXContainer* box = openContainer(stem, false);
@@ -335,16 +349,20 @@ int store(const char* stem, int id) {
             return 1;
         }
         if (!isDictionaryType(stored->objectForKeyPath_("__meta.type"_ns))) {
-            std::fprintf(stderr, "vantor-admin: container store: object %d is not a dictionary record\n", id);
+            std::fprintf(stderr,
+                         "vantor-admin: container store: object %d is not a dictionary record\n",
+                         id);
             return 1;
         }
-        record = static_cast<NSMutableDictionary*>(box->queryById_class_(id, NSMutableDictionary::classObject()));
+        record = static_cast<NSMutableDictionary*>(
+                box->queryById_class_(id, NSMutableDictionary::classObject()));
         if (!record) return 1;
         record->removeAllObjects();
         for (const std::string& nameText : memberNameTexts(text)) {
             NSObject* name = newObjectFromJSON(nameText, &error);
             if (!name) continue;
-            record->setObject_forKey_(static_cast<NSDictionary*>(parsed)->objectForKey_(name), name);
+            record->setObject_forKey_(static_cast<NSDictionary*>(parsed)->objectForKey_(name),
+                                      name);
             name->release();
         }
     }
@@ -388,12 +406,14 @@ int compact(const char* stem) {
     std::string data = std::string(stem) + ".vcd";
     long before = fileLength(data);
     if (!box->compact()) {
-        std::fprintf(stderr, "vantor-admin: container compact: %s could not be compacted (see the line above)\n",
-                     stem);
+        std::fprintf(
+                stderr,
+                "vantor-admin: container compact: %s could not be compacted (see the line above)\n",
+                stem);
         return 1;
     }
-    std::fprintf(redirect.results(), "compacted %s: %u objects, %ld -> %ld bytes\n", stem, box->allIds()->count(),
-                 before, fileLength(data));
+    std::fprintf(redirect.results(), "compacted %s: %u objects, %ld -> %ld bytes\n", stem,
+                 box->allIds()->count(), before, fileLength(data));
     return 0;
 }
 
@@ -406,7 +426,7 @@ int runContainer(int argc, char** argv) {
     const std::vector<std::string>& w = args.words;
     if (w.empty()) return wrongUsage("container", "missing verb (dump, check, store, remove)", "");
     const std::string& verb = w[0];
-    size_t wanted = verb == "remove" ? 3
+    size_t wanted = verb == "remove"                                                            ? 3
                     : verb == "dump" || verb == "check" || verb == "store" || verb == "compact" ? 2
                                                                                                 : 0;
     if (wanted == 0)

@@ -57,13 +57,16 @@ private:
             }
         }
         char buffer[160];
-        std::snprintf(buffer, sizeof buffer, "invalid JSON at line %zu, column %zu: %s", line, column, what);
+        std::snprintf(buffer, sizeof buffer, "invalid JSON at line %zu, column %zu: %s", line,
+                      column, what);
         *_error = buffer;
         return false;
     }
 
     void skipSpace() {
-        while (_i < _s.size() && (_s[_i] == ' ' || _s[_i] == '\t' || _s[_i] == '\n' || _s[_i] == '\r')) _i++;
+        while (_i < _s.size() &&
+               (_s[_i] == ' ' || _s[_i] == '\t' || _s[_i] == '\n' || _s[_i] == '\r'))
+            _i++;
     }
 
     bool literal(const char* word) {
@@ -149,7 +152,10 @@ private:
         uint32_t v = 0;
         for (int k = 0; k < 4; k++) {
             char h = _s[_i + k];
-            int d = h >= '0' && h <= '9' ? h - '0' : h >= 'a' && h <= 'f' ? h - 'a' + 10 : h >= 'A' && h <= 'F' ? h - 'A' + 10 : -1;
+            int d = h >= '0' && h <= '9'   ? h - '0'
+                    : h >= 'a' && h <= 'f' ? h - 'a' + 10
+                    : h >= 'A' && h <= 'F' ? h - 'A' + 10
+                                           : -1;
             if (d < 0) return failAt("four hex digits expected");
             v = v * 16 + static_cast<uint32_t>(d);
         }
@@ -177,14 +183,30 @@ private:
             if (_i >= _s.size()) return failAt("unterminated string");
             char e = _s[_i++];
             switch (e) {
-                case '"': out->push_back('"'); break;
-                case '\\': out->push_back('\\'); break;
-                case '/': out->push_back('/'); break;
-                case 'b': out->push_back('\b'); break;
-                case 'f': out->push_back('\f'); break;
-                case 'n': out->push_back('\n'); break;
-                case 'r': out->push_back('\r'); break;
-                case 't': out->push_back('\t'); break;
+                case '"':
+                    out->push_back('"');
+                    break;
+                case '\\':
+                    out->push_back('\\');
+                    break;
+                case '/':
+                    out->push_back('/');
+                    break;
+                case 'b':
+                    out->push_back('\b');
+                    break;
+                case 'f':
+                    out->push_back('\f');
+                    break;
+                case 'n':
+                    out->push_back('\n');
+                    break;
+                case 'r':
+                    out->push_back('\r');
+                    break;
+                case 't':
+                    out->push_back('\t');
+                    break;
                 case 'u': {
                     uint32_t cp;
                     if (!hex4(&cp)) return false;
@@ -204,7 +226,8 @@ private:
                     appendUTF8(out, cp);
                     break;
                 }
-                default: return failAt("unknown escape");
+                default:
+                    return failAt("unknown escape");
             }
         }
     }
@@ -275,7 +298,8 @@ private:
 // *error set.
 
 bool isMarkerKey(const std::string& key) {
-    return key == "$date" || key == "$data" || key == "$set" || key == "$entries" || key == "$number";
+    return key == "$date" || key == "$data" || key == "$set" || key == "$entries" ||
+           key == "$number";
 }
 
 // Whether the members of an object read as a marker rather than as a
@@ -285,7 +309,8 @@ bool isMarker(const std::vector<std::string>& keys) {
 }
 
 NSString* newString(const std::string& text) {
-    return NSString::alloc()->initWithBytes_length_(text.data(), static_cast<uint32_t>(text.size()));
+    return NSString::alloc()->initWithBytes_length_(text.data(),
+                                                    static_cast<uint32_t>(text.size()));
 }
 
 // "2024-01-31 09:30:00", optionally followed by a blank and a zone: the
@@ -305,14 +330,16 @@ NSObject* newObject(const Value& v, std::string* error);
 NSMutableDictionary* newDictionary(const std::vector<std::pair<NSObject*, NSObject*>>& entries,
                                    Class cls) {
     auto* d = static_cast<NSMutableDictionary*>(
-            static_cast<NSDictionary*>(cls->alloc())->initWithCapacity_(static_cast<uint32_t>(entries.size())));
+            static_cast<NSDictionary*>(cls->alloc())
+                    ->initWithCapacity_(static_cast<uint32_t>(entries.size())));
     for (const auto& e : entries) NSSend<void>(d, NS_SEL("insertValue:forKey:"), e.second, e.first);
     return d;
 }
 
 // Builds the entries of {...} or [[k, v], ...]; the pairs are owned and
 // released by the caller.
-bool buildEntries(const Value& v, std::vector<std::pair<NSObject*, NSObject*>>* out, std::string* error) {
+bool buildEntries(const Value& v, std::vector<std::pair<NSObject*, NSObject*>>* out,
+                  std::string* error) {
     if (v.kind == Value::Object && v.members.size() == 1 && v.members[0].first == "$entries") {
         return buildEntries(v.members[0].second, out, error);
     }
@@ -365,7 +392,8 @@ NSObject* newSet(const Value& members, std::string* error) {
         *error = "\"$set\" must be an array";
         return nullptr;
     }
-    NSMutableSet* set = NSMutableSet::alloc()->initWithCapacity_(static_cast<uint32_t>(members.items.size()));
+    NSMutableSet* set =
+            NSMutableSet::alloc()->initWithCapacity_(static_cast<uint32_t>(members.items.size()));
     for (const Value& item : members.items) {
         NSObject* member = newObject(item, error);
         if (!member) {
@@ -394,7 +422,8 @@ NSObject* newData(const std::string& hex, std::string* error) {
         }
         bytes.push_back(static_cast<char>(b));
     }
-    return NSData::alloc()->initWithBytes_length_(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    return NSData::alloc()->initWithBytes_length_(bytes.data(),
+                                                  static_cast<uint32_t>(bytes.size()));
 }
 
 // The classes "$class" may name: the dictionaries and sets that archives
@@ -461,12 +490,17 @@ NSObject* newOfClass(const Value& v, std::string* error) {
 
 NSObject* newObject(const Value& v, std::string* error) {
     switch (v.kind) {
-        case Value::Null: return NSNull::null();
-        case Value::Bool: return NSNumber::alloc()->initWithBool_(v.boolean);
-        case Value::Number: return NSNumber::alloc()->initWithDouble_(v.number);
-        case Value::String: return newString(v.text);
+        case Value::Null:
+            return NSNull::null();
+        case Value::Bool:
+            return NSNumber::alloc()->initWithBool_(v.boolean);
+        case Value::Number:
+            return NSNumber::alloc()->initWithDouble_(v.number);
+        case Value::String:
+            return newString(v.text);
         case Value::Array: {
-            NSMutableArray* a = NSMutableArray::alloc()->initWithCapacity_(static_cast<uint32_t>(v.items.size()));
+            NSMutableArray* a = NSMutableArray::alloc()->initWithCapacity_(
+                    static_cast<uint32_t>(v.items.size()));
             for (const Value& item : v.items) {
                 NSObject* element = newObject(item, error);
                 if (!element) {
@@ -478,7 +512,8 @@ NSObject* newObject(const Value& v, std::string* error) {
             }
             return a;
         }
-        case Value::Object: break;
+        case Value::Object:
+            break;
     }
     std::vector<std::string> keys;
     for (const auto& m : v.members) keys.push_back(m.first);
@@ -494,7 +529,8 @@ NSObject* newObject(const Value& v, std::string* error) {
     }
     if (key == "$date") {
         if (!isDateText(arg.text)) {
-            *error = "\"$date\" must have the form 2024-01-31 09:30:00 +0100, not \"" + arg.text + "\"";
+            *error = "\"$date\" must have the form 2024-01-31 09:30:00 +0100, not \"" + arg.text +
+                     "\"";
             return nullptr;
         }
         NSString* text = newString(arg.text);
@@ -504,7 +540,10 @@ NSObject* newObject(const Value& v, std::string* error) {
     }
     if (key == "$data") return newData(arg.text, error);
     // "$number"
-    double value = arg.text == "nan" ? NAN : arg.text == "inf" ? INFINITY : arg.text == "-inf" ? -INFINITY : 0;
+    double value = arg.text == "nan"    ? NAN
+                   : arg.text == "inf"  ? INFINITY
+                   : arg.text == "-inf" ? -INFINITY
+                                        : 0;
     if (value == 0) {
         *error = "\"$number\" must be \"nan\", \"inf\" or \"-inf\"";
         return nullptr;
@@ -521,13 +560,27 @@ void appendString(std::string* out, const char* bytes, size_t n) {
     for (size_t i = 0; i < n; i++) {
         unsigned char c = static_cast<unsigned char>(bytes[i]);
         switch (c) {
-            case '"': out->append("\\\""); break;
-            case '\\': out->append("\\\\"); break;
-            case '\b': out->append("\\b"); break;
-            case '\f': out->append("\\f"); break;
-            case '\n': out->append("\\n"); break;
-            case '\r': out->append("\\r"); break;
-            case '\t': out->append("\\t"); break;
+            case '"':
+                out->append("\\\"");
+                break;
+            case '\\':
+                out->append("\\\\");
+                break;
+            case '\b':
+                out->append("\\b");
+                break;
+            case '\f':
+                out->append("\\f");
+                break;
+            case '\n':
+                out->append("\\n");
+                break;
+            case '\r':
+                out->append("\\r");
+                break;
+            case '\t':
+                out->append("\\t");
+                break;
             default:
                 if (c < 0x20 || c == 0x7F) {
                     out->append("\\u00");
@@ -541,7 +594,9 @@ void appendString(std::string* out, const char* bytes, size_t n) {
     out->push_back('"');
 }
 
-void appendString(std::string* out, NSString* s) { appendString(out, s->UTF8String(), s->byteLength()); }
+void appendString(std::string* out, NSString* s) {
+    appendString(out, s->UTF8String(), s->byteLength());
+}
 
 void appendNumber(std::string* out, double d) {
     char buffer[40];
@@ -633,7 +688,8 @@ public:
         out.append("{\"$class\":");
         appendString(_out, cls->name(), std::strlen(cls->name()));
         std::vector<Class> chain;
-        for (Class c = cls; c && c != NSObject::classObject(); c = c->base()) chain.insert(chain.begin(), c);
+        for (Class c = cls; c && c != NSObject::classObject(); c = c->base())
+            chain.insert(chain.begin(), c);
         for (Class c : chain) {
             for (const NSFieldInfo& field : c->fields()) {
                 // Objects and numbers; a selector has no JSON form.

@@ -51,7 +51,9 @@ NSString* newPassword(const char* command, bool fromStdin) {
 
 namespace {
 
-std::string text(NSObject* o) { return o ? static_cast<NSString*>(o->description())->UTF8String() : ""; }
+std::string text(NSObject* o) {
+    return o ? static_cast<NSString*>(o->description())->UTF8String() : "";
+}
 
 int show(const char* path, bool showPassword, bool json) {
     NSMutableDictionary* key;
@@ -81,7 +83,8 @@ int show(const char* path, bool showPassword, bool json) {
     std::printf("UserID: %s\n", text(key->objectForKey_("UserID"_ns)).c_str());
     std::printf("UniqueID: %s\n", unique ? text(unique).c_str() : "(none)");
     std::printf("Admin: %s\n", !admin ? "(none)" : text(admin) == "0" ? "false" : "true");
-    if (showPassword) std::printf("Password: %s\n", text(key->objectForKey_("Password"_ns)).c_str());
+    if (showPassword)
+        std::printf("Password: %s\n", text(key->objectForKey_("Password"_ns)).c_str());
     return 0;
 }
 
@@ -102,18 +105,21 @@ int make(const char* user, bool passwordFromStdin, bool json) {
     }
     int status = 1;
     if (row < 0) {
-        std::fprintf(stderr, "vantor-admin: key make: no row of the user sheet has the id or user id '%s'\n", user);
+        std::fprintf(
+                stderr,
+                "vantor-admin: key make: no row of the user sheet has the id or user id '%s'\n",
+                user);
     } else {
         auto value = [&](const char* field) {
-            return static_cast<NSString*>(
-                    m->valueInRow_column_(static_cast<uint32_t>(row), NSString::stringWithUTF8String_(field)));
+            return static_cast<NSString*>(m->valueInRow_column_(
+                    static_cast<uint32_t>(row), NSString::stringWithUTF8String_(field)));
         };
         NSString* password = newPassword("key make", passwordFromStdin);
         if (password) {
-            NSString* fullId = NSString::stringWithFormat_("%s %s/%s/%s", text(value("firstName")).c_str(),
-                                                           text(value("lastName")).c_str(),
-                                                           text(value("orgUnit")).c_str(),
-                                                           text(value("company")).c_str());
+            NSString* fullId = NSString::stringWithFormat_(
+                    "%s %s/%s/%s", text(value("firstName")).c_str(),
+                    text(value("lastName")).c_str(), text(value("orgUnit")).c_str(),
+                    text(value("company")).c_str());
             NSString* fileName = VTUserKey::fileNameForFirstName_lastName_orgUnit_company_(
                     value("firstName"), value("lastName"), value("orgUnit"), value("company"));
             NSMutableDictionary* key = NSMutableDictionary::dictionary();
@@ -134,7 +140,8 @@ int make(const char* user, bool passwordFromStdin, bool json) {
                 }
                 status = 0;
             } else {
-                std::fprintf(stderr, "vantor-admin: key make: cannot write %s\n", fileName->UTF8String());
+                std::fprintf(stderr, "vantor-admin: key make: cannot write %s\n",
+                             fileName->UTF8String());
             }
         }
     }

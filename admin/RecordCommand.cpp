@@ -93,8 +93,10 @@ bool isOwn(VTWorkspace* w, NSDictionary* record) {
 // matrix back as it was, and nothing went out to the other users.
 void reportFailedCommit(const char* command, VTSheet* sheet) {
     if (!checkStore(command, sheet)) return;
-    std::fprintf(stderr, "vantor-admin: %s: nothing saved: the store of the sheet '%s' could not be written\n",
-                 command, sheet->name()->UTF8String());
+    std::fprintf(
+            stderr,
+            "vantor-admin: %s: nothing saved: the store of the sheet '%s' could not be written\n",
+            command, sheet->name()->UTF8String());
 }
 
 int32_t rowOf(VTMatrix* m, NSString* recordId) {
@@ -122,7 +124,9 @@ void sendRowHook(VTSheet* sheet, const char* selector, uint32_t row) {
     sheet->performSelector_withObject_(sel, number);
 }
 
-NSString* nameOf(NSArray* descriptor) { return static_cast<NSString*>(descriptor->objectAtIndex_(0)); }
+NSString* nameOf(NSArray* descriptor) {
+    return static_cast<NSString*>(descriptor->objectAtIndex_(0));
+}
 
 bool typeIs(NSArray* descriptor, const char* type) {
     return descriptor->objectAtIndex_(1)->isEqual_(NSString::stringWithUTF8String_(type));
@@ -130,14 +134,18 @@ bool typeIs(NSArray* descriptor, const char* type) {
 
 // The value Save reads from a field's control: see the top of this file.
 // nil for a hidden field that isn't given.
-NSObject* formValue(VTSheet* sheet, NSArray* descriptor, NSDictionary* given, NSDictionary* record) {
+NSObject* formValue(VTSheet* sheet, NSArray* descriptor, NSDictionary* given,
+                    NSDictionary* record) {
     NSString* name = nameOf(descriptor);
     if (NSObject* value = given->objectForKey_(name)) return value;
     if (sheet->hiddenFields()->objectForKey_(name)) return nullptr;
     if (NSObject* value = record ? record->objectForKey_(name) : nullptr) return value;
-    if (typeIs(descriptor, "datepicker") || typeIs(descriptor, "datetimepicker")) return NSDate::date();
-    bool takesDefault = typeIs(descriptor, "string") || typeIs(descriptor, "multiline") || typeIs(descriptor, "enum");
-    NSObject* fallback = takesDefault && !record ? sheet->defaultValues()->objectForKey_(name) : nullptr;
+    if (typeIs(descriptor, "datepicker") || typeIs(descriptor, "datetimepicker"))
+        return NSDate::date();
+    bool takesDefault = typeIs(descriptor, "string") || typeIs(descriptor, "multiline") ||
+                        typeIs(descriptor, "enum");
+    NSObject* fallback =
+            takesDefault && !record ? sheet->defaultValues()->objectForKey_(name) : nullptr;
     return fallback ? fallback : ""_ns;
 }
 
@@ -158,7 +166,9 @@ NSString* unknownRecordIn(VTWorkspace* w, NSString* target, NSString* ids) {
 // references to existing records (or none).
 std::string unfitFor(VTWorkspace* w, NSArray* descriptor, NSObject* value) {
     if (typeIs(descriptor, "datepicker") || typeIs(descriptor, "datetimepicker"))
-        return value->isKindOfClass_(NSDate::classObject()) ? "" : "a date is expected: {\"$date\": \"...\"}";
+        return value->isKindOfClass_(NSDate::classObject())
+                       ? ""
+                       : "a date is expected: {\"$date\": \"...\"}";
     if (!value->isKindOfClass_(NSString::classObject())) return "text is expected";
     auto* text = static_cast<NSString*>(value);
     if (typeIs(descriptor, "enum")) {
@@ -169,7 +179,8 @@ std::string unfitFor(VTWorkspace* w, NSArray* descriptor, NSObject* value) {
     if (typeIs(descriptor, "reference") || typeIs(descriptor, "multireference")) {
         auto* target = static_cast<NSString*>(descriptor->objectAtIndex_(2));
         if (NSString* id = unknownRecordIn(w, target, text))
-            return std::string("no record '") + id->UTF8String() + "' in the sheet '" + target->UTF8String() + "'";
+            return std::string("no record '") + id->UTF8String() + "' in the sheet '" +
+                   target->UTF8String() + "'";
     }
     return "";
 }
@@ -182,11 +193,15 @@ NSString* firstEmptyField(VTSheet* sheet, NSDictionary* given, NSDictionary* rec
     NSArray* fields = sheet->fields();
     for (uint32_t i = 0; i < fields->count(); i++) {
         auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
-        if (sheet->validation()->objectsForKey_(nameOf(descriptor))->indexOfObject_("notempty"_ns) < 0) continue;
+        if (sheet->validation()->objectsForKey_(nameOf(descriptor))->indexOfObject_("notempty"_ns) <
+            0)
+            continue;
         bool text = typeIs(descriptor, "string") || typeIs(descriptor, "multiline");
         if (!text && !typeIs(descriptor, "enum") && !typeIs(descriptor, "reference")) continue;
         NSObject* value = formValue(sheet, descriptor, given, record);
-        auto* shown = value && value->isKindOfClass_(NSString::classObject()) ? static_cast<NSString*>(value) : nullptr;
+        auto* shown = value && value->isKindOfClass_(NSString::classObject())
+                              ? static_cast<NSString*>(value)
+                              : nullptr;
         bool empty = !shown || (text ? shown->trim()->length() == 0 : shown->length() == 0);
         if (empty) return nameOf(descriptor);
     }
@@ -198,7 +213,9 @@ NSString* firstEmptyField(VTSheet* sheet, NSDictionary* given, NSDictionary* rec
 // record) through `recordId`.
 bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** recordId) {
     if (!object->isKindOfClass_(NSDictionary::classObject())) {
-        std::fprintf(stderr, "vantor-admin: record set: standard input must hold a JSON object or an array of them\n");
+        std::fprintf(stderr,
+                     "vantor-admin: record set: standard input must hold a JSON object or an array "
+                     "of them\n");
         return false;
     }
     auto* values = static_cast<NSDictionary*>(object);
@@ -213,13 +230,14 @@ bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** re
         }
         NSArray* descriptor = descriptorOf(sheet, key);
         if (!descriptor) {
-            std::fprintf(stderr, "vantor-admin: record set: '%s' is no field of the sheet '%s'\n", key->UTF8String(),
-                         sheet->name()->UTF8String());
+            std::fprintf(stderr, "vantor-admin: record set: '%s' is no field of the sheet '%s'\n",
+                         key->UTF8String(), sheet->name()->UTF8String());
             return false;
         }
         std::string unfit = unfitFor(w, descriptor, value);
         if (!unfit.empty()) {
-            std::fprintf(stderr, "vantor-admin: record set: the field '%s': %s\n", key->UTF8String(), unfit.c_str());
+            std::fprintf(stderr, "vantor-admin: record set: the field '%s': %s\n",
+                         key->UTF8String(), unfit.c_str());
             return false;
         }
     }
@@ -232,8 +250,9 @@ bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** re
     if (*recordId && !record) return true;
     if (NSString* empty = firstEmptyField(sheet, values, record)) {
         NSString* label = static_cast<NSString*>(sheet->fieldLabels()->objectForKey_(empty));
-        NSString* message = NSString::stringWithFormat_(VTLocalizedString("validation_notempty"_ns)->UTF8String(),
-                                                        (label ? label : empty)->UTF8String());
+        NSString* message = NSString::stringWithFormat_(
+                VTLocalizedString("validation_notempty"_ns)->UTF8String(),
+                (label ? label : empty)->UTF8String());
         std::fprintf(stderr, "vantor-admin: record set: %s: %s\n",
                      VTLocalizedString("validation_error"_ns)->UTF8String(), message->UTF8String());
         return false;
@@ -266,7 +285,8 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId, 
     } else {
         if (!w->currentUserCanDeposit_(sheet)) {
             m->rollbackTransaction();
-            std::fprintf(stderr, "vantor-admin: record set: %s may not make records in the sheet '%s'\n",
+            std::fprintf(stderr,
+                         "vantor-admin: record set: %s may not make records in the sheet '%s'\n",
                          w->currentUserId()->UTF8String(), sheet->name()->UTF8String());
             return false;
         }
@@ -341,8 +361,10 @@ int remove(Session& s, VTSheet* sheet, const char* id) {
                      sheet->name()->UTF8String());
         return 1;
     }
-    auto* record = static_cast<NSDictionary*>(m->allObjectsSorted()->objectAtIndex_(static_cast<uint32_t>(row)));
-    if (!w->currentUserCanRemove_(sheet) && !(w->currentUserCanRemoveOwn_(sheet) && isOwn(w, record))) {
+    auto* record = static_cast<NSDictionary*>(
+            m->allObjectsSorted()->objectAtIndex_(static_cast<uint32_t>(row)));
+    if (!w->currentUserCanRemove_(sheet) &&
+        !(w->currentUserCanRemoveOwn_(sheet) && isOwn(w, record))) {
         m->rollbackTransaction();
         std::fprintf(stderr, "vantor-admin: record remove: %s may not remove this record\n",
                      w->currentUserId()->UTF8String());
@@ -382,11 +404,13 @@ int action(VTSheet* sheet, const char* id, const char* className) {
     NSArray* actions = sheet->actions();
     for (uint32_t i = 0; i < actions->count() && !descriptor; i++) {
         auto* candidate = static_cast<NSArray*>(actions->objectAtIndex_(i));
-        if (candidate->objectAtIndex_(1)->isEqual_(NSString::stringWithUTF8String_(className))) descriptor = candidate;
+        if (candidate->objectAtIndex_(1)->isEqual_(NSString::stringWithUTF8String_(className)))
+            descriptor = candidate;
     }
     Class cls = NSClassFromCString(className);
     if (!descriptor || !cls) {
-        std::fprintf(stderr, "vantor-admin: record action: the sheet '%s' has no action of the class %s\n",
+        std::fprintf(stderr,
+                     "vantor-admin: record action: the sheet '%s' has no action of the class %s\n",
                      sheet->name()->UTF8String(), className);
         return 1;
     }
@@ -395,12 +419,14 @@ int action(VTSheet* sheet, const char* id, const char* className) {
     auto* base = static_cast<NSString*>(descriptor->objectAtIndex_(2));
     SEL sel = NSSelectorFromCString((std::string(base->UTF8String()) + "::").c_str());
     NSObject* extra = descriptor->objectAtIndex_(3);
-    NSObject* second = extra->isKindOfClass_(NSArray::classObject())
-                               ? static_cast<NSObject*>(NSArray::arrayWithObjects_(m, extra, nullptr))
-                               : static_cast<NSObject*>(m);
+    NSObject* second =
+            extra->isKindOfClass_(NSArray::classObject())
+                    ? static_cast<NSObject*>(NSArray::arrayWithObjects_(m, extra, nullptr))
+                    : static_cast<NSObject*>(m);
     NSObject* performer = cls->alloc()->init();
     if (!performer->respondsToSelector_(sel)) {
-        std::fprintf(stderr, "vantor-admin: record action: %s has no operation %s\n", className, sel->name());
+        std::fprintf(stderr, "vantor-admin: record action: %s has no operation %s\n", className,
+                     sel->name());
         performer->release();
         return 1;
     }
@@ -426,7 +452,8 @@ int list(Session& s, VTSheet* sheet) {
     NSTableView* table = sheet->sheetTableView();
     auto* source = static_cast<VTTableDataSource*>(table ? table->dataSource() : nullptr);
     if (!source) {
-        std::fprintf(stderr, "vantor-admin: record list: the sheet '%s' has no table\n", sheet->name()->UTF8String());
+        std::fprintf(stderr, "vantor-admin: record list: the sheet '%s' has no table\n",
+                     sheet->name()->UTF8String());
         return 1;
     }
     source->filter();
@@ -436,7 +463,8 @@ int list(Session& s, VTSheet* sheet) {
         auto* record = static_cast<NSDictionary*>(shown->objectAtIndex_(r));
         std::vector<NSObject*> order;
         auto add = [&](NSObject* key) {
-            if (record->objectForKey_(key) && std::find(order.begin(), order.end(), key) == order.end())
+            if (record->objectForKey_(key) &&
+                std::find(order.begin(), order.end(), key) == order.end())
                 order.push_back(key);
         };
         NSObject* idKey = "__recordId"_ns;
@@ -493,18 +521,24 @@ int restore(Session& s, VTSheet* sheet, const char* id, const char* field, const
     char* end = nullptr;
     long n = std::strtol(entry, &end, 10);
     if (!end || *end || n < 1) {
-        std::fprintf(stderr, "vantor-admin: record restore: N must be a number from 1, as record history shows it\n");
+        std::fprintf(stderr,
+                     "vantor-admin: record restore: N must be a number from 1, as record history "
+                     "shows it\n");
         return 2;
     }
     NSString* recordId = NSString::stringWithUTF8String_(id);
     NSString* name = NSString::stringWithUTF8String_(field);
-    NSObject* value = sheet->valueOfField_ofRecordWithId_fromHistoryEntry_(name, recordId, static_cast<uint32_t>(n));
+    NSObject* value = sheet->valueOfField_ofRecordWithId_fromHistoryEntry_(
+            name, recordId, static_cast<uint32_t>(n));
     if (!value) {
-        std::fprintf(stderr, "vantor-admin: record restore: the record '%s' of the sheet '%s' has no entry %ld of '%s' in its history\n",
+        std::fprintf(stderr,
+                     "vantor-admin: record restore: the record '%s' of the sheet '%s' has no entry "
+                     "%ld of '%s' in its history\n",
                      id, sheet->name()->UTF8String(), n, field);
         return 1;
     }
-    NSMutableDictionary* values = NSDictionary::dictionaryWithObjectsAndKeys_(recordId, "__recordId"_ns, value, name, nullptr);
+    NSMutableDictionary* values = NSDictionary::dictionaryWithObjectsAndKeys_(
+            recordId, "__recordId"_ns, value, name, nullptr);
     NSString* checkedId = nullptr;
     if (!checkValues(s.workspace(), sheet, values, &checkedId)) return 1;
     return save(s, sheet, values, checkedId, false) ? 0 : 1;
@@ -517,15 +551,18 @@ int runRecord(int argc, char** argv) {
     if (!parseArguments("record", argc, argv, {{"--json", false}}, &args)) return 2;
     const std::vector<std::string>& w = args.words;
     if (w.empty())
-        return wrongUsage("record", "missing verb (set, remove, select, action, list, history, restore)", "");
+        return wrongUsage("record",
+                          "missing verb (set, remove, select, action, list, history, restore)", "");
     const std::string& verb = w[0];
-    size_t wanted = verb == "set" || verb == "list"                              ? 2
+    size_t wanted = verb == "set" || verb == "list"                             ? 2
                     : verb == "remove" || verb == "select" || verb == "history" ? 3
                     : verb == "action"                                          ? 4
                     : verb == "restore"                                         ? 5
                                                                                 : 0;
     if (wanted == 0)
-        return wrongUsage("record", "unknown verb (set, remove, select, action, list, history, restore)", verb);
+        return wrongUsage("record",
+                          "unknown verb (set, remove, select, action, list, history, restore)",
+                          verb);
     const char* needs = wanted == 2   ? "missing SHEET after"
                         : wanted == 3 ? "missing SHEET or RECORDID after"
                         : wanted == 4 ? "missing SHEET, RECORDID or CLASS after"

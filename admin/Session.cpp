@@ -46,7 +46,8 @@ bool Session::open(const char* command) {
         return false;
     }
     if (lock == VTLockFileState::Stale) {
-        std::fprintf(stderr, "vantor-admin: %s: %s\n", command, VTStaleLockMessage(holder)->UTF8String());
+        std::fprintf(stderr, "vantor-admin: %s: %s\n", command,
+                     VTStaleLockMessage(holder)->UTF8String());
         return false;
     }
     if (lock == VTLockFileState::Failed) {
@@ -65,7 +66,8 @@ bool Session::open(const char* command) {
     }
     std::string password;
     if (!givenPassword(&password)) {
-        std::fprintf(stderr, "vantor-admin: %s: no password: set VANTOR_PASSWORD or run on a terminal\n",
+        std::fprintf(stderr,
+                     "vantor-admin: %s: no password: set VANTOR_PASSWORD or run on a terminal\n",
                      command);
         return false;
     }
@@ -79,7 +81,9 @@ bool Session::open(const char* command) {
         // No configuration, a damaged user store, or a first user's row
         // that could not be stored: the workspace's log lines above say
         // which.
-        std::fprintf(stderr, "vantor-admin: %s: the installation here can't be opened (see above)\n", command);
+        std::fprintf(stderr,
+                     "vantor-admin: %s: the installation here can't be opened (see above)\n",
+                     command);
         return false;
     }
     _workspace->retain();

@@ -45,13 +45,15 @@ VTWorkspace* newInstallationWorkspace(const char* command) {
     NSArray* rows = VTWorkspace::configurationRowsFromFile_("conf/cro.vtr"_ns);
     if (!rows) {
         std::fprintf(stderr,
-                     "vantor-admin: %s: no configuration here (conf/cro.vtr or conf/conf.vtr); run it in an "
+                     "vantor-admin: %s: no configuration here (conf/cro.vtr or conf/conf.vtr); run "
+                     "it in an "
                      "installation directory\n",
                      command);
         return nullptr;
     }
     NSMutableDictionary* key = VTUserKey::discoverInDirectory_("userkey"_ns);
-    return VTWorkspace::alloc()->initWithRows_userInfo_(rows, key ? key : NSMutableDictionary::dictionary());
+    return VTWorkspace::alloc()->initWithRows_userInfo_(
+            rows, key ? key : NSMutableDictionary::dictionary());
 }
 
 namespace {
@@ -77,9 +79,11 @@ int list(VTWorkspace* w, bool json) {
             std::printf("%s\n", shown.text().c_str());
             continue;
         }
-        std::string line = std::string(sheet->name()->UTF8String()) + " \"" + sheet->title()->UTF8String() + "\" " +
+        std::string line = std::string(sheet->name()->UTF8String()) + " \"" +
+                           sheet->title()->UTF8String() + "\" " +
                            std::to_string(sheet->matrix()->numberOfRows()) + " records";
-        if (!sheet->isPrimary()) line += std::string(", records of ") + sheet->primarySourceName()->UTF8String();
+        if (!sheet->isPrimary())
+            line += std::string(", records of ") + sheet->primarySourceName()->UTF8String();
         std::printf("%s\n", line.c_str());
     }
     return status;
@@ -107,7 +111,8 @@ int dump(VTWorkspace* w, const char* name) {
         };
         put("__recordId"_ns, record->objectForKey_("__recordId"_ns));
         for (uint32_t f = 0; f < fields->count(); f++) {
-            auto* key = static_cast<NSString*>(static_cast<NSArray*>(fields->objectAtIndex_(f))->objectAtIndex_(0));
+            auto* key = static_cast<NSString*>(
+                    static_cast<NSArray*>(fields->objectAtIndex_(f))->objectAtIndex_(0));
             NSObject* value = record->objectForKey_(key);
             put(key, value ? source->resolveValue_forField_(value, key) : nullptr);
         }

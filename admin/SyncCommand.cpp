@@ -83,7 +83,8 @@ int sync(long cycles, uint32_t port, bool json) {
         if (complete && (quiet || cycles > 0)) return 0;
         if (complete) continue;
         std::fprintf(stderr,
-                     "vantor-admin: sync: the relay at %s port %u was not reached or broke off; %u delta(s) still "
+                     "vantor-admin: sync: the relay at %s port %u was not reached or broke off; %u "
+                     "delta(s) still "
                      "waiting here\n",
                      host->UTF8String(), port, waiting);
         return 1;
@@ -93,7 +94,8 @@ int sync(long cycles, uint32_t port, bool json) {
 // One line of JSON for a delta: `head` (members shown first, in order),
 // then "to", "action", "sheet", "recordId" and "fields" from the delta.
 // False when the delta has no contents dictionary to show.
-bool printDelta(FILE* out, LXDelta* delta, const std::vector<std::pair<const char*, NSObject*>>& head) {
+bool printDelta(FILE* out, LXDelta* delta,
+                const std::vector<std::pair<const char*, NSObject*>>& head) {
     NSObject* contents = NSNil(delta, &LXDelta::contents);
     if (!contents || !contents->isKindOfClass_(NSDictionary::classObject())) return false;
     auto* c = static_cast<NSDictionary*>(contents);
@@ -165,7 +167,9 @@ int refusedDeltas() {
                     {"refused", when},
                     {"from", from},
                     {"to", delta && delta->addressee() ? delta->addressee()->uniqueId() : nullptr},
-                    {"bytes", archive ? NSNumber::numberWithInt_(static_cast<int>(archive->length())) : nullptr}};
+                    {"bytes",
+                     archive ? NSNumber::numberWithInt_(static_cast<int>(archive->length()))
+                             : nullptr}};
             for (const auto& member : members) {
                 if (!member.second) continue;
                 NSString* k = NSString::stringWithUTF8String_(member.first);
@@ -173,7 +177,8 @@ int refusedDeltas() {
                 order.push_back(k);
             }
             std::string json;
-            appendJSON(&json, shown, [&](NSDictionary* d) { return d == shown ? &order : nullptr; });
+            appendJSON(&json, shown,
+                       [&](NSDictionary* d) { return d == shown ? &order : nullptr; });
             std::fprintf(session.results(), "%s\n", json.c_str());
         }
         pool->release();

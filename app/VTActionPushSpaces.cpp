@@ -26,19 +26,22 @@ void VTActionPushSpaces::perform__(NSNumber* row, NSObject* argument) {
     auto* users = static_cast<VTMatrix*>(matrixObject);
     int32_t index = row->intValue();
     if (index < 0 || static_cast<uint32_t>(index) >= users->numberOfRows()) return;
-    auto* user = static_cast<NSDictionary*>(users->allObjectsSorted()->objectAtIndex_(static_cast<uint32_t>(index)));
+    auto* user = static_cast<NSDictionary*>(
+            users->allObjectsSorted()->objectAtIndex_(static_cast<uint32_t>(index)));
 
     // The unique user string, formed as the workspace forms the others'
     // (allUsersWithUniqueID): a missing column counts as empty text.
     NSString* addressee = NSString::stringWithFormat_(
             "%s %s/%s/%s-%s", fieldText(user, "firstName"_ns), fieldText(user, "lastName"_ns),
-            fieldText(user, "orgUnit"_ns), fieldText(user, "company"_ns), fieldText(user, "__recordId"_ns));
+            fieldText(user, "orgUnit"_ns), fieldText(user, "company"_ns),
+            fieldText(user, "__recordId"_ns));
     LOG("Pushing to user: %s", addressee->UTF8String());
     NSArray* to = NSArray::arrayWithObjects_(addressee, nullptr);
 
     NSObject* workspace = users->workspace();
     NSArray* sheets = NSSend<NSArray*>(workspace, NS_SEL("listOfSheets"));
-    static const SEL synchronize = NSSelectorFromCString("synchronizeFields:ofObject:inSheet:toUsers:");
+    static const SEL synchronize =
+            NSSelectorFromCString("synchronizeFields:ofObject:inSheet:toUsers:");
     for (uint32_t s = 0, n = sheets ? sheets->count() : 0; s < n; s++) {
         NSObject* object = sheets->objectAtIndex_(s);
         if (!object->isKindOfClass_(VTSheet::classObject())) continue;
@@ -46,13 +49,16 @@ void VTActionPushSpaces::perform__(NSNumber* row, NSObject* argument) {
         if (!sheet->isPrimary() || !sheet->matrix()) continue;
         LOG("Pushing sheet: %s", sheet->name()->UTF8String());
         NSArray* descriptors = sheet->fields();
-        NSMutableArray* names = NSMutableArray::arrayWithCapacity_(descriptors->count() ? descriptors->count() : 1);
+        NSMutableArray* names =
+                NSMutableArray::arrayWithCapacity_(descriptors->count() ? descriptors->count() : 1);
         for (uint32_t f = 0, fn = descriptors->count(); f < fn; f++)
-            names->addObject_(static_cast<NSArray*>(descriptors->objectAtIndex_(f))->objectAtIndex_(0));
+            names->addObject_(
+                    static_cast<NSArray*>(descriptors->objectAtIndex_(f))->objectAtIndex_(0));
         NSArray* records = sheet->matrix()->allObjectsSorted();
         for (uint32_t r = 0; r < records->count(); r++)
-            NSSend<void>(workspace, synchronize, static_cast<NSObject*>(names), records->objectAtIndex_(r),
-                         static_cast<NSObject*>(sheet), static_cast<NSObject*>(to));
+            NSSend<void>(workspace, synchronize, static_cast<NSObject*>(names),
+                         records->objectAtIndex_(r), static_cast<NSObject*>(sheet),
+                         static_cast<NSObject*>(to));
     }
 }
 

@@ -18,7 +18,7 @@
 
 namespace {
 
-void *sInstanceHandle = nullptr;
+void* sInstanceHandle = nullptr;
 
 bool isContainerFileName(const std::string& name) {
     if (name.size() <= 5) return false;
@@ -27,10 +27,10 @@ bool isContainerFileName(const std::string& name) {
 }
 
 void showAlert(const char* titleKey, const char* textKey) {
-    NSAlert* alert =
-        NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-            VTLocalizedString(NSString::stringWithUTF8String_(titleKey)), "OK"_ns, nullptr, nullptr,
-            VTLocalizedString(NSString::stringWithUTF8String_(textKey)));
+    NSAlert* alert = NSAlert::
+            alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                    VTLocalizedString(NSString::stringWithUTF8String_(titleKey)), "OK"_ns, nullptr,
+                    nullptr, VTLocalizedString(NSString::stringWithUTF8String_(textKey)));
     alert->runModal();
 }
 
@@ -69,12 +69,14 @@ VTLockFileState VTTakeLock(std::string* holder) {
     }
     size_t digits = text.find_first_not_of("0123456789");
     std::string id = text.substr(0, digits);
-    std::string kind = digits == std::string::npos || text[digits] != ' '
-                               ? std::string()
-                               : text.substr(digits + 1, text.find_first_of("\r\n", digits + 1) - digits - 1);
+    std::string kind =
+            digits == std::string::npos || text[digits] != ' '
+                    ? std::string()
+                    : text.substr(digits + 1, text.find_first_of("\r\n", digits + 1) - digits - 1);
     if (id.empty() || id.size() > 10) id.clear();
     if (holder) *holder = id;
-    if (!id.empty() && kind == vtProcessIdKind() && !vtProcessIsRunning(std::stoll(id))) return VTLockFileState::Stale;
+    if (!id.empty() && kind == vtProcessIdKind() && !vtProcessIsRunning(std::stoll(id)))
+        return VTLockFileState::Stale;
     return VTLockFileState::Running;
 }
 
@@ -123,16 +125,19 @@ bool takeLockOrRefuse() {
             showAlert("error", "alreadyrunning");
             return false;
         case VTLockFileState::Stale:
-            NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-                    VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, VTStaleLockMessage(holder))
-                    ->runModal();
+            NSAlert::
+                    alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
+                            VTStaleLockMessage(holder))
+                            ->runModal();
             return false;
         case VTLockFileState::Failed:
             // An operator's matter, like a missing configuration: English.
-            NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-                    VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
-                    "vantor.lock can't be created in the working directory."_ns)
-                    ->runModal();
+            NSAlert::
+                    alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
+                            "vantor.lock can't be created in the working directory."_ns)
+                            ->runModal();
             return false;
     }
     return false;
@@ -167,7 +172,8 @@ int VTClientMain(void* instanceHandle) {
 
     // The workspace: configuration, sheets and their records, and the
     // first user row on an empty user sheet.
-    Ref<VTWorkspace> workspace = retainRef(VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, userKey));
+    Ref<VTWorkspace> workspace =
+            retainRef(VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, userKey));
     if (!workspace) {
         // The workspace has logged and shown why (no data folder, a damaged
         // user store, no configuration).
@@ -181,6 +187,7 @@ int VTClientMain(void* instanceHandle) {
             sheet->matrix()->numberOfRows());
     }
 
-    LOG("start-up ends after the workspace: the login window and the main window are not built yet");
+    LOG("start-up ends after the workspace: the login window and the main window are not built "
+        "yet");
     return 0;
 }

@@ -13,10 +13,10 @@ constexpr const char* kVTLockFile = "vantor.lock";
 
 // Answers of VTTakeLock.
 enum class VTLockFileState {
-    Taken,     // this process holds the lock now
-    Running,   // another process holds it (or the file names none that can be checked from here)
-    Stale,     // the process that made it no longer runs; the file stays until someone removes it
-    Failed,    // the file could not be made (no permission, say)
+    Taken,    // this process holds the lock now
+    Running,  // another process holds it (or the file names none that can be checked from here)
+    Stale,    // the process that made it no longer runs; the file stays until someone removes it
+    Failed,   // the file could not be made (no permission, say)
 };
 
 // Takes the lock of the working directory: creates vantor.lock in one step

@@ -26,11 +26,13 @@ const Row kRows[] = {
          "An instance of this application is already running in the same working directory.",
          "Eine Instanz der Anwendung läuft noch.", "Instance této aplikace již běží."},
         {"stalelock",
-         "The lock file vantor.lock was left behind by process %s, which no longer runs. If nothing else "
+         "The lock file vantor.lock was left behind by process %s, which no longer runs. If "
+         "nothing else "
          "works in this directory, delete vantor.lock and start again.",
          "Die Sperrdatei vantor.lock stammt vom Prozess %s, der nicht mehr läuft. Wenn in diesem "
          "Verzeichnis nichts anderes arbeitet, löschen Sie vantor.lock und starten Sie erneut.",
-         "Zamykací soubor vantor.lock zanechal proces %s, který již neběží. Pokud v tomto adresáři nic "
+         "Zamykací soubor vantor.lock zanechal proces %s, který již neběží. Pokud v tomto adresáři "
+         "nic "
          "jiného nepracuje, smažte vantor.lock a spusťte aplikaci znovu."},
         {"novuk", "no user unique ID", "Kein Benützerschlüssel gefunden",
          "Nenalezen uživatelský klíč"},
@@ -56,12 +58,15 @@ const Row kRows[] = {
          "Neznámá tabulka. Ignorovat deltu?"},
         {"nouserrow_error", "No match between user key and database.",
          "Falscher Benützerschlüssel.", "Nesprávný uživatelský klíč."},
-        {"savefailed", "The change could not be saved: the data of this sheet is damaged or the disk is full.",
-         "Die Änderung konnte nicht gespeichert werden: die Daten dieser Tabelle sind beschädigt oder der "
+        {"savefailed",
+         "The change could not be saved: the data of this sheet is damaged or the disk is full.",
+         "Die Änderung konnte nicht gespeichert werden: die Daten dieser Tabelle sind beschädigt "
+         "oder der "
          "Datenträger ist voll.",
          "Změnu nelze uložit: data této tabulky jsou poškozena nebo je disk plný."},
         {"userdamaged", "The user data (data/user) is damaged. Please restore it from a backup.",
-         "Die Benützerdaten (data/user) sind beschädigt. Bitte stellen Sie sie aus einer Sicherung wieder her.",
+         "Die Benützerdaten (data/user) sind beschädigt. Bitte stellen Sie sie aus einer Sicherung "
+         "wieder her.",
          "Uživatelská data (data/user) jsou poškozena. Obnovte je prosím ze zálohy."},
         {"nodatafolder", "The data folder (data/) is missing.", "Der Datenordner (data/) fehlt.",
          "Složka s daty (data/) chybí."},

@@ -10,7 +10,6 @@
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
 
-
 bool VTUserKey::isKeyFileName_(NSString* name) {
     if (!name) return false;
     std::string text = name->UTF8String();
@@ -18,9 +17,11 @@ bool VTUserKey::isKeyFileName_(NSString* name) {
 }
 
 NSString* VTUserKey::fileNameForFirstName_lastName_orgUnit_company_(NSString* first, NSString* last,
-                                                                     NSString* unit, NSString* company) {
+                                                                    NSString* unit,
+                                                                    NSString* company) {
     auto text = [](NSString* s) { return s ? s->UTF8String() : ""; };
-    return NSString::stringWithFormat_("%s_%s__%s__%s.vuk", text(first), text(last), text(unit), text(company));
+    return NSString::stringWithFormat_("%s_%s__%s__%s.vuk", text(first), text(last), text(unit),
+                                       text(company));
 }
 
 NSMutableDictionary* VTUserKey::userKeyWithContentsOfFile_(NSString* path) {
@@ -49,9 +50,11 @@ NSMutableDictionary* VTUserKey::discoverInDirectory_(NSString* directory) {
     if (!directory || !vtListDirectory(directory->UTF8String(), &names)) return nullptr;
     for (const std::string& name : names) {
         if (!isKeyFileName_(NSString::stringWithUTF8String_(name.c_str()))) continue;
-        NSString* path = NSString::stringWithFormat_("%s/%s", directory->UTF8String(), name.c_str());
+        NSString* path =
+                NSString::stringWithFormat_("%s/%s", directory->UTF8String(), name.c_str());
         NSMutableDictionary* key = userKeyWithContentsOfFile_(path);
-        if (key && !key->objectForKey_("UniqueID"_ns)) LOG("%s", VTLocalizedString("novuk"_ns)->UTF8String());
+        if (key && !key->objectForKey_("UniqueID"_ns))
+            LOG("%s", VTLocalizedString("novuk"_ns)->UTF8String());
         return key;
     }
     return nullptr;

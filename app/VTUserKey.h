@@ -20,7 +20,8 @@ public:
     // The generator's file name for an identity:
     // "<first>_<last>__<unit>__<company>.vuk".
     static NSString* fileNameForFirstName_lastName_orgUnit_company_(NSString* first, NSString* last,
-                                                                   NSString* unit, NSString* company);
+                                                                    NSString* unit,
+                                                                    NSString* company);
     // The key in one file, as a new autoreleased mutable dictionary (the
     // first-user step writes into it); nil when the file is missing or does
     // not decode to a key. See VTUserKey.cpp for what counts as a key.

@@ -30,19 +30,22 @@ bool isCommentRow(NSObject* row) {
 NSString* textOfFile(NSString* path) {
     NSData* bytes = NSData::dataWithContentsOfFile_(path);
     void* raw = bytes->bytes();
-    NSString* text =
-            NSAutorelease(NSString::alloc()->initWithBytes_length_(static_cast<const char*>(raw), bytes->length()));
+    NSString* text = NSAutorelease(NSString::alloc()->initWithBytes_length_(
+            static_cast<const char*>(raw), bytes->length()));
     std::free(raw);
     return text;
 }
 
 void showErrorText(NSString* text) {
-    NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, text)
-            ->runModal();
+    NSAlert::
+            alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                    VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, text)
+                    ->runModal();
 }
 
-void showErrorAlert(const char* key) { showErrorText(VTLocalizedString(NSString::stringWithUTF8String_(key))); }
+void showErrorAlert(const char* key) {
+    showErrorText(VTLocalizedString(NSString::stringWithUTF8String_(key)));
+}
 
 NSString* stringValue(NSDictionary* record, NSString* key) {
     NSObject* value = record ? record->objectForKey_(key) : nullptr;
@@ -110,7 +113,8 @@ VTWorkspace* VTWorkspace::workspaceWithFile_userInfo_(NSString* path, NSDictiona
 bool VTWorkspace::setUp(NSDictionary* userInfo) {
     NSObject::init();
     _containerForSeen.adopt(LXContainer::alloc()->initWithName_("_seen_"_ns));
-    _sheets.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(16)));
+    _sheets.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(16)));
     _listOfSheets.adopt(NSMutableArray::alloc()->initWithCapacity_(16));
     _userInfo.set(userInfo);
     return true;
@@ -138,9 +142,10 @@ VTWorkspace* VTWorkspace::initWithFile_userInfo_(NSString* path, NSDictionary* u
     // no text for this operator's mistake, so the message is English like
     // the log.
     if (!rows) {
-        LOG("no configuration: neither %s nor a readable %s", path ? path->UTF8String() : "(no source)",
-            compiledConfigurationPath()->UTF8String());
-        showErrorText("No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or unreadable."_ns);
+        LOG("no configuration: neither %s nor a readable %s",
+            path ? path->UTF8String() : "(no source)", compiledConfigurationPath()->UTF8String());
+        showErrorText(
+                "No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or unreadable."_ns);
         release();
         return nullptr;
     }
@@ -203,11 +208,13 @@ void VTWorkspace::renderForms() {
     // render:: may add records elsewhere, never here; still, walk a copy.
     NSArray* walk = NSMutableArray::arrayWithArray_(records);
     for (uint32_t row = 0, n = walk->count(); row < n; row++) {
-        NSString* status = stringValue(static_cast<NSDictionary*>(walk->objectAtIndex_(row)), "status"_ns);
+        NSString* status =
+                stringValue(static_cast<NSDictionary*>(walk->objectAtIndex_(row)), "status"_ns);
         if (!status || !status->isEqual_("released"_ns)) continue;
-        NSObject* sheet = NSSend<NSObject*>(action, NS_SEL("render::"),
-                                            static_cast<NSObject*>(NSNumber::numberWithInt_(static_cast<int>(row))),
-                                            static_cast<NSObject*>(forms));
+        NSObject* sheet = NSSend<NSObject*>(
+                action, NS_SEL("render::"),
+                static_cast<NSObject*>(NSNumber::numberWithInt_(static_cast<int>(row))),
+                static_cast<NSObject*>(forms));
         NSObject* name = NSSend<NSObject*>(sheet, NS_SEL("name"));
         if (!sheet || !name) continue;
         _sheets->setObject_forKey_(sheet, name);
@@ -240,7 +247,8 @@ bool VTWorkspace::firstUserStep() {
         NSString* name = stringValue(record, "name"_ns);
         NSObject* id = record->objectForKey_("__recordId"_ns);
         if (!name || !id) continue;
-        if (name->isEqual_("Admins"_ns) || name->isEqual_("Designers"_ns)) adminGroups->addObject_(id);
+        if (name->isEqual_("Admins"_ns) || name->isEqual_("Designers"_ns))
+            adminGroups->addObject_(id);
         if (name->isEqual_("All"_ns)) allGroups->addObject_(id);
     }
 
@@ -250,9 +258,11 @@ bool VTWorkspace::firstUserStep() {
     // question ends the run with the nouserrow alert.
     NSString* userId = currentUserId();
     NSMutableArray* parts = userId ? userId->componentsSeparatedByString_("/"_ns) : nullptr;
-    NSMutableArray* words = parts ? static_cast<NSString*>(parts->objectAtIndex_(0))->split() : nullptr;
+    NSMutableArray* words =
+            parts ? static_cast<NSString*>(parts->objectAtIndex_(0))->split() : nullptr;
     if (!parts || parts->count() < 3 || words->count() < 2) {
-        LOG("first user: user id '%s' is not of the form 'First Last/Unit/Company'; no user row written",
+        LOG("first user: user id '%s' is not of the form 'First Last/Unit/Company'; no user row "
+            "written",
             userId ? userId->UTF8String() : "");
         return true;
     }
@@ -267,11 +277,13 @@ bool VTWorkspace::firstUserStep() {
     users->setValue_inRow_column_(company, 0, "company"_ns);
     users->setValue_inRow_column_(unit, 0, "orgUnit"_ns);
     users->setValue_inRow_column_("manager"_ns, 0, "role"_ns);
-    Ref<NSString> freshId = retainRef(static_cast<NSString*>(users->valueInRow_column_(0, "__recordId"_ns)));
+    Ref<NSString> freshId =
+            retainRef(static_cast<NSString*>(users->valueInRow_column_(0, "__recordId"_ns)));
     NSObject* uniqueId = _userInfo ? _userInfo->objectForKey_("UniqueID"_ns) : nullptr;
     if (!firstAdmin && uniqueId) users->setValue_inRow_column_(uniqueId, 0, "__recordId"_ns);
-    users->setValue_inRow_column_((firstAdmin ? adminGroups : allGroups)->componentsJoinedByString_(" "_ns), 0,
-                                  "groups"_ns);
+    users->setValue_inRow_column_(
+            (firstAdmin ? adminGroups : allGroups)->componentsJoinedByString_(" "_ns), 0,
+            "groups"_ns);
     if (!users->commitTransaction_(false)) {
         // The matrix is empty again; with no row stored, the key keeps the
         // identity it had.
@@ -295,7 +307,8 @@ bool VTWorkspace::firstUserStep() {
         NSObject* recordId = users->valueInRow_column_(0, "__recordId"_ns);
         if (key && key->isKindOfClass_(NSMutableDictionary::classObject())) {
             key->setObject_forKey_(recordId, "UniqueID"_ns);
-            if (!VTUserKey::writeUserKey_toFile_(key, "userkey/admin.vuk"_ns)) LOG("cannot write userkey/admin.vuk");
+            if (!VTUserKey::writeUserKey_toFile_(key, "userkey/admin.vuk"_ns))
+                LOG("cannot write userkey/admin.vuk");
         }
     }
     return true;
@@ -314,11 +327,14 @@ void VTWorkspace::refreshSheetsExceptThisOne_(NSObject* sheet) {
 
 NSMutableDictionary* VTWorkspace::setsForSeen() {
     if (_setsForSeen) return _setsForSeen;
-    NSMutableArray* stored = _containerForSeen ? _containerForSeen->query_(NSMutableDictionary::classObject()) : nullptr;
+    NSMutableArray* stored = _containerForSeen
+                                     ? _containerForSeen->query_(NSMutableDictionary::classObject())
+                                     : nullptr;
     if (stored && stored->count() > 0) {
         _setsForSeen.set(static_cast<NSMutableDictionary*>(stored->objectAtIndex_(0)));
     } else {
-        _setsForSeen.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(16)));
+        _setsForSeen.adopt(static_cast<NSMutableDictionary*>(
+                NSMutableDictionary::alloc()->initWithCapacity_(16)));
     }
     return _setsForSeen;
 }
@@ -337,7 +353,9 @@ void VTWorkspace::saveSetsForSeen() {
     if (_containerForSeen) _containerForSeen->set_(setsForSeen());
 }
 
-void VTWorkspace::menuFileQuit_(NSObject*) { NSApplication::sharedApplication()->terminate_(nullptr); }
+void VTWorkspace::menuFileQuit_(NSObject*) {
+    NSApplication::sharedApplication()->terminate_(nullptr);
+}
 
 void VTWorkspace::commitFailedInSheet_(NSObject* sheet) {
     NSObject* name = NSSend<NSObject*>(sheet, NS_SEL("name"));

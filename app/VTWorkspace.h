@@ -113,8 +113,8 @@ public:
     // One set delta for each other user.
     void synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record, NSObject* sheet);
     // One set delta for each unique user string of `users`.
-    void synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, NSObject* record, NSObject* sheet,
-                                                     NSArray* users);
+    void synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, NSObject* record,
+                                                     NSObject* sheet, NSArray* users);
     // One delete delta for each other user, with the removal's version
     // when the sheet's matrix keeps the record's tombstone.
     void synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId, NSObject* sheet);

@@ -13,7 +13,8 @@
 namespace {
 
 NSString* stringValue(NSDictionary* record, const char* key) {
-    NSObject* value = record ? record->objectForKey_(NSString::stringWithUTF8String_(key)) : nullptr;
+    NSObject* value =
+            record ? record->objectForKey_(NSString::stringWithUTF8String_(key)) : nullptr;
     return value ? static_cast<NSString*>(value->description()) : nullptr;
 }
 
@@ -23,11 +24,14 @@ const char* text(NSString* s) { return s ? s->UTF8String() : ""; }
 // empty text.
 NSString* userIdOf(NSDictionary* record) {
     return NSString::stringWithFormat_("%s %s/%s/%s", text(stringValue(record, "firstName")),
-                                       text(stringValue(record, "lastName")), text(stringValue(record, "orgUnit")),
+                                       text(stringValue(record, "lastName")),
+                                       text(stringValue(record, "orgUnit")),
                                        text(stringValue(record, "company")));
 }
 
-bool equalText(NSString* value, NSString* wanted) { return value && wanted && value->isEqual_(wanted); }
+bool equalText(NSString* value, NSString* wanted) {
+    return value && wanted && value->isEqual_(wanted);
+}
 
 NSMutableArray* withoutEntriesEqualTo(NSArray* all, NSString* excluded) {
     NSMutableArray* result = NSMutableArray::arrayWithCapacity_(all->count() ? all->count() : 1);
@@ -47,8 +51,9 @@ NSString* VTWorkspace::currentUserId() {
 
 NSString* VTWorkspace::currentUserUniqueId() {
     NSObject* unique = _userInfo ? _userInfo->objectForKey_("UniqueID"_ns) : nullptr;
-    return NSString::stringWithFormat_("%s-%s", text(currentUserId()),
-                                       unique ? static_cast<NSString*>(unique->description())->UTF8String() : "");
+    return NSString::stringWithFormat_(
+            "%s-%s", text(currentUserId()),
+            unique ? static_cast<NSString*>(unique->description())->UTF8String() : "");
 }
 
 NSMutableArray* VTWorkspace::allUsers() {
@@ -72,7 +77,9 @@ NSMutableArray* VTWorkspace::allUsersWithUniqueID() {
     return result;
 }
 
-NSMutableArray* VTWorkspace::allOtherUsers() { return withoutEntriesEqualTo(allUsers(), currentUserId()); }
+NSMutableArray* VTWorkspace::allOtherUsers() {
+    return withoutEntriesEqualTo(allUsers(), currentUserId());
+}
 
 NSMutableArray* VTWorkspace::allOtherUsersWithUniqueID() {
     return withoutEntriesEqualTo(allUsersWithUniqueID(), currentUserUniqueId());
@@ -84,23 +91,28 @@ int32_t VTWorkspace::currentUserRow() {
     if (parts && parts->count() >= 3) {
         NSMutableArray* words = static_cast<NSString*>(parts->objectAtIndex_(0))->split();
         NSString* first = static_cast<NSString*>(words->objectAtIndex_(0));
-        NSString* last = words->count() > 1 ? static_cast<NSString*>(words->objectAtIndex_(1)) : nullptr;
+        NSString* last =
+                words->count() > 1 ? static_cast<NSString*>(words->objectAtIndex_(1)) : nullptr;
         NSString* unit = static_cast<NSString*>(parts->objectAtIndex_(1));
         NSString* company = static_cast<NSString*>(parts->objectAtIndex_(2));
         VTMatrix* users = matrixNamed("user");
         NSArray* rows = users ? users->allObjectsSorted() : nullptr;
         for (uint32_t i = 0, n = rows ? rows->count() : 0; i < n; i++) {
             auto* record = static_cast<NSDictionary*>(rows->objectAtIndex_(i));
-            if (equalText(stringValue(record, "firstName"), first) && equalText(stringValue(record, "lastName"), last) &&
-                equalText(stringValue(record, "orgUnit"), unit) && equalText(stringValue(record, "company"), company))
+            if (equalText(stringValue(record, "firstName"), first) &&
+                equalText(stringValue(record, "lastName"), last) &&
+                equalText(stringValue(record, "orgUnit"), unit) &&
+                equalText(stringValue(record, "company"), company))
                 return static_cast<int32_t>(i);
         }
     }
     // No row carries the identity of the key: the user is unknown here, or
     // their row has gone or changed since the last question.
-    NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-            VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr, VTLocalizedString("nouserrow_error"_ns))
-            ->runModal();
+    NSAlert::
+            alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                    VTLocalizedString("error"_ns), "OK"_ns, nullptr, nullptr,
+                    VTLocalizedString("nouserrow_error"_ns))
+                    ->runModal();
     NSApplication::sharedApplication()->terminate_(nullptr);
     return -1;
 }
@@ -123,7 +135,8 @@ NSMutableArray* VTWorkspace::currentUserGroups() {
     NSMutableArray* ids = value ? static_cast<NSString*>(value->description())->split() : nullptr;
     for (uint32_t i = 0, n = ids ? ids->count() : 0; i < n; i++) {
         // An id whose group has been removed is passed over.
-        NSMutableDictionary* group = groups->objectWithRecordId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
+        NSMutableDictionary* group =
+                groups->objectWithRecordId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
         NSObject* name = group ? group->objectForKey_("name"_ns) : nullptr;
         if (name) names->addObject_(name);
     }
@@ -138,12 +151,15 @@ NSMutableSet* VTWorkspace::rolesForCurrentUser() {
     if (!groups || !roleMatrix) return roles;
     for (uint32_t g = 0, gn = groupNames->count(); g < gn; g++) {
         // Records of one name pool their roles.
-        NSMutableArray* records = groups->objectsWithValue_inColumn_(groupNames->objectAtIndex_(g), "name"_ns);
+        NSMutableArray* records =
+                groups->objectsWithValue_inColumn_(groupNames->objectAtIndex_(g), "name"_ns);
         for (uint32_t r = 0, rn = records->count(); r < rn; r++) {
-            NSString* roleIds = stringValue(static_cast<NSDictionary*>(records->objectAtIndex_(r)), "roles");
+            NSString* roleIds =
+                    stringValue(static_cast<NSDictionary*>(records->objectAtIndex_(r)), "roles");
             NSMutableArray* ids = roleIds ? roleIds->split() : nullptr;
             for (uint32_t i = 0, n = ids ? ids->count() : 0; i < n; i++) {
-                NSMutableDictionary* role = roleMatrix->objectWithRecordId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
+                NSMutableDictionary* role = roleMatrix->objectWithRecordId_(
+                        static_cast<NSString*>(ids->objectAtIndex_(i)));
                 NSObject* name = role ? role->objectForKey_("name"_ns) : nullptr;
                 if (name) roles->addObject_(name);
             }
@@ -164,13 +180,17 @@ bool VTWorkspace::currentUserCanDoAction_inSheet_(NSString* action, VTSheet* she
     return allowed->intersectsSet_(roles);
 }
 
-bool VTWorkspace::currentUserCanUpdate_(VTSheet* sheet) { return currentUserCanDoAction_inSheet_("update"_ns, sheet); }
+bool VTWorkspace::currentUserCanUpdate_(VTSheet* sheet) {
+    return currentUserCanDoAction_inSheet_("update"_ns, sheet);
+}
 
 bool VTWorkspace::currentUserCanUpdateOwn_(VTSheet* sheet) {
     return currentUserCanDoAction_inSheet_("updateown"_ns, sheet);
 }
 
-bool VTWorkspace::currentUserCanRemove_(VTSheet* sheet) { return currentUserCanDoAction_inSheet_("remove"_ns, sheet); }
+bool VTWorkspace::currentUserCanRemove_(VTSheet* sheet) {
+    return currentUserCanDoAction_inSheet_("remove"_ns, sheet);
+}
 
 bool VTWorkspace::currentUserCanRemoveOwn_(VTSheet* sheet) {
     return currentUserCanDoAction_inSheet_("removeown"_ns, sheet);
@@ -184,8 +204,8 @@ bool VTWorkspace::currentUserCanDeposit_(VTSheet* sheet) {
 }
 
 bool VTWorkspace::currentUserCanRead_(VTSheet* sheet) {
-    return currentUserCanDeposit_(sheet) || currentUserCanRemove_(sheet) || currentUserCanRemoveOwn_(sheet) ||
-           currentUserCanDoAction_inSheet_("read"_ns, sheet);
+    return currentUserCanDeposit_(sheet) || currentUserCanRemove_(sheet) ||
+           currentUserCanRemoveOwn_(sheet) || currentUserCanDoAction_inSheet_("read"_ns, sheet);
 }
 
 bool VTWorkspace::currentUserCanSee_(VTSheet* sheet) {

@@ -87,7 +87,9 @@ LXPool* VTWorkspace::replicationPool() {
     // joinTransceiver, which registers it for incoming deltas, makes the
     // workspace its delegate (the pool retains its delegate, so a pool made
     // here doesn't tie the workspace's life to itself).
-    if (!_pool) _pool.adopt(LXPool::alloc()->initWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)));
+    if (!_pool)
+        _pool.adopt(LXPool::alloc()->initWithName_(
+                NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)));
     return static_cast<LXPool*>(_pool.get());
 }
 
@@ -109,12 +111,13 @@ void VTWorkspace::startTransceiver() {
     LXTransceiver::defaultTransceiver()->startWithHost_(joinTransceiver());
 }
 
-void VTWorkspace::synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record, NSObject* sheet) {
+void VTWorkspace::synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record,
+                                                      NSObject* sheet) {
     synchronizeFields_ofObject_inSheet_toUsers_(fields, record, sheet, allOtherUsersWithUniqueID());
 }
 
-void VTWorkspace::synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, NSObject* record, NSObject* sheet,
-                                                              NSArray* users) {
+void VTWorkspace::synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, NSObject* record,
+                                                              NSObject* sheet, NSArray* users) {
     NSString* sheetName = NSSend<NSString*>(sheet, NS_SEL("name"));
     if (!record || !sheetName || !users || users->count() == 0) return;
     if (!fields) fields = NSMutableArray::array();
@@ -123,8 +126,10 @@ void VTWorkspace::synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, N
     PostBatch batch;
     for (uint32_t i = 0, n = users->count(); i < n; i++) {
         NSMutableDictionary* contents = NSDictionary::dictionaryWithObjectsAndKeys_(
-                "set"_ns, "action"_ns, fields, "fields"_ns, sheetName, "sheet"_ns, record, "object"_ns, nullptr);
-        LXUser* addressee = LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
+                "set"_ns, "action"_ns, fields, "fields"_ns, sheetName, "sheet"_ns, record,
+                "object"_ns, nullptr);
+        LXUser* addressee =
+                LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
         // postTo: stores the delta for the transceiver's next cycle; it
         // refuses (with its log line) an addressee equal to the sender.
         LXDelta::deltaWithPool_sender_contents_(pool, sender, contents)->postTo_(addressee);
@@ -152,7 +157,8 @@ void VTWorkspace::synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId,
         NSMutableDictionary* contents = NSDictionary::dictionaryWithObjectsAndKeys_(
                 "delete"_ns, "action"_ns, sheetName, "sheet"_ns, recordId, "objectId"_ns, nullptr);
         if (version) contents->setObject_forKey_(version, "version"_ns);
-        LXUser* addressee = LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
+        LXUser* addressee =
+                LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
         LXDelta::deltaWithPool_sender_contents_(pool, sender, contents)->postTo_(addressee);
     }
 }
@@ -161,8 +167,9 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
     NSObject* raw = delta ? delta->contents() : nullptr;
     // Contents that are not a dictionary name no sheet, and are treated as
     // a delta for an unknown sheet.
-    NSDictionary* contents = raw && raw->isKindOfClass_(NSDictionary::classObject()) ? static_cast<NSDictionary*>(raw)
-                                                                                    : nullptr;
+    NSDictionary* contents = raw && raw->isKindOfClass_(NSDictionary::classObject())
+                                     ? static_cast<NSDictionary*>(raw)
+                                     : nullptr;
     NSObject* action = contents ? contents->objectForKey_("action"_ns) : nullptr;
     NSObject* sheetName = contents ? contents->objectForKey_("sheet"_ns) : nullptr;
     NSObject* sheet = sheetName ? _sheets->objectForKey_(sheetName) : nullptr;
@@ -171,8 +178,8 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
         LOG("could not find sheet '%s'", textOf(sheetName));
         // OK drops the delta; Cancel leaves it at the relay, and the
         // question comes again in the next cycle.
-        NSAlert* alert =
-                NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+        NSAlert* alert = NSAlert::
+                alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
                         VTLocalizedString("error"_ns), "OK"_ns, "Cancel"_ns, nullptr,
                         VTLocalizedString("unknownsheet"_ns));
         return alert->runModal() == 1;
@@ -194,16 +201,20 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
         // back the class that was archived: a record archived from a matrix
         // is mutable already, one archived as a plain NSDictionary (by
         // another writer of deltas) is copied.
-        NSMutableDictionary* object = given->isKindOfClass_(NSMutableDictionary::classObject())
-                                              ? static_cast<NSMutableDictionary*>(given)
-                                              : static_cast<NSMutableDictionary*>(NSAutorelease(given->mutableCopy()));
+        NSMutableDictionary* object =
+                given->isKindOfClass_(NSMutableDictionary::classObject())
+                        ? static_cast<NSMutableDictionary*>(given)
+                        : static_cast<NSMutableDictionary*>(NSAutorelease(given->mutableCopy()));
         if (sheet->respondsToSelector_(NS_SEL("didReceiveDelta:")))
-            NSSend<void>(sheet, NS_SEL("didReceiveDelta:"), static_cast<NSObject*>(NSRetain(object)));
+            NSSend<void>(sheet, NS_SEL("didReceiveDelta:"),
+                         static_cast<NSObject*>(NSRetain(object)));
         // A delta whose change didn't reach the disk is refused: it stays at
         // the relay and comes again in the next cycle, when the store may
         // be whole again.
-        if (!NSSend<bool>(sheet, NS_SEL("updateFields:ofObject:remote:"), fields, static_cast<NSObject*>(object), true)) {
-            LOG("incoming change for sheet '%s' not stored; the delta stays at the relay", textOf(sheetName));
+        if (!NSSend<bool>(sheet, NS_SEL("updateFields:ofObject:remote:"), fields,
+                          static_cast<NSObject*>(object), true)) {
+            LOG("incoming change for sheet '%s' not stored; the delta stays at the relay",
+                textOf(sheetName));
             return false;
         }
         // At most one beep per interval, however many deltas a cycle brings.
@@ -212,16 +223,18 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
             _lastSyncBeep.set(NSDate::date());
         }
         if (sheet->respondsToSelector_(NS_SEL("didProcessDelta:")))
-            NSSend<void>(sheet, NS_SEL("didProcessDelta:"), static_cast<NSObject*>(NSRetain(object)));
+            NSSend<void>(sheet, NS_SEL("didProcessDelta:"),
+                         static_cast<NSObject*>(NSRetain(object)));
         return true;
     }
 
     if (action && action->isEqual_("delete"_ns)) {
         NSObject* version = contents->objectForKey_("version"_ns);
         if (version && !version->isKindOfClass_(NSString::classObject())) version = nullptr;
-        if (!NSSend<bool>(sheet, NS_SEL("updateDeletionOfObjectWithId:version:"), contents->objectForKey_("objectId"_ns),
-                          version)) {
-            LOG("incoming removal for sheet '%s' not stored; the delta stays at the relay", textOf(sheetName));
+        if (!NSSend<bool>(sheet, NS_SEL("updateDeletionOfObjectWithId:version:"),
+                          contents->objectForKey_("objectId"_ns), version)) {
+            LOG("incoming removal for sheet '%s' not stored; the delta stays at the relay",
+                textOf(sheetName));
             return false;
         }
         return true;
@@ -235,11 +248,11 @@ bool VTWorkspace::processDelta_(LXDelta* delta) {
 // or 0: performSelector:withObject: (how the transceiver asks) answers a
 // non-nil object exactly for true.
 NS_EXTEND_CLASS(VTWorkspace, Sync)
-    NS_METHOD(processDelta_)
-    NS_METHOD(synchronizeFields_ofObject_inSheet_)
-    NS_METHOD(synchronizeFields_ofObject_inSheet_toUsers_)
-    NS_METHOD(synchronizeDeletionOfObjectWithId_inSheet_)
-    NS_METHOD(keepsRecordVersions)
-    NS_METHOD(startTransceiver)
-    NS_METHOD(joinTransceiver)
+NS_METHOD(processDelta_)
+NS_METHOD(synchronizeFields_ofObject_inSheet_)
+NS_METHOD(synchronizeFields_ofObject_inSheet_toUsers_)
+NS_METHOD(synchronizeDeletionOfObjectWithId_inSheet_)
+NS_METHOD(keepsRecordVersions)
+NS_METHOD(startTransceiver)
+NS_METHOD(joinTransceiver)
 NS_EXTEND_END

@@ -60,5 +60,6 @@ void writeContainerInBulk(const std::string& stem, int n, Make make) {
     index->setObject_forKeyPath_(positions, "objects.pos"_ns);
     index->setObject_forKeyPath_(lengths, "objects.length"_ns);
     index->setObject_forKeyPath_(ids, "types.NSMutableDictionary"_ns);
-    NSArchiver::archiveRootObject_toFile_(index, NSString::stringWithUTF8String_((stem + ".vci").c_str()));
+    NSArchiver::archiveRootObject_toFile_(index,
+                                          NSString::stringWithUTF8String_((stem + ".vci").c_str()));
 }

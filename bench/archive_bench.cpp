@@ -22,12 +22,14 @@
 namespace {
 
 NSMutableDictionary* record() {
-    static const char* fields[12] = {"firstName", "lastName", "street", "city",  "zip",     "country",
-                                     "phone",     "mobile",   "email",  "title", "company", "notes"};
+    static const char* fields[12] = {"firstName", "lastName", "street",  "city",
+                                     "zip",       "country",  "phone",   "mobile",
+                                     "email",     "title",    "company", "notes"};
     NSMutableDictionary* d = NSMutableDictionary::dictionaryWithCapacity_(14);
     for (int i = 0; i < 12; i++) {
-        d->setObject_forKey_(NSString::stringWithFormat_("value of %s, a text of some length", fields[i]),
-                             NSString::stringWithUTF8String_(fields[i]));
+        d->setObject_forKey_(
+                NSString::stringWithFormat_("value of %s, a text of some length", fields[i]),
+                NSString::stringWithUTF8String_(fields[i]));
     }
     d->setObject_forKey_(NSDate::dateWithString_("2024-01-31 09:30:00 +0100"_ns), "created"_ns);
     d->setObject_forKey_(NSDate::dateWithString_("2024-02-29 17:45:12 +0100"_ns), "modified"_ns);

@@ -16,7 +16,7 @@
 #include "foundation/Foundation.h"
 
 NS_EXTEND_CLASS(NSString, CollectionsBench)
-    NS_METHOD_NAMED("benchCompare:", compare_)
+NS_METHOD_NAMED("benchCompare:", compare_)
 NS_EXTEND_END
 
 namespace {
@@ -30,7 +30,8 @@ const std::vector<NSString*>& keys() {
         std::mt19937 random(42);
         char buffer[32];
         for (int i = 0; i < kKeys; i++) {
-            std::snprintf(buffer, sizeof buffer, "rec-%u-%d", static_cast<unsigned>(random() % 100000), i);
+            std::snprintf(buffer, sizeof buffer, "rec-%u-%d",
+                          static_cast<unsigned>(random() % 100000), i);
             k.push_back(NSString::alloc()->initWithUTF8String_(buffer));
         }
         return k;
@@ -39,7 +40,8 @@ const std::vector<NSString*>& keys() {
 }
 
 NSMutableDictionary* filled(uint32_t buckets) {
-    auto* d = static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(buckets));
+    auto* d = static_cast<NSMutableDictionary*>(
+            NSMutableDictionary::alloc()->initWithCapacity_(buckets));
     for (NSString* k : keys()) d->setObject_forKey_(k, k);
     return d;
 }
@@ -95,7 +97,9 @@ void sortStrings(benchmark::State& state, SEL comparator) {
 }
 
 void BM_SortStrings(benchmark::State& state) { sortStrings(state, NS_SEL("compare:")); }
-void BM_SortStringsExchange(benchmark::State& state) { sortStrings(state, NS_SEL("benchCompare:")); }
+void BM_SortStringsExchange(benchmark::State& state) {
+    sortStrings(state, NS_SEL("benchCompare:"));
+}
 
 }  // namespace
 

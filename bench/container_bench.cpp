@@ -66,16 +66,19 @@ struct Texts {
 };
 
 Texts textsOf(int i) {
-    static const char* const kWords[] = {"Novak", "Dvorak", "Svoboda", "Cerny", "Prochazka", "Kucera",
-                                         "Vesely", "Horak", "Nemec", "Pokorny", "Marek", "Pospisil"};
+    static const char* const kWords[] = {"Novak",     "Dvorak",  "Svoboda", "Cerny",
+                                         "Prochazka", "Kucera",  "Vesely",  "Horak",
+                                         "Nemec",     "Pokorny", "Marek",   "Pospisil"};
     Texts t;
     for (int k = 0; k < kFields; k++) {
-        t.fields[k] = std::string(kWords[(i + k) % 12]) + " " + std::to_string(i * 31 + k) + " field text";
+        t.fields[k] = std::string(kWords[(i + k) % 12]) + " " + std::to_string(i * 31 + k) +
+                      " field text";
     }
     for (int k = 0; k < kDates; k++) {
         char date[40];
         std::snprintf(date, sizeof date, "20%02d-%02d-%02d %02d:%02d:%02d +0100", 10 + (i + k) % 15,
-                      1 + (i + k) % 12, 1 + (i * 7 + k) % 28, (i + k) % 24, (i * 3) % 60, (i * 11) % 60);
+                      1 + (i + k) % 12, 1 + (i * 7 + k) % 28, (i + k) % 24, (i * 3) % 60,
+                      (i * 11) % 60);
         t.dates[k] = date;
     }
     return t;
@@ -83,29 +86,35 @@ Texts textsOf(int i) {
 
 NSString* fieldKey(int k) {
     static NSString* keys[kFields + kDates];
-    if (!keys[k]) keys[k] = NSString::alloc()->initWithUTF8String_((k < kFields ? "f" + std::to_string(k)
-                                                                              : "d" + std::to_string(k - kFields))
-                                                                        .c_str());
+    if (!keys[k])
+        keys[k] = NSString::alloc()->initWithUTF8String_(
+                (k < kFields ? "f" + std::to_string(k) : "d" + std::to_string(k - kFields))
+                        .c_str());
     return keys[k];
 }
 
 // A record as the sheets hold one: an autoreleased dictionary.
 NSMutableDictionary* recordOf(const Texts& t) {
     NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(kFields + kDates);
-    for (int k = 0; k < kFields; k++) record->setObject_forKey_(NSString::stringWithUTF8String_(t.fields[k].c_str()), fieldKey(k));
+    for (int k = 0; k < kFields; k++)
+        record->setObject_forKey_(NSString::stringWithUTF8String_(t.fields[k].c_str()),
+                                  fieldKey(k));
     for (int k = 0; k < kDates; k++) {
-        record->setObject_forKey_(NSDate::dateWithString_(NSString::stringWithUTF8String_(t.dates[k].c_str())),
-                                  fieldKey(kFields + k));
+        record->setObject_forKey_(
+                NSDate::dateWithString_(NSString::stringWithUTF8String_(t.dates[k].c_str())),
+                fieldKey(kFields + k));
     }
     return record;
 }
 
 NSMutableDictionary* recordOfColumns(const char* const* columns) {
     NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(kFields + kDates);
-    for (int k = 0; k < kFields; k++) record->setObject_forKey_(NSString::stringWithUTF8String_(columns[k]), fieldKey(k));
+    for (int k = 0; k < kFields; k++)
+        record->setObject_forKey_(NSString::stringWithUTF8String_(columns[k]), fieldKey(k));
     for (int k = 0; k < kDates; k++) {
-        record->setObject_forKey_(NSDate::dateWithString_(NSString::stringWithUTF8String_(columns[kFields + k])),
-                                  fieldKey(kFields + k));
+        record->setObject_forKey_(
+                NSDate::dateWithString_(NSString::stringWithUTF8String_(columns[kFields + k])),
+                fieldKey(kFields + k));
     }
     return record;
 }
@@ -139,9 +148,12 @@ std::string baseContainer(int n) {
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     std::string stem = root() + "/base-" + std::to_string(n);
     writeContainerInBulk(stem, n, [](int id) { return recordOf(textsOf(id)); });
-    LXContainer* check = LXContainer::containerWithName_(NSString::stringWithUTF8String_(stem.c_str()));
-    if (check->isDamaged() || check->count_(NSMutableDictionary::classObject()) != static_cast<uint32_t>(n)) {
-        std::fprintf(stderr, "container_bench: the base container of %d records does not open\n", n);
+    LXContainer* check =
+            LXContainer::containerWithName_(NSString::stringWithUTF8String_(stem.c_str()));
+    if (check->isDamaged() ||
+        check->count_(NSMutableDictionary::classObject()) != static_cast<uint32_t>(n)) {
+        std::fprintf(stderr, "container_bench: the base container of %d records does not open\n",
+                     n);
         std::exit(1);
     }
     pool->release();
@@ -158,19 +170,23 @@ std::string copyContainer(int n) {
 
 void check(int rc, sqlite3* db, const char* what) {
     if (rc != SQLITE_OK && rc != SQLITE_DONE && rc != SQLITE_ROW) {
-        std::fprintf(stderr, "container_bench: sqlite %s: %s\n", what, db ? sqlite3_errmsg(db) : "");
+        std::fprintf(stderr, "container_bench: sqlite %s: %s\n", what,
+                     db ? sqlite3_errmsg(db) : "");
         std::exit(1);
     }
 }
 
 const char* kCreate =
-        "CREATE TABLE records(id INTEGER PRIMARY KEY, f0 TEXT, f1 TEXT, f2 TEXT, f3 TEXT, f4 TEXT, f5 TEXT, "
+        "CREATE TABLE records(id INTEGER PRIMARY KEY, f0 TEXT, f1 TEXT, f2 TEXT, f3 TEXT, f4 TEXT, "
+        "f5 TEXT, "
         "f6 TEXT, f7 TEXT, f8 TEXT, f9 TEXT, f10 TEXT, f11 TEXT, d0 TEXT, d1 TEXT, d2 TEXT)";
 const char* kInsert = "INSERT INTO records VALUES(NULL,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
 
 void bindTexts(sqlite3_stmt* insert, const Texts& t) {
-    for (int k = 0; k < kFields; k++) sqlite3_bind_text(insert, k + 1, t.fields[k].c_str(), -1, SQLITE_TRANSIENT);
-    for (int k = 0; k < kDates; k++) sqlite3_bind_text(insert, kFields + k + 1, t.dates[k].c_str(), -1, SQLITE_TRANSIENT);
+    for (int k = 0; k < kFields; k++)
+        sqlite3_bind_text(insert, k + 1, t.fields[k].c_str(), -1, SQLITE_TRANSIENT);
+    for (int k = 0; k < kDates; k++)
+        sqlite3_bind_text(insert, kFields + k + 1, t.dates[k].c_str(), -1, SQLITE_TRANSIENT);
 }
 
 std::string baseSqlite(int n) {
@@ -201,16 +217,19 @@ std::string baseSqliteArchived(int n) {
     std::string path = root() + "/base-" + std::to_string(n) + ".blocks.sqlite";
     sqlite3* db = nullptr;
     check(sqlite3_open(path.c_str(), &db), db, "open");
-    check(sqlite3_exec(db, "CREATE TABLE blocks(id INTEGER PRIMARY KEY, block BLOB)", nullptr, nullptr, nullptr), db,
-          "create");
+    check(sqlite3_exec(db, "CREATE TABLE blocks(id INTEGER PRIMARY KEY, block BLOB)", nullptr,
+                       nullptr, nullptr),
+          db, "create");
     check(sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr), db, "begin");
     sqlite3_stmt* insert = nullptr;
-    check(sqlite3_prepare_v2(db, "INSERT INTO blocks VALUES(?,?)", -1, &insert, nullptr), db, "prepare");
+    check(sqlite3_prepare_v2(db, "INSERT INTO blocks VALUES(?,?)", -1, &insert, nullptr), db,
+          "prepare");
     for (int id = 1; id <= n; id++) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
         std::string block = containerBlock(id, recordOf(textsOf(id)));
         sqlite3_bind_int(insert, 1, id);
-        sqlite3_bind_blob(insert, 2, block.data(), static_cast<int>(block.size()), SQLITE_TRANSIENT);
+        sqlite3_bind_blob(insert, 2, block.data(), static_cast<int>(block.size()),
+                          SQLITE_TRANSIENT);
         check(sqlite3_step(insert), db, "insert");
         sqlite3_reset(insert);
         inner->release();
@@ -256,7 +275,8 @@ void ContainerStore(benchmark::State& state) {
     int n = static_cast<int>(state.range(0));
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     std::string stem = copyContainer(n);
-    LXContainer* box = LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(stem.c_str()));
+    LXContainer* box =
+            LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(stem.c_str()));
     int i = n;
     for (auto _ : state) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
@@ -347,7 +367,8 @@ void ContainerQuery(benchmark::State& state) {
     int n = static_cast<int>(state.range(0));
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     std::string stem = baseContainer(n);
-    LXContainer* box = LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(stem.c_str()));
+    LXContainer* box =
+            LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(stem.c_str()));
     for (auto _ : state) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
         NSMutableArray* records = box->query_(NSMutableDictionary::classObject());
@@ -382,17 +403,20 @@ void SqliteArchivedQuery(benchmark::State& state) {
     sqlite3* db = nullptr;
     check(sqlite3_open(baseSqliteArchived(n).c_str(), &db), db, "open");
     sqlite3_stmt* select = nullptr;
-    check(sqlite3_prepare_v2(db, "SELECT id, block FROM blocks", -1, &select, nullptr), db, "prepare");
+    check(sqlite3_prepare_v2(db, "SELECT id, block FROM blocks", -1, &select, nullptr), db,
+          "prepare");
     for (auto _ : state) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
         NSMutableArray* records = NSMutableArray::arrayWithCapacity_(n);
         while (sqlite3_step(select) == SQLITE_ROW) {
-            NSData* block = NSData::dataWithBytes_length_(sqlite3_column_blob(select, 1),
-                                                          static_cast<uint32_t>(sqlite3_column_bytes(select, 1)));
+            NSData* block = NSData::dataWithBytes_length_(
+                    sqlite3_column_blob(select, 1),
+                    static_cast<uint32_t>(sqlite3_column_bytes(select, 1)));
             block->decryptWithKey_("Rk2pWn"_ns);
             NSUnarchiver* reader = NSUnarchiver::alloc()->initForReadingWithData_(block);
             auto* managed = static_cast<LXManagedObject*>(reader->decodeObject());
-            NSMutableDictionary* record = static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->init());
+            NSMutableDictionary* record =
+                    static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->init());
             record->setValue_forKey_(managed->objectForKeyPath_("count"_ns), "count"_ns);
             record->setValue_forKey_(managed->objectForKeyPath_("array"_ns), "array"_ns);
             reader->release();
@@ -442,7 +466,8 @@ void LmdbQuery(benchmark::State& state) {
     MDB_env* env = nullptr;
     mdb_env_create(&env);
     mdb_env_set_mapsize(env, size_t(1) << 31);
-    if (mdb_env_open(env, baseLmdb(n).c_str(), MDB_NOSUBDIR | MDB_NOSYNC | MDB_RDONLY, 0644) != 0) std::exit(1);
+    if (mdb_env_open(env, baseLmdb(n).c_str(), MDB_NOSUBDIR | MDB_NOSYNC | MDB_RDONLY, 0644) != 0)
+        std::exit(1);
     MDB_dbi dbi;
     MDB_txn* txn = nullptr;
     mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn);
@@ -482,9 +507,9 @@ void Sizes(benchmark::internal::Benchmark* b) {
 // A fixed number of stores per run, so that the container grows by at most
 // a third during a run. The count of iterations belongs to a registration,
 // not to one argument: one registration per size.
-#define VT_BENCHMARK_SIZED(function, small, large)                                                    \
-    BENCHMARK(function)->Arg(1000)->Iterations(small)->Unit(benchmark::kMicrosecond);                 \
-    BENCHMARK(function)->Arg(10000)->Iterations(large)->Unit(benchmark::kMicrosecond);                \
+#define VT_BENCHMARK_SIZED(function, small, large)                                     \
+    BENCHMARK(function)->Arg(1000)->Iterations(small)->Unit(benchmark::kMicrosecond);  \
+    BENCHMARK(function)->Arg(10000)->Iterations(large)->Unit(benchmark::kMicrosecond); \
     BENCHMARK(function)->Arg(100000)->Iterations(large)->Unit(benchmark::kMicrosecond)
 
 void LoadSizes(benchmark::internal::Benchmark* b) {

@@ -45,13 +45,13 @@
 #include <thread>
 #include <vector>
 
+#include "BenchProcess.h"
 #include "foundation/Foundation.h"
 #include "storage/LXContainer.h"
 #include "storage/NSArchiver.h"
 #include "sync/LXDelta.h"
 #include "sync/LXRelay.h"
 #include "sync/LXSocket.h"
-#include "BenchProcess.h"
 
 namespace {
 
@@ -72,8 +72,9 @@ LXDelta* saveDelta(int n) {
     NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(10);
     NSMutableArray* fields = NSMutableArray::array();
     for (int i = 0; i < 12; i++) {
-        record->setObject_forKey_(ns(std::string(names[i]) + " value " + std::to_string(n) + " of a typical record"),
-                                  ns(names[i]));
+        record->setObject_forKey_(
+                ns(std::string(names[i]) + " value " + std::to_string(n) + " of a typical record"),
+                ns(names[i]));
         fields->addObject_(ns(names[i]));
     }
     record->setObject_forKey_(ns(std::to_string(100000 + n)), "__recordId"_ns);
@@ -86,8 +87,9 @@ LXDelta* saveDelta(int n) {
     contents->setObject_forKey_(fields, "fields"_ns);
     contents->setObject_forKey_("contacts"_ns, "sheet"_ns);
     contents->setObject_forKey_(record, "object"_ns);
-    LXDelta* delta = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)),
-                                                             LXUser::userWithString_(ns(kSender)), contents);
+    LXDelta* delta = LXDelta::deltaWithPool_sender_contents_(
+            LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)),
+            LXUser::userWithString_(ns(kSender)), contents);
     delta->setAddressee_(LXUser::userWithString_(ns(kAddressee)));
     return delta;
 }
@@ -130,7 +132,8 @@ struct Relay {
         dir = makeTempDir("vt-relay-bench");
         auto t0 = std::chrono::steady_clock::now();
         NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
-        LXContainer* store = LXContainer::containerWithName_(ns(dir + "/" + LXRelay::kContainerName));
+        LXContainer* store =
+                LXContainer::containerWithName_(ns(dir + "/" + LXRelay::kContainerName));
         store->beginBatch();
         for (int i = 0; i < kQueue; i++) {
             NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
@@ -205,7 +208,10 @@ void BM_RelayDeposit(benchmark::State& state) {
     state.counters["prefill_s"] = r->prefillSeconds;
     state.counters["start_s"] = r->startSeconds;
 }
-BENCHMARK(BM_RelayDeposit)->Iterations(kRelayOperations)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RelayDeposit)
+        ->Iterations(kRelayOperations)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
 
 void BM_RelayCollect(benchmark::State& state) {
     Relay* r = relay(state);
@@ -234,7 +240,10 @@ void BM_RelayCollect(benchmark::State& state) {
     state.counters["collects/s"] = rate;
     state.counters["queue"] = waiting;
 }
-BENCHMARK(BM_RelayCollect)->Iterations(kRelayOperations)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RelayCollect)
+        ->Iterations(kRelayOperations)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
 
 // ---------------------------------------------------------------------------
 // Redis, one server per durability mode, its list prefilled like the relay's
@@ -247,26 +256,30 @@ struct Redis {
     uint16_t port = 0;
 
     std::string cli(const std::string& command) const {
-        return run("redis-cli -h 127.0.0.1 -p " + std::to_string(port) + " " + command + " 2>/dev/null");
+        return run("redis-cli -h 127.0.0.1 -p " + std::to_string(port) + " " + command +
+                   " 2>/dev/null");
     }
     bool start(const std::string& fsyncMode, uint32_t valueSize, benchmark::State& state) {
         mode = fsyncMode;
         dir = makeTempDir("vt-redis-bench");
         port = freePort();
-        pid = spawn({"redis-server", "--port", std::to_string(port), "--bind", "127.0.0.1", "--dir", dir,
-                     "--appendonly", "yes", "--appendfsync", mode, "--save", "", "--daemonize", "no"},
+        pid = spawn({"redis-server", "--port", std::to_string(port), "--bind", "127.0.0.1", "--dir",
+                     dir, "--appendonly", "yes", "--appendfsync", mode, "--save", "", "--daemonize",
+                     "no"},
                     dir + "/redis.log");
         auto t0 = std::chrono::steady_clock::now();
         while (pid > 0 && cli("ping").find("PONG") == std::string::npos) {
             if (secondsSince(t0) > 10 || waitpid(pid, nullptr, WNOHANG) != 0) {
-                state.SkipWithError("redis-server did not start (apt-get install redis-server redis-tools)");
+                state.SkipWithError(
+                        "redis-server did not start (apt-get install redis-server redis-tools)");
                 pid = -1;
                 return false;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
-        run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(port) + " -c 1 -P 100 -q -t lpush -n " +
-            std::to_string(kQueue) + " -d " + std::to_string(valueSize) + " >/dev/null 2>&1");
+        run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(port) +
+            " -c 1 -P 100 -q -t lpush -n " + std::to_string(kQueue) + " -d " +
+            std::to_string(valueSize) + " >/dev/null 2>&1");
         return atoi(cli("llen mylist").c_str()) >= kQueue;
     }
     ~Redis() {
@@ -290,9 +303,9 @@ Redis* redisFor(const std::string& mode, benchmark::State& state) {
 
 // requests/s of one redis-benchmark test (lower case), or 0.
 double redisBenchmark(const Redis& r, const std::string& test, int requests) {
-    std::string out = run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(r.port) + " -c 1 -k 0 --csv -t " +
-                          test + " -n " + std::to_string(requests) + " -d " + std::to_string(deltaSize()) +
-                          " 2>/dev/null");
+    std::string out = run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(r.port) +
+                          " -c 1 -k 0 --csv -t " + test + " -n " + std::to_string(requests) +
+                          " -d " + std::to_string(deltaSize()) + " 2>/dev/null");
     std::string upper;
     for (char c : test) upper += static_cast<char>(toupper(c));
     size_t at = out.find("\"" + upper + "\",\"");
@@ -310,10 +323,22 @@ void BM_Redis(benchmark::State& state, const char* mode, const char* test, int r
     state.counters["requests/s"] = rate;
     state.counters["list_length"] = before;
 }
-BENCHMARK_CAPTURE(BM_Redis, everysec/LPUSH, "everysec", "lpush", 20000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Redis, everysec/RPOP, "everysec", "rpop", 20000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Redis, always/LPUSH, "always", "lpush", 5000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Redis, always/RPOP, "always", "rpop", 5000)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, everysec / LPUSH, "everysec", "lpush", 20000)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, everysec / RPOP, "everysec", "rpop", 20000)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, always / LPUSH, "always", "lpush", 5000)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, always / RPOP, "always", "rpop", 5000)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
 
 // Ends the servers however the run was filtered.
 struct StopServersAtExit {
@@ -331,8 +356,10 @@ void BM_Ratios(benchmark::State& state) {
     for (const char* mode : {"everysec", "always"}) {
         double lpush = gFigures[std::string(mode) + "/lpush"];
         double rpop = gFigures[std::string(mode) + "/rpop"];
-        state.counters[std::string("deposit/LPUSH_") + mode] = lpush > 0 ? gFigures["deposit"] / lpush : 0;
-        state.counters[std::string("collect/RPOP_") + mode] = rpop > 0 ? gFigures["collect"] / rpop : 0;
+        state.counters[std::string("deposit/LPUSH_") + mode] =
+                lpush > 0 ? gFigures["deposit"] / lpush : 0;
+        state.counters[std::string("collect/RPOP_") + mode] =
+                rpop > 0 ? gFigures["collect"] / rpop : 0;
     }
 }
 BENCHMARK(BM_Ratios)->Iterations(1);

@@ -63,10 +63,11 @@ struct Installation {
     bool versions = true;
     // A vantor-admin command in the installation; its standard output.
     std::string admin(const std::string& args, const std::string& input = "") const {
-        std::string command = "(cd " + quote(dir) + " && " + (versions ? "" : "VANTOR_RECORD_VERSIONS=off ") +
-                              "VANTOR_NONINTERACTIVE=1 VANTOR_PASSWORD=" +
-                              quote(password) + " " + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) +
-                              " " + args + ") 2>/dev/null";
+        std::string command = "(cd " + quote(dir) + " && " +
+                              (versions ? "" : "VANTOR_RECORD_VERSIONS=off ") +
+                              "VANTOR_NONINTERACTIVE=1 VANTOR_PASSWORD=" + quote(password) + " " +
+                              quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) + " " +
+                              args + ") 2>/dev/null";
         if (!input.empty()) {
             std::string file = dir + "/.bench-input";
             FILE* f = std::fopen(file.c_str(), "w");
@@ -89,7 +90,8 @@ struct Installation {
     int tasksWith(const std::string& tag) const {
         std::string out = admin("record list task");
         int n = 0;
-        for (size_t at = out.find("\"" + tag + " "); at != std::string::npos; at = out.find("\"" + tag + " ", at + 1))
+        for (size_t at = out.find("\"" + tag + " "); at != std::string::npos;
+             at = out.find("\"" + tag + " ", at + 1))
             n++;
         return n;
     }
@@ -105,8 +107,8 @@ struct Network {
         root = makeTempDir("vt-replication-bench");
         std::string log = root + "/relay.log";
         run("mkdir -p " + quote(root + "/relay"));
-        relay = spawn({builtProgram("VANTOR_RELAY_PATH", "relay/vantor-relay"), "--port", "0", "--dir",
-                       root + "/relay"},
+        relay = spawn({builtProgram("VANTOR_RELAY_PATH", "relay/vantor-relay"), "--port", "0",
+                       "--dir", root + "/relay"},
                       log);
         auto t0 = std::chrono::steady_clock::now();
         while (readFile(log).find("listening on port ") == std::string::npos) {
@@ -117,17 +119,21 @@ struct Network {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         std::string text = readFile(log);
-        port = static_cast<uint16_t>(std::atoi(text.c_str() + text.find("listening on port ") + 18));
+        port = static_cast<uint16_t>(
+                std::atoi(text.c_str() + text.find("listening on port ") + 18));
 
         Installation first{root + "/i0", "vantor-demo", versions};
-        run(std::string(versions ? "" : "VANTOR_RECORD_VERSIONS=off ") + "VANTOR_ADMIN_PATH=" + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) + " bash " +
-            quote(sourceDir() + "/scripts/new-workdir.sh") + " " + quote(first.dir) + " >/dev/null 2>&1");
+        run(std::string(versions ? "" : "VANTOR_RECORD_VERSIONS=off ") +
+            "VANTOR_ADMIN_PATH=" + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) +
+            " bash " + quote(sourceDir() + "/scripts/new-workdir.sh") + " " + quote(first.dir) +
+            " >/dev/null 2>&1");
         run("echo 127.0.0.1 > " + quote(first.dir + "/transceiver.txt"));
         installations.push_back(first);
         std::string users = "[";
         for (int i = 1; i < n; i++) {
-            users += std::string(i > 1 ? "," : "") + R"({"firstName": "User", "lastName": "Number)" +
-                     std::to_string(i) + R"(", "orgUnit": "Bench", "company": "Demo", "role": "manager",
+            users += std::string(i > 1 ? "," : "") +
+                     R"({"firstName": "User", "lastName": "Number)" + std::to_string(i) +
+                     R"(", "orgUnit": "Bench", "company": "Demo", "role": "manager",
                         "groups": "demo-group-admins"})";
         }
         std::string ids = n > 1 ? first.admin("record set user", users + "]") : "";
@@ -140,13 +146,15 @@ struct Network {
             }
             std::string id = ids.substr(start, end - start);
             start = end + 1;
-            Installation other{root + "/i" + std::to_string(i), "password-" + std::to_string(i), versions};
-            std::string key = first.admin("key make " + id + " --password-stdin", other.password + "\n");
+            Installation other{root + "/i" + std::to_string(i), "password-" + std::to_string(i),
+                               versions};
+            std::string key =
+                    first.admin("key make " + id + " --password-stdin", other.password + "\n");
             key = key.substr(0, key.find('\n'));
-            run("mkdir -p " + quote(other.dir + "/userkey") + " " + quote(other.dir + "/data") + " && cp -r " +
-                quote(sourceDir() + "/demo/conf") + " " + quote(other.dir) + " && mv " + quote(first.dir + "/" + key) +
-                " " + quote(other.dir + "/userkey/") + " && echo 127.0.0.1 > " +
-                quote(other.dir + "/transceiver.txt"));
+            run("mkdir -p " + quote(other.dir + "/userkey") + " " + quote(other.dir + "/data") +
+                " && cp -r " + quote(sourceDir() + "/demo/conf") + " " + quote(other.dir) +
+                " && mv " + quote(first.dir + "/" + key) + " " + quote(other.dir + "/userkey/") +
+                " && echo 127.0.0.1 > " + quote(other.dir + "/transceiver.txt"));
             first.admin("record action user " + id + " VTActionPushSpaces");
             installations.push_back(other);
         }
@@ -174,7 +182,8 @@ void BM_Burst(benchmark::State& state) {
         }
         std::string burst = "[";
         for (int i = 0; i < kBurst; i++)
-            burst += std::string(i ? "," : "") + R"({"title": "burst )" + std::to_string(i) + R"(", "state": "open"})";
+            burst += std::string(i ? "," : "") + R"({"title": "burst )" + std::to_string(i) +
+                     R"(", "state": "open"})";
         burst += "]";
         double cpu0 = cpuSecondsOf(network.relay);
         auto t0 = std::chrono::steady_clock::now();
@@ -207,7 +216,8 @@ void BM_Burst(benchmark::State& state) {
         state.counters["deltas/s"] = deltas / seconds;
         state.counters["relay_cpu_us"] = (cpuSecondsOf(network.relay) - cpu0) / deltas * 1e6;
         if (!versions) gWithout[n] = deltas / seconds;
-        if (versions && gWithout.count(n)) state.counters["vs_without"] = deltas / seconds / gWithout[n];
+        if (versions && gWithout.count(n))
+            state.counters["vs_without"] = deltas / seconds / gWithout[n];
         if (behind != 0) state.SkipWithError("an installation did not receive the whole burst");
     }
 }

@@ -39,7 +39,8 @@ class BenchWorkspace : public NSObject {
 public:
     BenchWorkspace* init() override {
         NSObject::init();
-        _sheets.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(64)));
+        _sheets.adopt(static_cast<NSMutableDictionary*>(
+                NSMutableDictionary::alloc()->initWithCapacity_(64)));
         _seen.adopt(NSMutableSet::alloc()->init());
         return this;
     }
@@ -103,9 +104,12 @@ NSMutableDictionary* taskRecord(int i, NSDate* now) {
     r->setObject_forKey_(now->addTimeInterval_(-static_cast<double>(h % (60 * 86400))), "due"_ns);
     int owner = static_cast<int>((h >> 8) % kUsers);
     r->setObject_forKey_(NSString::stringWithUTF8String_(userId(owner).c_str()), "owner"_ns);
-    r->setObject_forKey_(NSString::stringWithFormat_("%s %s", userId(owner).c_str(), userId((owner + 7) % kUsers).c_str()),
+    r->setObject_forKey_(NSString::stringWithFormat_("%s %s", userId(owner).c_str(),
+                                                     userId((owner + 7) % kUsers).c_str()),
                          "team"_ns);
-    r->setObject_forKey_(NSString::stringWithFormat_("First%d Last%d/Unit/Company", owner % 10, owner % 10), "__creator"_ns);
+    r->setObject_forKey_(
+            NSString::stringWithFormat_("First%d Last%d/Unit/Company", owner % 10, owner % 10),
+            "__creator"_ns);
     return r;
 }
 
@@ -129,12 +133,16 @@ const char* const kFilterSheets[][2] = {
         {"reference", "(reffilter owner user ((First3 Last3) (First4 Last4)))"},
         {"readOwn", "(readOwn)"},
         {"currentUser", "(filterCurrentUser owner)"},
-        {"all", "(filter status ((open) (in progress))) (datefilter due -30 0) "
-                "(reffilter owner user ((First3 Last3) (First4 Last4))) (readOwn) (filterCurrentUser owner)"},
+        {"all",
+         "(filter status ((open) (in progress))) (datefilter due -30 0) "
+         "(reffilter owner user ((First3 Last3) (First4 Last4))) (readOwn) (filterCurrentUser "
+         "owner)"},
 };
 
 VTSheet* define(BenchWorkspace* w, const std::string& text) {
-    NSArray* list = LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))->parse();
+    NSArray* list =
+            LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))
+                    ->parse();
     auto* sheet = static_cast<VTSheet*>(VTSheet::alloc()->initWithArray_workspace_(list, w));
     if (!sheet) {
         std::fprintf(stderr, "sheets_bench: sheet does not define: %s\n", text.c_str());
@@ -168,17 +176,20 @@ World& world(int n) {
     writeContainer("task", n, [now](int i) { return taskRecord(i, now); });
     w.workspace = static_cast<BenchWorkspace*>(BenchWorkspace::alloc()->init());
     w.n = n;
-    define(w.workspace, "((name user) (field firstName as string) (field lastName as string)"
-                        " (field orgUnit as string) (field company as string))");
+    define(w.workspace,
+           "((name user) (field firstName as string) (field lastName as string)"
+           " (field orgUnit as string) (field company as string))");
     define(w.workspace, "((name task) " + kTaskFields + ")");
     for (auto& f : kFilterSheets)
-        define(w.workspace, std::string("((source task) (name f-") + f[0] + ") " + kTaskFields + " " + f[1] + ")");
+        define(w.workspace, std::string("((source task) (name f-") + f[0] + ") " + kTaskFields +
+                                    " " + f[1] + ")");
     pool->release();
     return w;
 }
 
 VTSheet* sheetOf(World& w, const char* name) {
-    return static_cast<VTSheet*>(w.workspace->sheets()->objectForKey_(NSString::stringWithUTF8String_(name)));
+    return static_cast<VTSheet*>(
+            w.workspace->sheets()->objectForKey_(NSString::stringWithUTF8String_(name)));
 }
 
 void Load(benchmark::State& state) {
@@ -187,8 +198,9 @@ void Load(benchmark::State& state) {
     std::filesystem::current_path(root() + "/" + std::to_string(w.n));
     for (auto _ : state) {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
-        auto* m = static_cast<VTMatrix*>(VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
-                "task"_ns, w.workspace->sheets(), w.workspace, nullptr, nullptr));
+        auto* m = static_cast<VTMatrix*>(
+                VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
+                        "task"_ns, w.workspace->sheets(), w.workspace, nullptr, nullptr));
         m->load();
         if (m->numberOfRows() != static_cast<uint32_t>(w.n)) state.SkipWithError("short load");
         m->release();
@@ -230,13 +242,15 @@ void SortStringDocumentedPath(benchmark::State& state) {
     NSArray* records = m->allObjectsSorted();
     for (uint32_t i = 0; i < records->count(); i++) {
         auto* r = static_cast<NSDictionary*>(records->objectAtIndex_(i));
-        auto* wr = static_cast<VTWrapper*>(VTWrapper::alloc()->initWithObject_value_(r, r->objectForKey_("title"_ns)));
+        auto* wr = static_cast<VTWrapper*>(
+                VTWrapper::alloc()->initWithObject_value_(r, r->objectForKey_("title"_ns)));
         wrappers->addObject_(wr);
         wr->release();
     }
     for (auto _ : state) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
-        benchmark::DoNotOptimize(wrappers->sortedArrayUsingSelector_(NS_SEL("compareWithWrapper:")));
+        benchmark::DoNotOptimize(
+                wrappers->sortedArrayUsingSelector_(NS_SEL("compareWithWrapper:")));
         inner->release();
     }
     pool->release();
@@ -269,7 +283,8 @@ void resolveBench(benchmark::State& state, NSString* field) {
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     uint32_t sincePool = 0;
     for (auto _ : state) {
-        NSObject* value = static_cast<NSDictionary*>(records->objectAtIndex_(i))->objectForKey_(field);
+        NSObject* value =
+                static_cast<NSDictionary*>(records->objectAtIndex_(i))->objectForKey_(field);
         benchmark::DoNotOptimize(m->resolveValue_forField_(value, field));
         if (++i == n) i = 0;
         if (++sincePool == 10000) {
@@ -284,11 +299,14 @@ void resolveBench(benchmark::State& state, NSString* field) {
 void ResolveReference(benchmark::State& state) { resolveBench(state, "owner"_ns); }
 void ResolveMultireference(benchmark::State& state) { resolveBench(state, "team"_ns); }
 
-void Sizes(benchmark::internal::Benchmark* b) { b->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond); }
+void Sizes(benchmark::internal::Benchmark* b) {
+    b->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+}
 
 void FilterArgs(benchmark::internal::Benchmark* b) {
     for (int n : {10000, 100000})
-        for (int k = 0; k < static_cast<int>(sizeof kFilterSheets / sizeof kFilterSheets[0]); k++) b->Args({n, k});
+        for (int k = 0; k < static_cast<int>(sizeof kFilterSheets / sizeof kFilterSheets[0]); k++)
+            b->Args({n, k});
     b->Unit(benchmark::kMillisecond);
 }
 

@@ -45,8 +45,8 @@ LXDelta* makeDelta(LXPool* pool, int i) {
     NSMutableDictionary* contents = NSMutableDictionary::dictionary();
     contents->setObject_forKey_("set"_ns, "action"_ns);
     contents->setObject_forKey_(ns("record " + std::to_string(i)), "object"_ns);
-    return LXDelta::deltaWithPool_sender_contents_(pool, LXUser::userWithString_("John Smith/Sales/Acme-1"_ns),
-                                                   contents);
+    return LXDelta::deltaWithPool_sender_contents_(
+            pool, LXUser::userWithString_("John Smith/Sales/Acme-1"_ns), contents);
 }
 
 void fill(LXTransceiver* t, LXPool* pool, int n) {
@@ -62,7 +62,8 @@ void BM_Post(benchmark::State& state) {
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     WorkDir dir;
     LXTransceiver* t = LXTransceiver::alloc()->init();
-    LXPool* pool = LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName));
+    LXPool* pool =
+            LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName));
     fill(t, pool, static_cast<int>(state.range(0)));
     LXUser* to = LXUser::userWithString_("Jane Doe/R&D/Acme-2"_ns);
     int i = 0;
@@ -80,7 +81,8 @@ void BM_FirstDelta(benchmark::State& state) {
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     WorkDir dir;
     LXTransceiver* t = LXTransceiver::alloc()->init();
-    fill(t, LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)), static_cast<int>(state.range(0)));
+    fill(t, LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)),
+         static_cast<int>(state.range(0)));
     for (auto _ : state) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
         benchmark::DoNotOptimize(t->deltaRepository()->firstDelta());
@@ -102,7 +104,8 @@ void BM_DataRoundTrip(benchmark::State& state) {
     std::string payload(static_cast<size_t>(state.range(0)), 'x');
     for (auto _ : state) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
-        client->sendData_(NSData::dataWithBytes_length_(payload.data(), static_cast<uint32_t>(payload.size())));
+        client->sendData_(NSData::dataWithBytes_length_(payload.data(),
+                                                        static_cast<uint32_t>(payload.size())));
         benchmark::DoNotOptimize(accepted->readData());
         inner->release();
     }

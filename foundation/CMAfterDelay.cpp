@@ -30,5 +30,5 @@ NS_CLASS_BEGIN(CMAfterDelay, NSObject)
 NS_CLASS_END(CMAfterDelay)
 
 NS_EXTEND_CLASS(NSObject, Combinators)
-    NS_METHOD(afterDelay_)
+NS_METHOD(afterDelay_)
 NS_EXTEND_END

@@ -30,5 +30,5 @@ NS_CLASS_BEGIN(CMCollect, NSObject)
 NS_CLASS_END(CMCollect)
 
 NS_EXTEND_CLASS(NSArray, Combinators)
-    NS_METHOD(collect)
+NS_METHOD(collect)
 NS_EXTEND_END

@@ -60,5 +60,5 @@ NS_CLASS_BEGIN(CMContinuation, NSObject)
 NS_CLASS_END(CMContinuation)
 
 NS_EXTEND_CLASS(NSObject, Combinators)
-    NS_METHOD(continuation)
+NS_METHOD(continuation)
 NS_EXTEND_END

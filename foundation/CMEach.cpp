@@ -24,5 +24,5 @@ NS_CLASS_BEGIN(CMEach, NSObject)
 NS_CLASS_END(CMEach)
 
 NS_EXTEND_CLASS(NSArray, Combinators)
-    NS_METHOD(each)
+NS_METHOD(each)
 NS_EXTEND_END

@@ -56,5 +56,5 @@ NS_CLASS_BEGIN(CMInNewThread, NSObject)
 NS_CLASS_END(CMInNewThread)
 
 NS_EXTEND_CLASS(NSObject, Combinators)
-    NS_METHOD(inNewThread)
+NS_METHOD(inNewThread)
 NS_EXTEND_END

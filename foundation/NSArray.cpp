@@ -16,7 +16,8 @@ NSArray::~NSArray() {
 
 void NSArray::initStorage(uint32_t capacity) {
     _capacity = capacity;
-    _elements = capacity ? static_cast<NSObject**>(std::calloc(capacity, sizeof(NSObject*))) : nullptr;
+    _elements =
+            capacity ? static_cast<NSObject**>(std::calloc(capacity, sizeof(NSObject*))) : nullptr;
 }
 
 void NSArray::increaseCapacity() {
@@ -71,7 +72,8 @@ NSMutableArray* NSArray::arrayWithObjects_(NSObject* first, ...) {
 }
 
 NSMutableArray* NSArray::arrayWithArray_(NSArray* other) {
-    return static_cast<NSMutableArray*>(NSAutorelease(NSMutableArray::alloc()->initWithArray_(other)));
+    return static_cast<NSMutableArray*>(
+            NSAutorelease(NSMutableArray::alloc()->initWithArray_(other)));
 }
 
 int NSArray::indexOfObject_(NSObject* object) {
@@ -131,7 +133,8 @@ TrustedOrder trustedOrder(SEL comparator, NSObject** elements, uint32_t count) {
             // One kind per array: the fast sorts read every element as that
             // kind. Mixed kinds (ordered by NSCompareKinds) take the
             // exchange sort.
-            if (k == TrustedOrder::None || (kind != TrustedOrder::None && k != kind)) return TrustedOrder::None;
+            if (k == TrustedOrder::None || (kind != TrustedOrder::None && k != kind))
+                return TrustedOrder::None;
             kind = k;
             known = cls;
         }
@@ -166,7 +169,8 @@ NSMutableArray* NSArray::sortedArrayUsingSelector_(SEL comparator) {
             break;
         case TrustedOrder::Numbers:
             std::stable_sort(work, work + _count, [](NSObject* a, NSObject* b) {
-                return static_cast<NSNumber*>(b)->doubleValue() > static_cast<NSNumber*>(a)->doubleValue();
+                return static_cast<NSNumber*>(b)->doubleValue() >
+                       static_cast<NSNumber*>(a)->doubleValue();
             });
             break;
         case TrustedOrder::None: {
@@ -263,7 +267,8 @@ void NSMutableArray::replaceObjectAtIndex_withObject_(uint32_t index, NSObject* 
 void NSMutableArray::removeObjectAtIndex_(uint32_t index) {
     if (index >= _count) return;
     NSObject* old = _elements[index];
-    std::memmove(_elements + index, _elements + index + 1, (_count - index - 1) * sizeof(NSObject*));
+    std::memmove(_elements + index, _elements + index + 1,
+                 (_count - index - 1) * sizeof(NSObject*));
     _count--;
     _elements[_count] = nullptr;
     NSRelease(old);

@@ -42,7 +42,7 @@ public:
     // Archiving, with the archive formats (storage/ValueCoding.cpp).
     void encodeWithCoder_(NSCoder* coder) override;
     NSObject* initWithCoder_(NSCoder* coder) override;
-    class CMEach* each();        // autoreleased combinators (CMEach.cpp, CMCollect.cpp)
+    class CMEach* each();  // autoreleased combinators (CMEach.cpp, CMCollect.cpp)
     class CMCollect* collect();
 
     NSArray() = default;

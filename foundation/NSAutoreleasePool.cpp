@@ -77,13 +77,15 @@ void NSAutoreleasePool::addObjectToCurrentPool(NSObject* object) {
         return;
     }
     auto* stack = static_cast<NSMutableArray*>(dict->objectForKey_(poolsKey()));
-    static_cast<NSAutoreleasePool*>(stack->objectAtIndex_(static_cast<uint32_t>(index)))->addObject_(object);
+    static_cast<NSAutoreleasePool*>(stack->objectAtIndex_(static_cast<uint32_t>(index)))
+            ->addObject_(object);
 }
 
 void NSAutoreleasePool::dealloc() {
     // The pool stays current while its objects go: whatever their dealloc
     // autoreleases joins this list and goes in the same pass.
-    for (uint32_t i = 0; i < _objects->count(); i++) _objects->replaceObjectAtIndex_withObject_(i, nullptr);
+    for (uint32_t i = 0; i < _objects->count(); i++)
+        _objects->replaceObjectAtIndex_withObject_(i, nullptr);
     _objects = nullptr;
     NSMutableDictionary* dict = threadDictionary();
     auto* stack = static_cast<NSMutableArray*>(dict->objectForKey_(poolsKey()));

@@ -57,7 +57,8 @@ NSMutableCharacterSet* NSMutableCharacterSet::init() {
 void NSMutableCharacterSet::addCharactersInString_(NSString* string) {
     std::string bytes;
     if (_characters) bytes.assign(_characters->UTF8String(), _characters->byteLength());
-    if (NSString* text = NSDynamicCast<NSString>(string)) bytes.append(text->UTF8String(), text->byteLength());
+    if (NSString* text = NSDynamicCast<NSString>(string))
+        bytes.append(text->UTF8String(), text->byteLength());
     Ref<NSString> joined = adoptRef(NSString::alloc()->initWithBytes_length_(
             bytes.data(), static_cast<uint32_t>(bytes.size())));
     setCharacters(joined.get());

@@ -25,12 +25,14 @@ bool hashDecidesEquality(Class cls) {
 // The key looked for, with its hash taken once (the first thing an
 // insertion does).
 struct KeyProbe {
-    explicit KeyProbe(NSObject* k) : key(k), hash(k->hash()), hashDecides(hashDecidesEquality(k->class_())) {}
+    explicit KeyProbe(NSObject* k)
+        : key(k), hash(k->hash()), hashDecides(hashDecidesEquality(k->class_())) {}
     // The stored key asked isEqual: with the key looked for, in that
     // direction: a key whose isEqual: is not symmetric finds what it
     // always found.
     bool matchedBy(NSObject* stored) const {
-        if (hashDecides && stored != key && hashDecidesEquality(stored->class_()) && stored->hash() != hash) {
+        if (hashDecides && stored != key && hashDecidesEquality(stored->class_()) &&
+            stored->hash() != hash) {
             return false;
         }
         return stored->isEqual_(key);
@@ -142,7 +144,8 @@ void forEachEntry(NSMutableArray* table, F f) {
         NSObject* slot = table->objectAtIndex_(b);
         if (slot == null) continue;
         auto* bucket = static_cast<NSMutableArray*>(slot);
-        for (uint32_t i = 0; i + 1 < bucket->count(); i += 2) f(bucket->objectAtIndex_(i), bucket->objectAtIndex_(i + 1));
+        for (uint32_t i = 0; i + 1 < bucket->count(); i += 2)
+            f(bucket->objectAtIndex_(i), bucket->objectAtIndex_(i + 1));
     }
 }
 }  // namespace
@@ -187,10 +190,13 @@ uint32_t NSDictionary::hash() {
     return h;
 }
 
-NSArray* NSDictionary::attributeKeys() { return NSArray::arrayWithObjects_("count"_ns, "array"_ns, nullptr); }
+NSArray* NSDictionary::attributeKeys() {
+    return NSArray::arrayWithObjects_("count"_ns, "array"_ns, nullptr);
+}
 
 NSObject* NSDictionary::mutableCopyWithZone_(NSZone*) {
-    auto* d = static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(_count));
+    auto* d = static_cast<NSMutableDictionary*>(
+            NSMutableDictionary::alloc()->initWithCapacity_(_count));
     d->addEntriesFromDictionary_(this);
     return d;
 }
@@ -226,7 +232,8 @@ void NSMutableDictionary::removeObjectForKey_(NSObject* key) { insertValue_forKe
 
 void NSMutableDictionary::removeAllObjects() {
     NSNull* null = NSNull::null();
-    for (uint32_t b = 0; b < _array->count(); b++) _array->replaceObjectAtIndex_withObject_(b, null);
+    for (uint32_t b = 0; b < _array->count(); b++)
+        _array->replaceObjectAtIndex_withObject_(b, null);
     _count = 0;
 }
 

@@ -18,7 +18,8 @@ void NSException::raise_format_(Class cls, NSString* name, NSString* reason) {
 }
 
 void NSException::raise() {
-    LOG("an exception has been thrown outside of a during-block thus it cannot be caught: %s, %s (%s)",
+    LOG("an exception has been thrown outside of a during-block thus it cannot be caught: %s, %s "
+        "(%s)",
         _name ? _name->UTF8String() : "", _reason ? _reason->UTF8String() : "", class_()->name());
     std::exit(1);
 }

@@ -11,9 +11,13 @@ NSIndexSet* NSIndexSet::indexSet() { return NSAutorelease(alloc()->init()); }
 
 uint32_t NSIndexSet::count() { return NSNil(_set.get(), &NSSet::count); }
 
-NSNumber* NSIndexSet::numberForIndex(uint32_t index) { return NSNumber::numberWithInt_(static_cast<int>(index)); }
+NSNumber* NSIndexSet::numberForIndex(uint32_t index) {
+    return NSNumber::numberWithInt_(static_cast<int>(index));
+}
 
-bool NSIndexSet::containsIndex_(uint32_t index) { return NSNil(_set.get(), &NSSet::member_, numberForIndex(index)); }
+bool NSIndexSet::containsIndex_(uint32_t index) {
+    return NSNil(_set.get(), &NSSet::member_, numberForIndex(index));
+}
 
 NSEnumerator* NSIndexSet::indexEnumerator() {
     if (!_set) return NSMutableArray::array()->objectEnumerator();
@@ -22,9 +26,13 @@ NSEnumerator* NSIndexSet::indexEnumerator() {
 
 // ---------------------------------------------------------------------------
 
-NSMutableIndexSet* NSMutableIndexSet::indexSet() { return static_cast<NSMutableIndexSet*>(NSAutorelease(alloc()->init())); }
+NSMutableIndexSet* NSMutableIndexSet::indexSet() {
+    return static_cast<NSMutableIndexSet*>(NSAutorelease(alloc()->init()));
+}
 
-void NSMutableIndexSet::addIndex_(uint32_t index) { NSNil(_set.get(), &NSMutableSet::addObject_, numberForIndex(index)); }
+void NSMutableIndexSet::addIndex_(uint32_t index) {
+    NSNil(_set.get(), &NSMutableSet::addObject_, numberForIndex(index));
+}
 
 NS_CLASS_BEGIN(NSIndexSet, NSObject)
     NS_METHOD(init)

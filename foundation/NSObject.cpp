@@ -73,7 +73,9 @@ void NSObject::dealloc() { delete this; }
 
 uint32_t NSObject::retainCount() { return __atomic_load_n(&_retainCount, __ATOMIC_RELAXED); }
 
-bool NSObject::respondsToSelector_(SEL sel) { return sel && class_()->lookupMethod(sel) != nullptr; }
+bool NSObject::respondsToSelector_(SEL sel) {
+    return sel && class_()->lookupMethod(sel) != nullptr;
+}
 
 bool NSObject::conformsToProtocol_(NSString* protocol) {
     return protocol && class_()->conformsToProtocol(protocol->UTF8String());
@@ -84,7 +86,8 @@ bool NSObject::isMemberOfClass_(Class cls) { return class_() == cls; }
 bool NSObject::isKindOfClass_(Class cls) { return class_()->isSubclassOf(cls); }
 
 NSObject* NSObject::performSelector_(SEL sel) {
-    if (!sel) NSFatalProgramError(class_()->name(), false, "invalid selector passed to performSelector:");
+    if (!sel)
+        NSFatalProgramError(class_()->name(), false, "invalid selector passed to performSelector:");
     return NSSend(this, sel);
 }
 
@@ -96,7 +99,8 @@ NSObject* NSObject::performSelector_withObject_(SEL sel, NSObject* object) {
     return NSSend(this, sel, object);
 }
 
-NSObject* NSObject::performSelector_withObject_withObject_(SEL sel, NSObject* object1, NSObject* object2) {
+NSObject* NSObject::performSelector_withObject_withObject_(SEL sel, NSObject* object1,
+                                                           NSObject* object2) {
     if (!sel) {
         NSFatalProgramError(class_()->name(), false,
                             "invalid selector passed to performSelector:withObject:withObject:");
@@ -104,7 +108,8 @@ NSObject* NSObject::performSelector_withObject_withObject_(SEL sel, NSObject* ob
     return NSSend(this, sel, object1, object2);
 }
 
-NSObject* NSObject::performSelector_withObject_afterDelay_(SEL sel, NSObject* object, double delay) {
+NSObject* NSObject::performSelector_withObject_afterDelay_(SEL sel, NSObject* object,
+                                                           double delay) {
     // Blocks the caller: nothing is queued.
     NSThread::sleepForTimeInterval_(delay);
     return performSelector_withObject_(sel, object);
@@ -197,24 +202,33 @@ NSObject* NSObject::valueForKey_forClass_(NSString* key, Class cls) {
     if (!f) return nullptr;
     void* p = f->address(this);
     switch (f->type[0]) {
-        case 'c': return NSNumber::numberWithInt_(*static_cast<int8_t*>(p));
-        case 'C': return NSNumber::numberWithInt_(*static_cast<uint8_t*>(p));
-        case 's': return NSNumber::numberWithInt_(*static_cast<int16_t*>(p));
-        case 'S': return NSNumber::numberWithInt_(*static_cast<uint16_t*>(p));
+        case 'c':
+            return NSNumber::numberWithInt_(*static_cast<int8_t*>(p));
+        case 'C':
+            return NSNumber::numberWithInt_(*static_cast<uint8_t*>(p));
+        case 's':
+            return NSNumber::numberWithInt_(*static_cast<int16_t*>(p));
+        case 'S':
+            return NSNumber::numberWithInt_(*static_cast<uint16_t*>(p));
         case 'i':
         case 'I':
         case 'l':
-        case 'L': return NSNumber::numberWithInt_(*static_cast<int32_t*>(p));
+        case 'L':
+            return NSNumber::numberWithInt_(*static_cast<int32_t*>(p));
         case 'q':
-        case 'Q': return NSNumber::numberWithInt_(static_cast<int32_t>(*static_cast<uint64_t*>(p)));
-        case 'f': return NSNumber::numberWithDouble_(*static_cast<float*>(p));
-        case 'd': return NSNumber::numberWithDouble_(*static_cast<double*>(p));
+        case 'Q':
+            return NSNumber::numberWithInt_(static_cast<int32_t>(*static_cast<uint64_t*>(p)));
+        case 'f':
+            return NSNumber::numberWithDouble_(*static_cast<float*>(p));
+        case 'd':
+            return NSNumber::numberWithDouble_(*static_cast<double*>(p));
         case ':': {
             // A selector field reads as the selector's name.
             SEL sel = *static_cast<SEL*>(p);
             return sel ? NSStringFromSelector(sel) : nullptr;
         }
-        default: return *static_cast<NSObject**>(p);
+        default:
+            return *static_cast<NSObject**>(p);
     }
 }
 
@@ -224,17 +238,29 @@ void NSObject::setValue_forKey_forClass_(NSObject* value, NSString* key, Class c
     void* p = f->address(this);
     switch (f->type[0]) {
         case 'c':
-        case 'C': *static_cast<uint8_t*>(p) = static_cast<uint8_t>(intOf(value)); break;
+        case 'C':
+            *static_cast<uint8_t*>(p) = static_cast<uint8_t>(intOf(value));
+            break;
         case 's':
-        case 'S': *static_cast<uint16_t*>(p) = static_cast<uint16_t>(intOf(value)); break;
+        case 'S':
+            *static_cast<uint16_t*>(p) = static_cast<uint16_t>(intOf(value));
+            break;
         case 'i':
         case 'I':
         case 'l':
-        case 'L': *static_cast<int32_t*>(p) = intOf(value); break;
+        case 'L':
+            *static_cast<int32_t*>(p) = intOf(value);
+            break;
         case 'q':
-        case 'Q': *static_cast<int64_t*>(p) = static_cast<int64_t>(intOf(value)); break;
-        case 'f': *static_cast<float*>(p) = static_cast<float>(doubleOf(value)); break;
-        case 'd': *static_cast<double*>(p) = doubleOf(value); break;
+        case 'Q':
+            *static_cast<int64_t*>(p) = static_cast<int64_t>(intOf(value));
+            break;
+        case 'f':
+            *static_cast<float*>(p) = static_cast<float>(doubleOf(value));
+            break;
+        case 'd':
+            *static_cast<double*>(p) = doubleOf(value);
+            break;
         case ':':
             *static_cast<SEL*>(p) = value ? NSSelectorFromString(value->description()) : nullptr;
             break;
@@ -255,7 +281,8 @@ NSArray* NSObject::attributeKeys() { return nullptr; }
 LXProxy* NSObject::proxy() {
     Class cls = NSClassFromCString("LXProxy");
     if (!cls) return nullptr;
-    return reinterpret_cast<LXProxy*>(NSSendClass<NSObject*>(cls, NS_SEL("proxyWithObject:"), this));
+    return reinterpret_cast<LXProxy*>(
+            NSSendClass<NSObject*>(cls, NS_SEL("proxyWithObject:"), this));
 }
 
 NSObject* NSObject::copy() { return copyWithZone_(nullptr); }
@@ -283,53 +310,48 @@ void initializeNothing() {}
 Class NSObject::classObject() {
     using Self = NSObject;
     static const Class ns_class =
-        NSClassBuilder(new NSClass("NSObject", nullptr, &createObject, nullptr))
-            NS_METHOD(init)
-            NS_METHOD(release)
-            NS_METHOD(setReleaseCallbackWithTarget_action_)
-            NS_METHOD(dealloc)
-            NS_METHOD(retainCount)
-            NS_METHOD(retain)
-            NS_METHOD(respondsToSelector_)
-            NS_METHOD(conformsToProtocol_)
-            NS_METHOD(isMemberOfClass_)
-            NS_METHOD(isKindOfClass_)
-            NS_METHOD(performSelector_)
-            NS_METHOD(performSelector_withObject_)
-            NS_METHOD(performSelector_withObject_withObject_)
-            NS_METHOD(performSelector_withObject_afterDelay_)
-            NS_METHOD(methodSignatureForSelector_)
-            NS_METHOD(forward__)
-            NS_METHOD(performv__)
-            NS_METHOD(forwardInvocation_)
-            NS_METHOD(description)
-            NS_METHOD(autorelease)
-            NS_METHOD(hash)
-            NS_METHOD(isEqual_)
-            NS_METHOD(methodForSelector_)
-            NS_METHOD(className)
-            NS_METHOD(doesNotRecognize_)
-            NS_METHOD(doesNotRecognizeSelector_)
-            NS_METHOD(valueForKey_)
-            NS_METHOD(valueForKey_forClass_)
-            NS_METHOD(setValue_forKey_)
-            NS_METHOD(setValue_forKey_forClass_)
-            NS_METHOD(attributeKeys)
-            NS_METHOD(copy)
-            NS_METHOD(mutableCopy)
-            NS_METHOD(copyWithZone_)
-            NS_METHOD(mutableCopyWithZone_)
-            NS_METHOD_NAMED("class", class_)
-            .classMethod<&initializeNothing>("initialize")
-            .classMethod<&allocObject>("alloc")
-            .classMethodNamed<&instanceClass>("class")
-            .classMethodNamed<&nameOfClass>("name")
-            .classMethod<&NSObject::instancesRespondToSelector_>("instancesRespondToSelector_")
-            .classMethod<&NSObject::poseAsClass_>("poseAsClass_")
-            NS_FIELD(_retainCount)
-            NS_FIELD(_releaseTarget)
-            NS_FIELD(_releaseAction)
-            .done();
+            NSClassBuilder(new NSClass("NSObject", nullptr, &createObject, nullptr)) NS_METHOD(init) NS_METHOD(
+                    release) NS_METHOD(setReleaseCallbackWithTarget_action_) NS_METHOD(dealloc) NS_METHOD(retainCount)
+                    NS_METHOD(retain) NS_METHOD(respondsToSelector_) NS_METHOD(conformsToProtocol_) NS_METHOD(
+                            isMemberOfClass_) NS_METHOD(isKindOfClass_) NS_METHOD(performSelector_)
+                            NS_METHOD(performSelector_withObject_) NS_METHOD(performSelector_withObject_withObject_) NS_METHOD(
+                                    performSelector_withObject_afterDelay_) NS_METHOD(methodSignatureForSelector_)
+                                    NS_METHOD(forward__) NS_METHOD(performv__) NS_METHOD(forwardInvocation_) NS_METHOD(
+                                            description) NS_METHOD(autorelease) NS_METHOD(hash) NS_METHOD(isEqual_)
+                                            NS_METHOD(methodForSelector_) NS_METHOD(className) NS_METHOD(
+                                                    doesNotRecognize_) NS_METHOD(doesNotRecognizeSelector_)
+                                                    NS_METHOD(valueForKey_) NS_METHOD(valueForKey_forClass_) NS_METHOD(
+                                                            setValue_forKey_) NS_METHOD(setValue_forKey_forClass_)
+                                                            NS_METHOD(attributeKeys) NS_METHOD(copy) NS_METHOD(
+                                                                    mutableCopy) NS_METHOD(copyWithZone_)
+                                                                    NS_METHOD(mutableCopyWithZone_) NS_METHOD_NAMED(
+                                                                            "class", class_)
+                                                                            .classMethod<
+                                                                                    &initializeNothing>(
+                                                                                    "initialize")
+                                                                            .classMethod<
+                                                                                    &allocObject>(
+                                                                                    "alloc")
+                                                                            .classMethodNamed<
+                                                                                    &instanceClass>(
+                                                                                    "class")
+                                                                            .classMethodNamed<
+                                                                                    &nameOfClass>(
+                                                                                    "name")
+                                                                            .classMethod<
+                                                                                    &NSObject::
+                                                                                            instancesRespondToSelector_>(
+                                                                                    "instancesRespo"
+                                                                                    "ndToSelector_")
+                                                                            .classMethod<
+                                                                                    &NSObject::
+                                                                                            poseAsClass_>(
+                                                                                    "poseAsClass_")
+                                                                                    NS_FIELD(_retainCount) NS_FIELD(
+                                                                                            _releaseTarget)
+                                                                                            NS_FIELD(
+                                                                                                    _releaseAction)
+                                                                            .done();
     return ns_class;
 }
 
@@ -388,9 +410,13 @@ SEL NSSelectorFromString(NSString* name) {
     return NSSelectorFromCString(text ? text->UTF8String() : "");
 }
 
-NSString* NSStringFromSelector(SEL sel) { return sel ? NSString::stringWithUTF8String_(sel->name()) : nullptr; }
+NSString* NSStringFromSelector(SEL sel) {
+    return sel ? NSString::stringWithUTF8String_(sel->name()) : nullptr;
+}
 
-NSString* NSStringFromClass(Class cls) { return cls ? NSString::stringWithUTF8String_(cls->name()) : nullptr; }
+NSString* NSStringFromClass(Class cls) {
+    return cls ? NSString::stringWithUTF8String_(cls->name()) : nullptr;
+}
 
 void NSBeep() { vtBeep(); }
 

@@ -99,7 +99,9 @@ public:
     virtual NSObject* initWithCoder_(NSCoder* coder);
 
     // Class operations that need the receiving class.
-    static bool instancesRespondToSelector_(Class cls, SEL sel) { return cls->instancesRespondToSelector_(sel); }
+    static bool instancesRespondToSelector_(Class cls, SEL sel) {
+        return cls->instancesRespondToSelector_(sel);
+    }
     static void poseAsClass_(Class cls, Class other) { cls->poseAsClass_(other); }
     static const char* name(Class cls) { return cls->name(); }
 

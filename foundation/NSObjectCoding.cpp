@@ -16,6 +16,6 @@ NSObject* NSObject::initWithCoder_(NSCoder*) {
 }
 
 NS_EXTEND_CLASS(NSObject, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END

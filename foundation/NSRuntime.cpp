@@ -140,7 +140,8 @@ const NSClass::Table* NSClass::flatTable(bool classSide) {
     Registry& r = registry();
     uint64_t generation = r.generation.load(std::memory_order_acquire);
     const Table* table = __atomic_load_n(&_flat[side], __ATOMIC_ACQUIRE);
-    if (table && __atomic_load_n(&_flatGeneration[side], __ATOMIC_ACQUIRE) == generation) return table;
+    if (table && __atomic_load_n(&_flatGeneration[side], __ATOMIC_ACQUIRE) == generation)
+        return table;
 
     std::lock_guard<std::recursive_mutex> guard(runtimeLock());
     // Another thread may have built it while this one waited.

@@ -126,10 +126,10 @@ SEL NSSelectorFromCString(const char* name);
 std::vector<Class> NSAllClasses();
 
 // The selector of a literal, interned once per call site.
-#define NS_SEL(literal)                                      \
-    ([]() -> SEL {                                           \
+#define NS_SEL(literal)                                                  \
+    ([]() -> SEL {                                                       \
         static const SEL ns_cached_sel = NSSelectorFromCString(literal); \
-        return ns_cached_sel;                                \
+        return ns_cached_sel;                                            \
     }())
 
 // The two faults of the program itself that no input can cause: they write
@@ -265,7 +265,7 @@ struct NSMethodThunk<M> {
             return 0;
         } else {
             return NSEncodeResult<R>(
-                (obj->*M)(NSWordCodec<std::decay_t<A>>::decode(f->words + L::offset(I))...));
+                    (obj->*M)(NSWordCodec<std::decay_t<A>>::decode(f->words + L::offset(I))...));
         }
     }
 };
@@ -285,7 +285,7 @@ struct NSMethodThunk<M> {
             return 0;
         } else {
             return NSEncodeResult<R>(
-                (obj->*M)(NSWordCodec<std::decay_t<A>>::decode(f->words + L::offset(I))...));
+                    (obj->*M)(NSWordCodec<std::decay_t<A>>::decode(f->words + L::offset(I))...));
         }
     }
 };
@@ -324,7 +324,8 @@ struct NSClassMethodThunk<F> {
             F(NSWordCodec<std::decay_t<A>>::decode(f->words + L::offset(I))...);
             return 0;
         } else {
-            return NSEncodeResult<R>(F(NSWordCodec<std::decay_t<A>>::decode(f->words + L::offset(I))...));
+            return NSEncodeResult<R>(
+                    F(NSWordCodec<std::decay_t<A>>::decode(f->words + L::offset(I))...));
         }
     }
     template <class First, class... Rest>
@@ -339,7 +340,8 @@ struct NSClassMethodThunk<F> {
             F(cls, NSWordCodec<std::decay_t<Rest>>::decode(f->words + L::offset(I))...);
             return 0;
         } else {
-            return NSEncodeResult<R>(F(cls, NSWordCodec<std::decay_t<Rest>>::decode(f->words + L::offset(I))...));
+            return NSEncodeResult<R>(
+                    F(cls, NSWordCodec<std::decay_t<Rest>>::decode(f->words + L::offset(I))...));
         }
     }
 };
@@ -347,9 +349,11 @@ struct NSClassMethodThunk<F> {
 // Type codes of key access, from the C++ type of the field.
 template <class T>
 constexpr const char* NSTypeCode() {
-    if constexpr (std::is_same_v<T, bool> || std::is_same_v<T, uint8_t> || std::is_same_v<T, unsigned char>) {
+    if constexpr (std::is_same_v<T, bool> || std::is_same_v<T, uint8_t> ||
+                  std::is_same_v<T, unsigned char>) {
         return "C";
-    } else if constexpr (std::is_same_v<T, int8_t> || std::is_same_v<T, signed char> || std::is_same_v<T, char>) {
+    } else if constexpr (std::is_same_v<T, int8_t> || std::is_same_v<T, signed char> ||
+                         std::is_same_v<T, char>) {
         return "c";
     } else if constexpr (std::is_same_v<T, int16_t>) {
         return "s";
@@ -471,22 +475,22 @@ private:
     Class _cls;
 };
 
-#define NS_DECLARE_CLASS(Name, Base)                                          \
-public:                                                                       \
-    using super = Base;                                                       \
-    static Class classObject();                                               \
-    Class class_() override { return classObject(); }                         \
+#define NS_DECLARE_CLASS(Name, Base)                                            \
+public:                                                                         \
+    using super = Base;                                                         \
+    static Class classObject();                                                 \
+    Class class_() override { return classObject(); }                           \
     static Name* alloc() { return static_cast<Name*>(classObject()->alloc()); } \
-                                                                              \
-private:                                                                      \
+                                                                                \
+private:                                                                        \
     friend struct NSClassFactory<Name>;
 
-#define NS_CLASS_BEGIN(Name, Base)                                                          \
-    Class Name::classObject() {                                                             \
-        using Self [[maybe_unused]] = Name;                                                 \
-        static const Class ns_class =                                                       \
-            NSClassBuilder(new NSClass(#Name, Base::classObject(), &NSClassFactory<Name>::create, \
-                                       NSInitializeOf<Name>()))
+#define NS_CLASS_BEGIN(Name, Base)                                     \
+    Class Name::classObject() {                                        \
+        using Self [[maybe_unused]] = Name;                            \
+        static const Class ns_class =                                  \
+                NSClassBuilder(new NSClass(#Name, Base::classObject(), \
+                                           &NSClassFactory<Name>::create, NSInitializeOf<Name>()))
 
 #define NS_METHOD(cxxName) .method<&Self::cxxName>(#cxxName)
 #define NS_METHOD_NAMED(selector, cxxName) .methodNamed<&Self::cxxName>(selector)
@@ -502,20 +506,20 @@ private:                                                                      \
 //   NS_EXTEND_CLASS(NSArray, Combinators)
 //       NS_METHOD(each)
 //   NS_EXTEND_END
-#define NS_EXTEND_CLASS(Name, Tag)                                   \
-    namespace {                                                      \
+#define NS_EXTEND_CLASS(Name, Tag) \
+    namespace {                    \
     const Class ns_extension_##Name##_##Tag = []() {                 \
         using Self [[maybe_unused]] = Name;                          \
         return NSClassBuilder(Name::classObject())
-
 #define NS_EXTEND_END \
-            .done();  \
-    }();              \
+    .done();          \
+    }                 \
+    ();               \
     }
 
 #define NS_CLASS_END(Name)                                  \
-            .done();                                        \
-        return ns_class;                                    \
+    .done();                                                \
+    return ns_class;                                        \
     }                                                       \
     namespace {                                             \
     const Class ns_registered_##Name = Name::classObject(); \

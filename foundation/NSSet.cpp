@@ -32,7 +32,8 @@ bool NSSet::intersectsSet_(NSSet* set) {
 }
 
 NSMutableSet* NSSet::setWithArray_(NSArray* array) {
-    NSMutableSet* s = NSMutableSet::setWithCapacity_(NSNil(NSDynamicCast<NSArray>(array), &NSArray::count));
+    NSMutableSet* s =
+            NSMutableSet::setWithCapacity_(NSNil(NSDynamicCast<NSArray>(array), &NSArray::count));
     s->addObjectsFromArray_(array);
     return s;
 }
@@ -71,7 +72,8 @@ NSMutableSet* NSMutableSet::init() { return initWithCapacity_(10); }
 NSMutableSet* NSMutableSet::set() { return NSAutorelease(alloc()->init()); }
 
 NSMutableSet* NSMutableSet::initWithCapacity_(uint32_t buckets) {
-    _dict.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(buckets)));
+    _dict.adopt(static_cast<NSMutableDictionary*>(
+            NSMutableDictionary::alloc()->initWithCapacity_(buckets)));
     return this;
 }
 
@@ -93,7 +95,8 @@ void NSMutableSet::addObjectsFromArray_(NSArray* objects) {
     // The array's enumeration: it ends at a nil element, as everywhere.
     NSArray* array = NSDynamicCast<NSArray>(objects);
     if (!array) return;
-    for (uint32_t i = 0; i < array->count() && array->objectAtIndex_(i); i++) addObject_(array->objectAtIndex_(i));
+    for (uint32_t i = 0; i < array->count() && array->objectAtIndex_(i); i++)
+        addObject_(array->objectAtIndex_(i));
 }
 
 NSObject* NSMutableSet::copyWithZone_(NSZone* zone) { return mutableCopyWithZone_(zone); }

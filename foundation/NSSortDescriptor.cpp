@@ -2,7 +2,8 @@
 
 #include "NSString.h"
 
-NSSortDescriptor* NSSortDescriptor::initWithKey_ascending_selector_(NSString* keyPath, bool ascending, SEL selector) {
+NSSortDescriptor* NSSortDescriptor::initWithKey_ascending_selector_(NSString* keyPath,
+                                                                    bool ascending, SEL selector) {
     _keyPath.set(keyPath);
     _ascending = ascending ? 1 : 0;
     _selector = selector;

@@ -11,7 +11,8 @@ class NSSortDescriptor : public NSObject {
 
 public:
     // Retains the key.
-    NSSortDescriptor* initWithKey_ascending_selector_(NSString* keyPath, bool ascending, SEL selector);
+    NSSortDescriptor* initWithKey_ascending_selector_(NSString* keyPath, bool ascending,
+                                                      SEL selector);
     // No selector: compare: is used.
     NSSortDescriptor* initWithKey_ascending_(NSString* keyPath, bool ascending);
     // Sends the first object the selector (or compare:) with the second as

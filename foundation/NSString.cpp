@@ -575,7 +575,8 @@ NSMutableArray* NSString::splitBy_(NSCharacterSet* separators) {
 }
 
 NSMutableArray* NSString::componentsSeparatedByString_(NSObject* separators) {
-    return splitBy_(NSCharacterSet::characterSetWithCharactersInString_(NSDynamicCast<NSString>(separators)));
+    return splitBy_(NSCharacterSet::characterSetWithCharactersInString_(
+            NSDynamicCast<NSString>(separators)));
 }
 
 NSMutableArray* NSString::tokenize() {

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "foundation/NSArray.h"
+#include "foundation/NSCoder.h"
 #include "foundation/NSData.h"
 #include "foundation/NSDate.h"
 #include "foundation/NSDictionary.h"
@@ -18,7 +19,6 @@
 #include "foundation/NSSet.h"
 #include "foundation/NSString.h"
 #include "foundation/NSValue.h"
-#include "foundation/NSCoder.h"
 
 namespace {
 
@@ -103,8 +103,8 @@ NSObject* NSString::initWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSString, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END
 
 // ---------------------------------------------------------------------------
@@ -136,8 +136,8 @@ NSObject* NSNumber::initWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSNumber, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END
 
 // ---------------------------------------------------------------------------
@@ -155,8 +155,8 @@ NSObject* NSData::initWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSData, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END
 
 // ---------------------------------------------------------------------------
@@ -177,8 +177,8 @@ NSObject* NSDate::initWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSDate, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END
 
 // ---------------------------------------------------------------------------
@@ -192,7 +192,7 @@ void NSNull::encodeWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSNull, Coding)
-    NS_METHOD(encodeWithCoder_)
+NS_METHOD(encodeWithCoder_)
 NS_EXTEND_END
 
 // ---------------------------------------------------------------------------
@@ -222,8 +222,8 @@ NSObject* NSArray::initWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSArray, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END
 
 // ---------------------------------------------------------------------------
@@ -265,8 +265,8 @@ NSObject* NSDictionary::initWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSDictionary, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END
 
 // ---------------------------------------------------------------------------
@@ -298,6 +298,6 @@ NSObject* NSSet::initWithCoder_(NSCoder* coder) {
 }
 
 NS_EXTEND_CLASS(NSSet, Coding)
-    NS_METHOD(encodeWithCoder_)
-    NS_METHOD(initWithCoder_)
+NS_METHOD(encodeWithCoder_)
+NS_METHOD(initWithCoder_)
 NS_EXTEND_END

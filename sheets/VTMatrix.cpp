@@ -52,15 +52,17 @@ NSString* VTMatrix::uniqueId() {
     std::call_once(seeded, [] { std::srand(std::random_device{}()); });
     int counter = ++gIdCounter;
     NSMutableString* id = NSMutableString::string();
-    id->appendString_(NSNumber::numberWithDouble_(NSDate::date()->timeIntervalSince1970())->description());
+    id->appendString_(
+            NSNumber::numberWithDouble_(NSDate::date()->timeIntervalSince1970())->description());
     id->appendString_(NSNumber::numberWithInt_(-counter)->description());
     id->appendString_(NSNumber::numberWithInt_(std::rand())->description());
     return id;
 }
 
-VTMatrix* VTMatrix::initWithName_sheets_workspace_sheet_source_(NSString* name, NSDictionary* sheets,
-                                                                  NSObject* workspace, VTSheet* sheet,
-                                                                  VTMatrix* source) {
+VTMatrix* VTMatrix::initWithName_sheets_workspace_sheet_source_(NSString* name,
+                                                                NSDictionary* sheets,
+                                                                NSObject* workspace, VTSheet* sheet,
+                                                                VTMatrix* source) {
     NSObject::init();
     _name.set(source ? source->name() : name);
     _sheets = sheets;
@@ -72,7 +74,8 @@ VTMatrix* VTMatrix::initWithName_sheets_workspace_sheet_source_(NSString* name, 
     if (workspace && workspace->respondsToSelector_(NS_SEL("keepsRecordVersions")))
         _versioned = NSSend<bool>(workspace, NS_SEL("keepsRecordVersions")) ? 1 : 0;
     _objects.adopt(NSMutableArray::alloc()->initWithCapacity_(10));
-    _fields.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _fields.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
     // The colleagues hold one another by address only: each matrix retaining
     // the shared list that retains it would keep every matrix of a store
     // alive for ever. A matrix takes itself out of the list in dealloc.
@@ -111,7 +114,8 @@ void VTMatrix::load() {
         _index.set(_source->index());
         return;
     }
-    NSMutableArray* records = _container ? _container->query_(NSMutableDictionary::classObject()) : nullptr;
+    NSMutableArray* records =
+            _container ? _container->query_(NSMutableDictionary::classObject()) : nullptr;
     for (uint32_t i = 0, n = records ? records->count() : 0; i < n; i++) {
         auto* record = static_cast<NSMutableDictionary*>(records->objectAtIndex_(i));
         if (vt_versions::isRemoved(record)) {
@@ -133,14 +137,16 @@ void VTMatrix::dropExpiredTombstones() {
     for (uint32_t i = 0, n = ids->count(); i < n; i++) {
         NSObject* id = ids->objectAtIndex_(i);
         auto* record = static_cast<NSDictionary*>(_tombstones->objectForKey_(id));
-        uint64_t removed = lx::clockMillis(lx::versionClock(static_cast<NSString*>(record->objectForKey_("__removed"_ns))));
+        uint64_t removed = lx::clockMillis(
+                lx::versionClock(static_cast<NSString*>(record->objectForKey_("__removed"_ns))));
         if (removed + vt_versions::kTombstoneLifetimeMillis > now) continue;
         _container->delete_(record);
         _tombstones->removeObjectForKey_(id);
         dropped++;
     }
     _container->endBatch();
-    if (dropped > 0) LOG("%u removed records of %s expired", dropped, _name ? _name->UTF8String() : "");
+    if (dropped > 0)
+        LOG("%u removed records of %s expired", dropped, _name ? _name->UTF8String() : "");
 }
 
 NSMutableDictionary* VTMatrix::tombstoneWithRecordId_(NSString* recordId) {
@@ -150,12 +156,15 @@ NSMutableDictionary* VTMatrix::tombstoneWithRecordId_(NSString* recordId) {
 
 NSString* VTMatrix::writerId() {
     NSDictionary* key = NSSend<NSDictionary*>(_workspace, NS_SEL("userInfo"));
-    NSObject* id = key && key->isKindOfClass_(NSDictionary::classObject()) ? key->objectForKey_("UniqueID"_ns) : nullptr;
+    NSObject* id = key && key->isKindOfClass_(NSDictionary::classObject())
+                           ? key->objectForKey_("UniqueID"_ns)
+                           : nullptr;
     if (id && id->isKindOfClass_(NSString::classObject())) return static_cast<NSString*>(id);
     return NSSend<NSString*>(_workspace, NS_SEL("currentUserId"));
 }
 
-void VTMatrix::stampVersions(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted) {
+void VTMatrix::stampVersions(NSMutableArray* entries,
+                             const std::unordered_set<NSObject*>& deleted) {
     NSString* writer = writerId();
     std::unordered_map<NSObject*, NSDictionary*> before;
     std::unordered_set<NSObject*> made;  // records new in this transaction
@@ -178,11 +187,13 @@ void VTMatrix::stampVersions(NSMutableArray* entries, const std::unordered_set<N
         NSMutableArray* fields = _changedFields->objectsForKey_(recordIdOf(record));
         if (fields->count() == 0) continue;
         auto found = before.find(record);
-        vt_versions::stampChange(record, found == before.end() ? nullptr : found->second, fields, writer);
+        vt_versions::stampChange(record, found == before.end() ? nullptr : found->second, fields,
+                                 writer);
     }
 }
 
-NSMutableDictionary* VTMatrix::takeIncomingRecord(NSMutableDictionary* object, NSArray* fields, bool* changed) {
+NSMutableDictionary* VTMatrix::takeIncomingRecord(NSMutableDictionary* object, NSArray* fields,
+                                                  bool* changed) {
     *changed = false;
     NSString* id = recordIdOf(object);
     if (!id || !_unsynchronizedObjects) return nullptr;
@@ -194,7 +205,8 @@ NSMutableDictionary* VTMatrix::takeIncomingRecord(NSMutableDictionary* object, N
         if (vt_versions::isRemoved(object)) {
             // A copy that is removed already at its sender is kept as the
             // tombstone it is there.
-            lx::LXClock::observe(lx::versionClock(static_cast<NSString*>(object->objectForKey_("__removed"_ns))));
+            lx::LXClock::observe(lx::versionClock(
+                    static_cast<NSString*>(object->objectForKey_("__removed"_ns))));
             noteNew(object);
             addPending(object, "delete"_ns);
             return nullptr;
@@ -263,9 +275,12 @@ void VTMatrix::addField_(NSArray* descriptor) {
 
 uint32_t VTMatrix::numberOfRows() { return _objects->count(); }
 
-int32_t VTMatrix::numberOfRowsInTableView_(NSObject*) { return static_cast<int32_t>(_objects->count()); }
+int32_t VTMatrix::numberOfRowsInTableView_(NSObject*) {
+    return static_cast<int32_t>(_objects->count());
+}
 
-NSObject* VTMatrix::tableView_objectValueForTableColumn_row_(NSObject*, NSTableColumn* column, int32_t row) {
+NSObject* VTMatrix::tableView_objectValueForTableColumn_row_(NSObject*, NSTableColumn* column,
+                                                             int32_t row) {
     auto* identifier = static_cast<NSString*>(column ? column->identifier() : nullptr);
     if (identifier && identifier->isEqual_("_seen_"_ns)) {
         if (row < 0 || static_cast<uint32_t>(row) >= _objects->count()) return nullptr;
@@ -336,13 +351,14 @@ void VTMatrix::addPending(NSMutableDictionary* record, NSString* kind) {
     if (_unsynchronizedObjects) _unsynchronizedObjects->addObject_(entryOf(record, kind));
 }
 
-void VTMatrix::setValue_inRow_column_onlyChangedFields_(NSObject* value, uint32_t row, NSString* field,
-                                                        bool onlyChangedFields) {
+void VTMatrix::setValue_inRow_column_onlyChangedFields_(NSObject* value, uint32_t row,
+                                                        NSString* field, bool onlyChangedFields) {
     if (!field) return;
     _writeLock->lock();
     Ref<NSObject> old;
     if (row < _objects->count()) {
-        old = retainRef(static_cast<NSDictionary*>(_objects->objectAtIndex_(row))->objectForKey_(field));
+        old = retainRef(
+                static_cast<NSDictionary*>(_objects->objectAtIndex_(row))->objectForKey_(field));
     } else {
         while (_objects->count() <= row) {
             NSMutableDictionary* fresh = NSMutableDictionary::dictionary();
@@ -364,7 +380,8 @@ void VTMatrix::setValue_inRow_column_onlyChangedFields_(NSObject* value, uint32_
 
 void VTMatrix::removeRow_(uint32_t row) {
     if (row >= _objects->count()) return;
-    Ref<NSMutableDictionary> record = retainRef(static_cast<NSMutableDictionary*>(_objects->objectAtIndex_(row)));
+    Ref<NSMutableDictionary> record =
+            retainRef(static_cast<NSMutableDictionary*>(_objects->objectAtIndex_(row)));
     NSString* id = recordIdOf(record);
     if (id) _index->removeObjectForKey_(id);
     addPending(record, "delete"_ns);
@@ -396,7 +413,8 @@ void VTMatrix::noteChange(NSMutableDictionary* record) {
     if (!_unsynchronizedObjects || !record || _noted.count(record)) return;
     NSMutableDictionary* before = NSMutableDictionary::dictionary();
     before->addEntriesFromDictionary_(record);
-    _undo.push_back(Undo{retainRef(record), retainRef(static_cast<NSDictionary*>(before)), nullptr, -1});
+    _undo.push_back(
+            Undo{retainRef(record), retainRef(static_cast<NSDictionary*>(before)), nullptr, -1});
     _noted.insert(record);
 }
 
@@ -411,8 +429,8 @@ void VTMatrix::noteRemoval(NSMutableDictionary* record, uint32_t row) {
     _undo.push_back(Undo{retainRef(record), nullptr, nullptr, static_cast<int32_t>(row)});
 }
 
-bool VTMatrix::storePending(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted, NSString* userId,
-                            bool synchronize) {
+bool VTMatrix::storePending(NSMutableArray* entries, const std::unordered_set<NSObject*>& deleted,
+                            NSString* userId, bool synchronize) {
     if (!_container) return true;
     // A damaged store refuses every change; nothing is tried. Not even an
     // empty transaction passes: a removal of an id that the damaged store
@@ -435,8 +453,10 @@ bool VTMatrix::storePending(NSMutableArray* entries, const std::unordered_set<NS
             continue;
         }
         if (deleted.count(record)) continue;
-        if (!record->objectForKey_("__creator"_ns)) record->setObject_forKey_(userId, "__creator"_ns);
-        if (!record->objectForKey_("__created"_ns)) record->setObject_forKey_(NSDate::date(), "__created"_ns);
+        if (!record->objectForKey_("__creator"_ns))
+            record->setObject_forKey_(userId, "__creator"_ns);
+        if (!record->objectForKey_("__created"_ns))
+            record->setObject_forKey_(NSDate::date(), "__created"_ns);
         if (synchronize) {
             record->setObject_forKey_(userId, "__modifier"_ns);
             record->setObject_forKey_(NSDate::date(), "__modified"_ns);
@@ -526,19 +546,23 @@ bool VTMatrix::commitTransaction_(bool synchronize) {
     std::unordered_set<NSObject*> deleted;
     for (uint32_t i = 0, n = entries->count(); i < n; i++) {
         auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
-        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) deleted.insert(entry->objectAtIndex_(0));
+        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns))
+            deleted.insert(entry->objectAtIndex_(0));
     }
     if (synchronize && _versioned) stampVersions(entries, deleted);
     if (!storePending(entries, deleted, userId, synchronize)) {
         const char* name = _name ? _name->UTF8String() : "";
         LOG("commit failed in %s: %s", name,
-            _container && _container->isDamaged() ? "the store is damaged" : "the store could not be written");
+            _container && _container->isDamaged() ? "the store is damaged"
+                                                  : "the store could not be written");
         undoTransaction();
         endTransaction();
         // A user's own change (the one kind that replicates) is reported to
         // the user; the callers of local-only writes act on the answer.
-        if (synchronize && _workspace && _workspace->respondsToSelector_(NS_SEL("commitFailedInSheet:")))
-            NSSend<void>(_workspace, NS_SEL("commitFailedInSheet:"), static_cast<NSObject*>(_sheet));
+        if (synchronize && _workspace &&
+            _workspace->respondsToSelector_(NS_SEL("commitFailedInSheet:")))
+            NSSend<void>(_workspace, NS_SEL("commitFailedInSheet:"),
+                         static_cast<NSObject*>(_sheet));
         return false;
     }
     // Removals with a version are tombstones now; the deltas of removals
@@ -546,7 +570,8 @@ bool VTMatrix::commitTransaction_(bool synchronize) {
     for (uint32_t i = 0, n = entries->count(); i < n; i++) {
         auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
         auto* record = static_cast<NSMutableDictionary*>(entry->objectAtIndex_(0));
-        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns) && record->objectForKey_("__removed"_ns) && recordIdOf(record))
+        if (entry->objectAtIndex_(1)->isEqual_("delete"_ns) &&
+            record->objectForKey_("__removed"_ns) && recordIdOf(record))
             _tombstones->setObject_forKey_(record, recordIdOf(record));
     }
     // Only what is on disk goes out to the other users.
@@ -554,8 +579,8 @@ bool VTMatrix::commitTransaction_(bool synchronize) {
         auto* entry = static_cast<NSArray*>(entries->objectAtIndex_(i));
         auto* record = static_cast<NSMutableDictionary*>(entry->objectAtIndex_(0));
         if (entry->objectAtIndex_(1)->isEqual_("delete"_ns)) {
-            NSSend<void>(_workspace, NS_SEL("synchronizeDeletionOfObjectWithId:inSheet:"), recordIdOf(record),
-                         static_cast<NSObject*>(_sheet));
+            NSSend<void>(_workspace, NS_SEL("synchronizeDeletionOfObjectWithId:inSheet:"),
+                         recordIdOf(record), static_cast<NSObject*>(_sheet));
             continue;
         }
         if (deleted.count(record)) continue;
@@ -627,17 +652,21 @@ void VTMatrix::sortByField_(NSString* field) {
     switch (sortKindOf(order)) {
         case SortKind::Strings:
             std::stable_sort(order.begin(), order.end(), [](VTWrapper* a, VTWrapper* b) {
-                return static_cast<NSString*>(a->value())->compare_(static_cast<NSString*>(b->value())) < 0;
+                return static_cast<NSString*>(a->value())
+                               ->compare_(static_cast<NSString*>(b->value())) < 0;
             });
             break;
         case SortKind::Dates:
             std::stable_sort(order.begin(), order.end(), [](VTWrapper* a, VTWrapper* b) {
-                return static_cast<NSDate*>(a->value())->compare_(static_cast<NSDate*>(b->value())) < 0;
+                return static_cast<NSDate*>(a->value())
+                               ->compare_(static_cast<NSDate*>(b->value())) < 0;
             });
             break;
         case SortKind::Other: {
-            NSMutableArray* sorted = wrappers->sortedArrayUsingSelector_(NS_SEL("compareWithWrapper:"));
-            for (uint32_t i = 0; i < n; i++) order[i] = static_cast<VTWrapper*>(sorted->objectAtIndex_(i));
+            NSMutableArray* sorted =
+                    wrappers->sortedArrayUsingSelector_(NS_SEL("compareWithWrapper:"));
+            for (uint32_t i = 0; i < n; i++)
+                order[i] = static_cast<VTWrapper*>(sorted->objectAtIndex_(i));
             // `sorted` holds the same wrappers as `wrappers`; both live to the end.
             break;
         }
@@ -652,7 +681,8 @@ void VTMatrix::sortByFirstField() {
     sortByField_(static_cast<NSString*>(descriptor->objectAtIndex_(0)));
 }
 
-void VTMatrix::appendDisplayText(NSMutableString* text, NSDictionary* record, NSArray* displayFields) {
+void VTMatrix::appendDisplayText(NSMutableString* text, NSDictionary* record,
+                                 NSArray* displayFields) {
     for (uint32_t i = 0, n = displayFields ? displayFields->count() : 0; i < n; i++) {
         NSObject* name = displayFields->objectAtIndex_(i);
         NSObject* value = record->objectForKey_(name);
@@ -669,11 +699,13 @@ NSString* VTMatrix::displayText(NSDictionary* record, NSArray* displayFields) {
 
 NSObject* VTMatrix::resolveValue_forField_(NSObject* value, NSString* field) {
     auto* descriptor = static_cast<NSArray*>(field ? _fields->objectForKey_(field) : nullptr);
-    if (!descriptor || descriptor->count() < 4 || !isReferenceType(descriptor->objectAtIndex_(1))) return value;
+    if (!descriptor || descriptor->count() < 4 || !isReferenceType(descriptor->objectAtIndex_(1)))
+        return value;
     if (!value) return ""_ns;
     VTMatrix* target = matrixOfSheet(_sheets, descriptor->objectAtIndex_(2));
     auto* displayFields = static_cast<NSArray*>(descriptor->objectAtIndex_(3));
-    NSMutableArray* ids = static_cast<NSString*>(value->description())->componentsSeparatedByString_(" "_ns);
+    NSMutableArray* ids =
+            static_cast<NSString*>(value->description())->componentsSeparatedByString_(" "_ns);
     NSMutableString* text = NSMutableString::string();
     for (uint32_t i = 0, n = ids->count(); i < n; i++) {
         auto* id = static_cast<NSString*>(ids->objectAtIndex_(i));
@@ -692,7 +724,8 @@ NSObject* VTMatrix::resolveValue_forField_(NSObject* value, NSString* field) {
 }
 
 NSMutableSet* VTMatrix::seenRecords() {
-    return NSSend<NSMutableSet*>(_workspace, NS_SEL("setForSeenForKey:"), static_cast<NSObject*>(_name.get()));
+    return NSSend<NSMutableSet*>(_workspace, NS_SEL("setForSeenForKey:"),
+                                 static_cast<NSObject*>(_name.get()));
 }
 
 void VTMatrix::markAsSeen_recordId_(bool seen, NSString* recordId) {
@@ -708,7 +741,8 @@ void VTMatrix::markAsSeen_recordId_(bool seen, NSString* recordId) {
 
 void VTMatrix::markAsSeen_rowIndex_(bool seen, uint32_t row) {
     if (row >= _objects->count()) return;
-    markAsSeen_recordId_(seen, recordIdOf(static_cast<NSDictionary*>(_objects->objectAtIndex_(row))));
+    markAsSeen_recordId_(seen,
+                         recordIdOf(static_cast<NSDictionary*>(_objects->objectAtIndex_(row))));
 }
 
 NS_CLASS_BEGIN(VTMatrix, NSObject)

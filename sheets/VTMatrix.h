@@ -33,8 +33,8 @@
 #include "foundation/NSDictionary.h"
 #include "foundation/NSLock.h"
 #include "foundation/NSSet.h"
-#include "structures/VTKeyedArrays.h"
 #include "storage/LXContainer.h"
+#include "structures/VTKeyedArrays.h"
 
 class NSTableColumn;
 class VTSheet;
@@ -104,7 +104,8 @@ public:
     // entered whole when the id is new here. Answers the live record, nil
     // when it is (still) removed; `changed` tells whether anything is to be
     // stored (a repeated or older copy changes nothing).
-    NSMutableDictionary* takeIncomingRecord(NSMutableDictionary* object, NSArray* fields, bool* changed);
+    NSMutableDictionary* takeIncomingRecord(NSMutableDictionary* object, NSArray* fields,
+                                            bool* changed);
     // Another user's removal, inside an open transaction: the record's
     // removal version becomes the newer of the two, and the record leaves
     // the rows if no field is newer. An id unknown here leaves a tombstone,
@@ -141,7 +142,8 @@ public:
     // values (or their names), each followed by a blank, trimmed.
     static NSString* displayText(NSDictionary* record, NSArray* displayFields);
     // The same without the trimming, appended to `text`.
-    static void appendDisplayText(NSMutableString* text, NSDictionary* record, NSArray* displayFields);
+    static void appendDisplayText(NSMutableString* text, NSDictionary* record,
+                                  NSArray* displayFields);
 
 protected:
     ~VTMatrix() override = default;

@@ -24,12 +24,15 @@ NSString* textAt(NSDictionary* dictionary, NSString* key) {
 
 NSDictionary* dictionaryAt(NSDictionary* dictionary, NSString* key) {
     NSObject* value = dictionary ? dictionary->objectForKey_(key) : nullptr;
-    return value && value->isKindOfClass_(NSDictionary::classObject()) ? static_cast<NSDictionary*>(value) : nullptr;
+    return value && value->isKindOfClass_(NSDictionary::classObject())
+                   ? static_cast<NSDictionary*>(value)
+                   : nullptr;
 }
 
 NSArray* arrayAt(NSDictionary* dictionary, NSString* key) {
     NSObject* value = dictionary ? dictionary->objectForKey_(key) : nullptr;
-    return value && value->isKindOfClass_(NSArray::classObject()) ? static_cast<NSArray*>(value) : nullptr;
+    return value && value->isKindOfClass_(NSArray::classObject()) ? static_cast<NSArray*>(value)
+                                                                  : nullptr;
 }
 
 // A mutable copy of the record's versions: the record's own dictionary is
@@ -41,8 +44,8 @@ Ref<NSMutableDictionary> copyOfVersions(NSDictionary* record) {
 }
 
 NSDictionary* historyEntry(NSString* field, NSObject* value, NSString* version) {
-    return NSDictionary::dictionaryWithObjectsAndKeys_(field, "field"_ns, value, "value"_ns,
-                                                       version ? version : ""_ns, "version"_ns, nullptr);
+    return NSDictionary::dictionaryWithObjectsAndKeys_(
+            field, "field"_ns, value, "value"_ns, version ? version : ""_ns, "version"_ns, nullptr);
 }
 
 const char* utf8(NSString* text) { return text ? text->UTF8String() : ""; }
@@ -68,7 +71,8 @@ bool setHistory(NSMutableDictionary* record, std::vector<NSDictionary*> entries)
                            utf8(b->objectForKey_("value"_ns)->description())) < 0;
     };
     std::stable_sort(entries.begin(), entries.end(), before);
-    NSMutableArray* kept = NSMutableArray::arrayWithCapacity_(static_cast<uint32_t>(entries.size()) + 1);
+    NSMutableArray* kept =
+            NSMutableArray::arrayWithCapacity_(static_cast<uint32_t>(entries.size()) + 1);
     NSString* field = nullptr;
     uint32_t ofField = 0;
     NSDictionary* last = nullptr;
@@ -119,7 +123,8 @@ NSString* newestFieldVersion(NSDictionary* record) {
     for (uint32_t i = 0, n = all ? all->count() : 0; i < n; i++) {
         NSObject* v = all->objectAtIndex_(i);
         if (!v->isKindOfClass_(NSString::classObject())) continue;
-        if (lx::compareVersions(static_cast<NSString*>(v), newest) > 0) newest = static_cast<NSString*>(v);
+        if (lx::compareVersions(static_cast<NSString*>(v), newest) > 0)
+            newest = static_cast<NSString*>(v);
     }
     return newest;
 }
@@ -129,7 +134,8 @@ bool isRemoved(NSDictionary* record) {
     return removed && lx::compareVersions(newestFieldVersion(record), removed) <= 0;
 }
 
-void stampChange(NSMutableDictionary* record, NSDictionary* before, NSArray* fields, NSString* writer) {
+void stampChange(NSMutableDictionary* record, NSDictionary* before, NSArray* fields,
+                 NSString* writer) {
     Ref<NSMutableDictionary> versions = copyOfVersions(record);
     std::vector<NSDictionary*> lost;
     std::unordered_set<std::string> done;
@@ -140,7 +146,8 @@ void stampChange(NSMutableDictionary* record, NSDictionary* before, NSArray* fie
         if (!done.insert(field->UTF8String()).second) continue;
         NSString* replaced = textAt(versions, field);
         uint64_t clock = lx::LXClock::tick(lx::versionClock(replaced));
-        if (NSObject* was = before ? before->objectForKey_(field) : nullptr) lost.push_back(historyEntry(field, was, replaced));
+        if (NSObject* was = before ? before->objectForKey_(field) : nullptr)
+            lost.push_back(historyEntry(field, was, replaced));
         versions->setObject_forKey_(lx::versionText(clock, writer), field);
     }
     if (done.empty()) return;
@@ -183,11 +190,14 @@ bool mergeIncoming(NSMutableDictionary* record, NSDictionary* incoming, NSArray*
     std::unordered_set<std::string> seen;
     auto consider = [&](NSObject* name) {
         if (!name || !name->isKindOfClass_(NSString::classObject()) || isReservedKey(name)) return;
-        if (seen.insert(static_cast<NSString*>(name)->UTF8String()).second) names.push_back(static_cast<NSString*>(name));
+        if (seen.insert(static_cast<NSString*>(name)->UTF8String()).second)
+            names.push_back(static_cast<NSString*>(name));
     };
-    for (uint32_t i = 0, n = listed ? listed->count() : 0; i < n; i++) consider(listed->objectAtIndex_(i));
+    for (uint32_t i = 0, n = listed ? listed->count() : 0; i < n; i++)
+        consider(listed->objectAtIndex_(i));
     NSArray* versioned = theirVersions ? theirVersions->allKeys() : nullptr;
-    for (uint32_t i = 0, n = versioned ? versioned->count() : 0; i < n; i++) consider(versioned->objectAtIndex_(i));
+    for (uint32_t i = 0, n = versioned ? versioned->count() : 0; i < n; i++)
+        consider(versioned->objectAtIndex_(i));
 
     bool changed = false;
     Ref<NSMutableDictionary> versions;
@@ -220,7 +230,8 @@ bool mergeIncoming(NSMutableDictionary* record, NSDictionary* incoming, NSArray*
         appendEntries(lost, theirHistory);
         changed = setHistory(record, lost) || changed;
     }
-    if (NSString* removed = textAt(incoming, "__removed"_ns)) changed = mergeRemoval(record, removed) || changed;
+    if (NSString* removed = textAt(incoming, "__removed"_ns))
+        changed = mergeRemoval(record, removed) || changed;
     // Stamps are not replicated, but a record that began here as the
     // tombstone of a removal takes its creation stamps from the first copy.
     for (NSString* stamp : {"__creator"_ns, "__created"_ns}) {

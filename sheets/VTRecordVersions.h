@@ -45,7 +45,8 @@ bool isRemoved(NSDictionary* record);
 // gets a new version of `writer`, newer than the one it replaces; the
 // value the field had in `before` (the record before the transaction, nil
 // for a new record) goes into the history.
-void stampChange(NSMutableDictionary* record, NSDictionary* before, NSArray* fields, NSString* writer);
+void stampChange(NSMutableDictionary* record, NSDictionary* before, NSArray* fields,
+                 NSString* writer);
 // A local removal: __removed becomes a new version of `writer`, newer than
 // every field's; answers it.
 NSString* stampRemoval(NSMutableDictionary* record, NSString* writer);

@@ -46,7 +46,9 @@ NSMutableSet* VTSheet::rolesForAction_(NSString* action) {
     return NSMutableSet::setWithArray_(_accessRights->objectsForKey_(action));
 }
 
-bool VTSheet::isRestrictedForAction_(NSString* action) { return _accessRights->objectsForKey_(action)->count() > 0; }
+bool VTSheet::isRestrictedForAction_(NSString* action) {
+    return _accessRights->objectsForKey_(action)->count() > 0;
+}
 
 NS_CLASS_BEGIN(VTSheet, NSObject)
     NS_METHOD(dealloc)

@@ -104,7 +104,8 @@ public:
     NSMutableArray* historyOfRecordWithId_(NSString* recordId);
     // The value of entry n (from 1) of the field's history, to be written
     // back by a Save; nil when there is no such entry.
-    NSObject* valueOfField_ofRecordWithId_fromHistoryEntry_(NSString* field, NSString* recordId, uint32_t n);
+    NSObject* valueOfField_ofRecordWithId_fromHistoryEntry_(NSString* field, NSString* recordId,
+                                                            uint32_t n);
     // Delivery of message records. Each hook is given an object retained for
     // it and releases it.
     // Before the fields are applied: a "sent" record addressed to this user

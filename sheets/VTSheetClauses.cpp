@@ -60,9 +60,7 @@ void render(NSObject* o, std::string* out, int depth) {
     *out += ')';
 }
 
-NSString* joinWords(NSArray* words) {
-    return words->componentsJoinedByString_(" "_ns)->trim();
-}
+NSString* joinWords(NSArray* words) { return words->componentsJoinedByString_(" "_ns)->trim(); }
 
 }  // namespace
 
@@ -150,8 +148,9 @@ void VTSheetClauses::nameClause(NSString* sourceName) {
         NSObject* sourceSheet = sheets ? sheets->objectForKey_(sourceName) : nullptr;
         sheet->_source.set(NSSend<VTMatrix*>(sourceSheet, NS_SEL("matrix")));
     }
-    sheet->_matrix.adopt(static_cast<VTMatrix*>(VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
-            name, sheets, sheet->_workspace, sheet, sheet->_source)));
+    sheet->_matrix.adopt(
+            static_cast<VTMatrix*>(VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
+                    name, sheets, sheet->_workspace, sheet, sheet->_source)));
     sheet->_title.set(titleWords ? joinWords(titleWords) : name->capitalizedString());
 }
 
@@ -167,14 +166,15 @@ void VTSheetClauses::fieldClause(NSString* kind) {
         if (parts && parts->count() < 2) fail("too few elements in the field's name and label");
         if (failed) return;
         key = static_cast<NSString*>(parts->objectAtIndex_(0));
-        label = joinWords(parts->subarrayWithRange_(NSMakeRange(2, parts->count() > 2 ? parts->count() - 2 : 0)));
+        label = joinWords(parts->subarrayWithRange_(
+                NSMakeRange(2, parts->count() > 2 ? parts->count() - 2 : 0)));
     }
     at(2);  // the filler, "as"
     NSString* type = atom(3);
     if (failed) return;
     NSMutableArray* descriptor = nullptr;
-    if (type->isEqual_("string"_ns) || type->isEqual_("multiline"_ns) || type->isEqual_("datepicker"_ns) ||
-        type->isEqual_("datetimepicker"_ns)) {
+    if (type->isEqual_("string"_ns) || type->isEqual_("multiline"_ns) ||
+        type->isEqual_("datepicker"_ns) || type->isEqual_("datetimepicker"_ns)) {
         descriptor = NSArray::arrayWithObjects_(key, type, nullptr);
     } else if (type->isEqual_("enum"_ns)) {
         NSArray* values = wordsAt(4);
@@ -191,7 +191,8 @@ void VTSheetClauses::fieldClause(NSString* kind) {
     }
     sheet->_fieldLabels->setObject_forKey_(label, key);
     if (kind->isEqual_("field"_ns)) sheet->_inView->addObject_(key);
-    if (kind->isEqual_("hiddenfield"_ns)) sheet->_hiddenFields->setObject_forKey_(NSNumber::numberWithBool_(true), key);
+    if (kind->isEqual_("hiddenfield"_ns))
+        sheet->_hiddenFields->setObject_forKey_(NSNumber::numberWithBool_(true), key);
     // An unknown type word adds no field: only the label and the column
     // membership stay, as they do for every field clause.
     if (!descriptor) return;
@@ -258,7 +259,8 @@ void VTSheetClauses::apply(NSObject* written, Ref<NSString>* sourceName) {
         NSArray* allowed = wordListsAt(2);
         if (failed) return;
         for (uint32_t i = 0, n = allowed->count(); i < n; i++)
-            sheet->_filters->addObject_forKey_(joinWords(static_cast<NSArray*>(allowed->objectAtIndex_(i))), field);
+            sheet->_filters->addObject_forKey_(
+                    joinWords(static_cast<NSArray*>(allowed->objectAtIndex_(i))), field);
     } else if (kw == "reffilter") {
         NSString* field = atom(1);
         NSString* target = atom(2);
@@ -266,13 +268,15 @@ void VTSheetClauses::apply(NSObject* written, Ref<NSString>* sourceName) {
         if (failed) return;
         NSMutableArray* key = NSArray::arrayWithObjects_(field, target, nullptr);
         for (uint32_t i = 0, n = allowed->count(); i < n; i++)
-            sheet->_referenceFilters->addObject_forKey_(joinWords(static_cast<NSArray*>(allowed->objectAtIndex_(i))),
-                                                        key);
+            sheet->_referenceFilters->addObject_forKey_(
+                    joinWords(static_cast<NSArray*>(allowed->objectAtIndex_(i))), key);
     } else if (kw == "datefilter") {
         NSString* field = atom(1);
         NSString* from = atom(2);
         NSString* to = atom(3);
-        if (!failed) sheet->_dateFilters->addObject_forKey_(NSArray::arrayWithObjects_(from, to, nullptr), field);
+        if (!failed)
+            sheet->_dateFilters->addObject_forKey_(NSArray::arrayWithObjects_(from, to, nullptr),
+                                                   field);
     } else if (kw == "restrict") {
         NSString* action = atom(1);
         NSArray* role = wordsAt(2);
@@ -284,15 +288,16 @@ void VTSheetClauses::apply(NSObject* written, Ref<NSString>* sourceName) {
         NSArray* args = failed ? nullptr : restAt(4);
         if (failed) return;
         NSObject* argsOrNull = args->count() ? static_cast<NSObject*>(args) : NSNull::null();
-        sheet->_actions->addObject_(
-                NSArray::arrayWithObjects_(NSString::stringWithArray_(title), cls, selector, argsOrNull, nullptr));
+        sheet->_actions->addObject_(NSArray::arrayWithObjects_(NSString::stringWithArray_(title),
+                                                               cls, selector, argsOrNull, nullptr));
     }
     // Any other keyword, "#" among them, is passed over without a word.
 }
 
 bool VTSheetClauses::run(NSArray* definition) {
     Ref<NSString> sourceName;
-    for (uint32_t i = 0, n = definition->count(); i < n; i++) apply(definition->objectAtIndex_(i), &sourceName);
+    for (uint32_t i = 0, n = definition->count(); i < n; i++)
+        apply(definition->objectAtIndex_(i), &sourceName);
     if (!sheet->_name) {
         LOG("sheet (unnamed): no name clause; sheet rejected");
         return false;
@@ -309,11 +314,16 @@ VTSheet* VTSheet::initWithArray_workspace_(NSArray* definition, NSObject* worksp
     _workspace = workspace;
     _fields.adopt(NSMutableArray::alloc()->initWithCapacity_(10));
     _guiObjects.adopt(NSMutableArray::alloc()->initWithCapacity_(10));
-    _fieldControls.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
-    _referenceObjects.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
-    _fieldLabels.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
-    _hiddenFields.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
-    _actionInfos.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _fieldControls.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _referenceObjects.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _fieldLabels.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _hiddenFields.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _actionInfos.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
     _inView.adopt(NSMutableSet::alloc()->init());
     _validation.adopt(static_cast<VTKeyedArrays*>(VTKeyedArrays::alloc()->init()));
     _accessRights.adopt(static_cast<VTKeyedArrays*>(VTKeyedArrays::alloc()->init()));
@@ -322,8 +332,10 @@ VTSheet* VTSheet::initWithArray_workspace_(NSArray* definition, NSObject* worksp
     _dateFilters.adopt(static_cast<VTKeyedArrays*>(VTKeyedArrays::alloc()->init()));
     _access.adopt(static_cast<VTKeyedArrays*>(VTKeyedArrays::alloc()->init()));
     _actions.adopt(NSMutableArray::alloc()->initWithCapacity_(10));
-    _defaultValues.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
-    _toolTips.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _defaultValues.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _toolTips.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
 
     // The definition comes from configuration data and may arrive by
     // message as any object: look at it as an object before as a list.
@@ -343,13 +355,18 @@ VTSheet* VTSheet::initWithArray_workspace_(NSArray* definition, NSObject* worksp
 
     _matrix->load();
     _activeRow = static_cast<int32_t>(_matrix->numberOfRows());
-    _tableView.adopt(static_cast<NSTableView*>(NSTableView::alloc()->initWithFrame_(NSMakeRect(330, 10, 500, 500))));
-    NSObject* currentUser = _filterCurrentUser ? static_cast<NSObject*>(_filterCurrentUser.get()) : NSNull::null();
-    NSDictionary* specialFilters = NSDictionary::dictionaryWithObjectsAndKeys_(currentUser, "currentUser"_ns, nullptr);
+    _tableView.adopt(static_cast<NSTableView*>(
+            NSTableView::alloc()->initWithFrame_(NSMakeRect(330, 10, 500, 500))));
+    NSObject* currentUser =
+            _filterCurrentUser ? static_cast<NSObject*>(_filterCurrentUser.get()) : NSNull::null();
+    NSDictionary* specialFilters =
+            NSDictionary::dictionaryWithObjectsAndKeys_(currentUser, "currentUser"_ns, nullptr);
     NSDictionary* sheets = NSSend<NSDictionary*>(_workspace, NS_SEL("sheets"));
     Ref<VTTableDataSource> dataSource = adoptRef(static_cast<VTTableDataSource*>(
-            VTTableDataSource::alloc()->initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_(
-                    _matrix, _fields, sheets, _filters, _referenceFilters, _dateFilters, specialFilters, _readOwn)));
+            VTTableDataSource::alloc()
+                    ->initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_(
+                            _matrix, _fields, sheets, _filters, _referenceFilters, _dateFilters,
+                            specialFilters, _readOwn)));
     _tableView->setDataSource_(dataSource);
     _matrix->sortByFirstField();
     dataSource->filter();

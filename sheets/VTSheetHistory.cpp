@@ -25,24 +25,27 @@ NSMutableArray* VTSheet::historyOfRecordWithId_(NSString* recordId) {
         auto* version = static_cast<NSString*>(entry->objectForKey_("version"_ns));
         NSString* writer = lx::versionWriter(version);
         result->addObject_(NSDictionary::dictionaryWithObjectsAndKeys_(
-                f, "field"_ns, entry->objectForKey_("value"_ns), "value"_ns, version ? version : ""_ns, "version"_ns,
-                writer ? writer : ""_ns, "writer"_ns, NSNumber::numberWithInt_(n), "n"_ns, nullptr));
+                f, "field"_ns, entry->objectForKey_("value"_ns), "value"_ns,
+                version ? version : ""_ns, "version"_ns, writer ? writer : ""_ns, "writer"_ns,
+                NSNumber::numberWithInt_(n), "n"_ns, nullptr));
     }
     return result;
 }
 
-NSObject* VTSheet::valueOfField_ofRecordWithId_fromHistoryEntry_(NSString* field, NSString* recordId, uint32_t n) {
+NSObject* VTSheet::valueOfField_ofRecordWithId_fromHistoryEntry_(NSString* field,
+                                                                 NSString* recordId, uint32_t n) {
     NSMutableArray* history = historyOfRecordWithId_(recordId);
     for (uint32_t i = 0, count = history->count(); i < count; i++) {
         auto* entry = static_cast<NSDictionary*>(history->objectAtIndex_(i));
         if (!entry->objectForKey_("field"_ns)->isEqual_(field)) continue;
-        if (static_cast<NSNumber*>(entry->objectForKey_("n"_ns))->intValue() == static_cast<int32_t>(n))
+        if (static_cast<NSNumber*>(entry->objectForKey_("n"_ns))->intValue() ==
+            static_cast<int32_t>(n))
             return entry->objectForKey_("value"_ns);
     }
     return nullptr;
 }
 
 NS_EXTEND_CLASS(VTSheet, History)
-    NS_METHOD(historyOfRecordWithId_)
-    NS_METHOD(valueOfField_ofRecordWithId_fromHistoryEntry_)
+NS_METHOD(historyOfRecordWithId_)
+NS_METHOD(valueOfField_ofRecordWithId_fromHistoryEntry_)
 NS_EXTEND_END

@@ -65,7 +65,9 @@ bool VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary
     if (!_matrix->commitTransaction_(false)) return false;
     if (!changed) return true;
     // Unseen, whoever sent it (a record that stays removed has no row).
-    if (record) _matrix->markAsSeen_recordId_(false, static_cast<NSString*>(record->objectForKey_("__recordId"_ns)));
+    if (record)
+        _matrix->markAsSeen_recordId_(
+                false, static_cast<NSString*>(record->objectForKey_("__recordId"_ns)));
     refreshAfterIncomingChange();
     return true;
 }
@@ -75,7 +77,8 @@ bool VTSheet::updateFields_ofObject_remote_(NSArray* fields, NSMutableDictionary
 bool VTSheet::applyListedFields(NSArray* fields, NSMutableDictionary* object) {
     _matrix->beginTransaction();
     uint32_t row = _matrix->rowForObject_(object);
-    auto* record = static_cast<NSMutableDictionary*>(_matrix->allObjectsSorted()->objectAtIndex_(row));
+    auto* record =
+            static_cast<NSMutableDictionary*>(_matrix->allObjectsSorted()->objectAtIndex_(row));
     bool wrote = false;
     for (uint32_t i = 0, n = fields ? fields->count() : 0; i < n; i++) {
         NSObject* name = fields->objectAtIndex_(i);
@@ -92,11 +95,13 @@ bool VTSheet::applyListedFields(NSArray* fields, NSMutableDictionary* object) {
     // in memory only and be gone at the next start. Writing its own id
     // (the same object again) makes it pending without changing it.
     if (record == object && !wrote)
-        _matrix->setValue_inRow_column_(object->objectForKey_("__recordId"_ns), row, "__recordId"_ns);
+        _matrix->setValue_inRow_column_(object->objectForKey_("__recordId"_ns), row,
+                                        "__recordId"_ns);
     if (!_matrix->commitTransaction_(false)) return false;
     // Unseen, whoever sent it. By id, as the row may have moved since the
     // transaction ended.
-    _matrix->markAsSeen_recordId_(false, static_cast<NSString*>(record->objectForKey_("__recordId"_ns)));
+    _matrix->markAsSeen_recordId_(false,
+                                  static_cast<NSString*>(record->objectForKey_("__recordId"_ns)));
     refreshAfterIncomingChange();
     return true;
 }
@@ -150,7 +155,8 @@ void VTSheet::didProcessDelta_(NSMutableDictionary* object) {
         _matrix->beginTransaction();
         // A message removed meanwhile stays removed: rowForObject: would
         // enter the delta's copy as a new record.
-        if (!_matrix->objectWithRecordId_(static_cast<NSString*>(object->objectForKey_("__recordId"_ns)))) {
+        if (!_matrix->objectWithRecordId_(
+                    static_cast<NSString*>(object->objectForKey_("__recordId"_ns)))) {
             _matrix->rollbackTransaction();
             NSRelease(object);
             return;
@@ -167,9 +173,11 @@ void VTSheet::didSelectRow_(NSNumber* row) {
     int32_t r = rowOf(row, _matrix);
     if (r >= 0 && isMessageSheet(this)) {
         auto* record = static_cast<NSDictionary*>(_matrix->allObjectsSorted()->objectAtIndex_(r));
-        if (hasText(record, "status"_ns, "delivered"_ns) && isAddressedToCurrentUser(this, record)) {
+        if (hasText(record, "status"_ns, "delivered"_ns) &&
+            isAddressedToCurrentUser(this, record)) {
             _matrix->beginTransaction();
-            _matrix->setValue_inRow_column_onlyChangedFields_("read"_ns, static_cast<uint32_t>(r), "status"_ns, false);
+            _matrix->setValue_inRow_column_onlyChangedFields_("read"_ns, static_cast<uint32_t>(r),
+                                                              "status"_ns, false);
             _matrix->commitTransaction();
         }
     }
@@ -180,17 +188,18 @@ void VTSheet::willStoreRow_(NSNumber* row) {
     int32_t r = rowOf(row, _matrix);
     // Not only if changed: a message saved again goes out as "sent" again.
     if (r >= 0 && isMessageSheet(this))
-        _matrix->setValue_inRow_column_onlyChangedFields_("sent"_ns, static_cast<uint32_t>(r), "status"_ns, false);
+        _matrix->setValue_inRow_column_onlyChangedFields_("sent"_ns, static_cast<uint32_t>(r),
+                                                          "status"_ns, false);
     NSRelease(row);
 }
 
 NS_EXTEND_CLASS(VTSheet, Replication)
-    NS_METHOD(updateFields_ofObject_)
-    NS_METHOD(updateFields_ofObject_remote_)
-    NS_METHOD(updateDeletionOfObjectWithId_)
-    NS_METHOD(updateDeletionOfObjectWithId_version_)
-    NS_METHOD(didReceiveDelta_)
-    NS_METHOD(didProcessDelta_)
-    NS_METHOD(didSelectRow_)
-    NS_METHOD(willStoreRow_)
+NS_METHOD(updateFields_ofObject_)
+NS_METHOD(updateFields_ofObject_remote_)
+NS_METHOD(updateDeletionOfObjectWithId_)
+NS_METHOD(updateDeletionOfObjectWithId_version_)
+NS_METHOD(didReceiveDelta_)
+NS_METHOD(didProcessDelta_)
+NS_METHOD(didSelectRow_)
+NS_METHOD(willStoreRow_)
 NS_EXTEND_END

@@ -20,7 +20,8 @@ NSString* gIdentity = nullptr;
 NSString* identityFor(VTMatrix* matrix) {
     std::lock_guard<std::mutex> guard(gIdentityMutex);
     if (!gIdentity) {
-        NSString* id = NSSend<NSString*>(matrix ? matrix->workspace() : nullptr, NS_SEL("currentUserId"));
+        NSString* id =
+                NSSend<NSString*>(matrix ? matrix->workspace() : nullptr, NS_SEL("currentUserId"));
         if (id) gIdentity = static_cast<NSString*>(id->mutableCopy());
     }
     return gIdentity;
@@ -89,16 +90,19 @@ bool VTTableDataSource::passesFilter_(NSDictionary* record) {
     NSString* identity = identityFor(_matrix);
 
     // 2. Current user.
-    NSObject* userField = _specialFilters ? _specialFilters->objectForKey_("currentUser"_ns) : nullptr;
+    NSObject* userField =
+            _specialFilters ? _specialFilters->objectForKey_("currentUser"_ns) : nullptr;
     if (userField && userField != NSNull::null()) {
         NSObject* userId = record->objectForKey_(userField);
         VTMatrix* users = matrixOfSheet(_sheets, "user"_ns);
         NSDictionary* user =
-                users && userId ? users->objectWithRecordId_(static_cast<NSString*>(userId->description())) : nullptr;
+                users && userId
+                        ? users->objectWithRecordId_(static_cast<NSString*>(userId->description()))
+                        : nullptr;
         if (!user) return false;
-        NSString* text = NSString::stringWithFormat_("%s %s/%s/%s", textOf(user, "firstName"_ns),
-                                                     textOf(user, "lastName"_ns), textOf(user, "orgUnit"_ns),
-                                                     textOf(user, "company"_ns));
+        NSString* text = NSString::stringWithFormat_(
+                "%s %s/%s/%s", textOf(user, "firstName"_ns), textOf(user, "lastName"_ns),
+                textOf(user, "orgUnit"_ns), textOf(user, "company"_ns));
         if (!text->isEqual_(identity)) return false;
     }
 
@@ -113,7 +117,8 @@ bool VTTableDataSource::passesFilter_(NSDictionary* record) {
     for (uint32_t k = 0, nk = keys->count(); k < nk; k++) {
         NSObject* key = keys->objectAtIndex_(k);
         NSObject* value = record->objectForKey_(key);
-        if (!value || !containsEqual(_filters->objectsForKey_(key), value->description())) return false;
+        if (!value || !containsEqual(_filters->objectsForKey_(key), value->description()))
+            return false;
     }
 
     // 5. Date filters: every pair must hold.
@@ -133,8 +138,10 @@ bool VTTableDataSource::passesFilter_(NSDictionary* record) {
             float to = static_cast<NSString*>(pair->objectAtIndex_(1))->floatValue();
             // Days are single precision; days times 24 is rounded to single
             // precision before it becomes seconds.
-            NSDate* lower = NSDate::date()->addTimeInterval_(static_cast<double>(static_cast<float>(from * 24.0f)) * 3600.0);
-            NSDate* upper = NSDate::date()->addTimeInterval_(static_cast<double>(static_cast<float>(to * 24.0f)) * 3600.0);
+            NSDate* lower = NSDate::date()->addTimeInterval_(
+                    static_cast<double>(static_cast<float>(from * 24.0f)) * 3600.0);
+            NSDate* upper = NSDate::date()->addTimeInterval_(
+                    static_cast<double>(static_cast<float>(to * 24.0f)) * 3600.0);
             if (date->compare_(lower) < 0 || date->compare_(upper) > 0) return false;
         }
     }
@@ -146,14 +153,17 @@ bool VTTableDataSource::passesFilter_(NSDictionary* record) {
         NSObject* field = key->objectAtIndex_(0);
         NSObject* value = record->objectForKey_(field);
         if (!value) return false;
-        NSMutableArray* ids = static_cast<NSString*>(value->description())->componentsSeparatedByString_(" "_ns);
+        NSMutableArray* ids =
+                static_cast<NSString*>(value->description())->componentsSeparatedByString_(" "_ns);
         auto* descriptor = static_cast<NSArray*>(_fields->objectForKey_(field));
-        NSArray* displayFields = descriptor ? static_cast<NSArray*>(descriptor->objectAtIndex_(3)) : nullptr;
+        NSArray* displayFields =
+                descriptor ? static_cast<NSArray*>(descriptor->objectAtIndex_(3)) : nullptr;
         VTMatrix* target = matrixOfSheet(_sheets, key->objectAtIndex_(1));
         NSMutableArray* allowed = _referenceFilters->objectsForKey_(key);
         bool any = false;
         for (uint32_t i = 0, n = ids->count(); i < n && !any; i++) {
-            NSString* text = displayTextOf(target, static_cast<NSString*>(ids->objectAtIndex_(i)), displayFields);
+            NSString* text = displayTextOf(target, static_cast<NSString*>(ids->objectAtIndex_(i)),
+                                           displayFields);
             any = containsEqual(allowed, text);
         }
         if (!any) return false;
@@ -177,7 +187,8 @@ NSMutableArray* VTTableDataSource::allObjectsFiltered() {
     NSMutableArray* records = _matrix->allObjectsSorted();
     for (uint32_t i = 0; i < n; i++) {
         int row = static_cast<NSNumber*>(_objectIndices->objectAtIndex_(i))->intValue();
-        if (row >= 0 && static_cast<uint32_t>(row) < records->count()) result->addObject_(records->objectAtIndex_(row));
+        if (row >= 0 && static_cast<uint32_t>(row) < records->count())
+            result->addObject_(records->objectAtIndex_(row));
     }
     return result;
 }
@@ -199,19 +210,25 @@ int32_t VTTableDataSource::translateIndexReversely_(int32_t matrixRow) {
 }
 
 int32_t VTTableDataSource::translateIndex_(int32_t row) {
-    if (!_objectIndices || row < 0 || static_cast<uint32_t>(row) >= _objectIndices->count()) return -1;
+    if (!_objectIndices || row < 0 || static_cast<uint32_t>(row) >= _objectIndices->count())
+        return -1;
     return static_cast<NSNumber*>(_objectIndices->objectAtIndex_(row))->intValue();
 }
 
-NSObject* VTTableDataSource::tableView_objectValueForTableColumn_row_(NSObject* tableView, NSTableColumn* column,
+NSObject* VTTableDataSource::tableView_objectValueForTableColumn_row_(NSObject* tableView,
+                                                                      NSTableColumn* column,
                                                                       int32_t row) {
     int32_t matrixRow = translateIndex_(row);
     if (matrixRow < 0 || !_matrix) return nullptr;
-    NSObject* value = _matrix->tableView_objectValueForTableColumn_row_(tableView, column, matrixRow);
-    if (value && value->isKindOfClass_(NSDate::classObject())) value = static_cast<NSDate*>(value)->vantorDescription();
+    NSObject* value =
+            _matrix->tableView_objectValueForTableColumn_row_(tableView, column, matrixRow);
+    if (value && value->isKindOfClass_(NSDate::classObject()))
+        value = static_cast<NSDate*>(value)->vantorDescription();
     auto* identifier = static_cast<NSString*>(column ? column->identifier() : nullptr);
-    if (value && identifier && (identifier->isEqual_("__creator"_ns) || identifier->isEqual_("__modifier"_ns))) {
-        NSMutableArray* parts = static_cast<NSString*>(value->description())->componentsSeparatedByString_("/"_ns);
+    if (value && identifier &&
+        (identifier->isEqual_("__creator"_ns) || identifier->isEqual_("__modifier"_ns))) {
+        NSMutableArray* parts =
+                static_cast<NSString*>(value->description())->componentsSeparatedByString_("/"_ns);
         value = parts->objectAtIndex_(0);
     }
     return resolveValue_forField_(value, identifier);
@@ -221,12 +238,15 @@ int32_t VTTableDataSource::numberOfRowsInTableView_(NSObject*) {
     return _objectIndices ? static_cast<int32_t>(_objectIndices->count()) : 0;
 }
 
-VTTableDataSource* VTTableDataSource::initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_(
-        VTMatrix* matrix, NSArray* fields, NSDictionary* sheets, VTKeyedArrays* filters,
-        VTKeyedArrays* referenceFilters, VTKeyedArrays* dateFilters, NSDictionary* specialFilters, uint8_t readOwn) {
+VTTableDataSource* VTTableDataSource::
+        initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_(
+                VTMatrix* matrix, NSArray* fields, NSDictionary* sheets, VTKeyedArrays* filters,
+                VTKeyedArrays* referenceFilters, VTKeyedArrays* dateFilters,
+                NSDictionary* specialFilters, uint8_t readOwn) {
     NSObject::init();
     _matrix.set(matrix);
-    _fields.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _fields.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
     for (uint32_t i = 0, n = fields ? fields->count() : 0; i < n; i++) {
         auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
         if (descriptor->count() < 4) continue;
@@ -258,7 +278,8 @@ NS_CLASS_BEGIN(VTTableDataSource, NSObject)
     NS_METHOD(translateIndex_)
     NS_METHOD(tableView_objectValueForTableColumn_row_)
     NS_METHOD(numberOfRowsInTableView_)
-    NS_METHOD(initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_)
+    NS_METHOD(
+            initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_)
     NS_PROTOCOL("NSTableDataSource")
     NS_FIELD(_matrix)
     NS_FIELD(_fields)
@@ -281,12 +302,15 @@ int32_t VTSimpleDataSource::indexOfItem_(NSString* item) {
     return -1;
 }
 
-NSObject* VTSimpleDataSource::tableView_objectValueForTableColumn_row_(NSObject*, NSTableColumn*, int32_t row) {
+NSObject* VTSimpleDataSource::tableView_objectValueForTableColumn_row_(NSObject*, NSTableColumn*,
+                                                                       int32_t row) {
     if (row < 0 || static_cast<uint32_t>(row) >= _items->count()) return nullptr;
     return _items->objectAtIndex_(static_cast<uint32_t>(row));
 }
 
-int32_t VTSimpleDataSource::numberOfRowsInTableView_(NSObject*) { return static_cast<int32_t>(_items->count()); }
+int32_t VTSimpleDataSource::numberOfRowsInTableView_(NSObject*) {
+    return static_cast<int32_t>(_items->count());
+}
 
 void VTSimpleDataSource::removeAllItems() { _items->removeAllObjects(); }
 

@@ -43,12 +43,15 @@ public:
     int32_t translateIndexReversely_(int32_t matrixRow);
     // Matrix row of a table row; -1 when the position holds nothing.
     int32_t translateIndex_(int32_t row);
-    NSObject* tableView_objectValueForTableColumn_row_(NSObject* tableView, NSTableColumn* column, int32_t row);
+    NSObject* tableView_objectValueForTableColumn_row_(NSObject* tableView, NSTableColumn* column,
+                                                       int32_t row);
     int32_t numberOfRowsInTableView_(NSObject* tableView);
     // Keeps the reference and multireference descriptors of `fields`.
-    VTTableDataSource* initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_(
+    VTTableDataSource*
+    initWithMatrix_fields_sheets_filters_referenceFilters_dateFilters_specialFilters_readOwn_(
             VTMatrix* matrix, NSArray* fields, NSDictionary* sheets, VTKeyedArrays* filters,
-            VTKeyedArrays* referenceFilters, VTKeyedArrays* dateFilters, NSDictionary* specialFilters, uint8_t readOwn);
+            VTKeyedArrays* referenceFilters, VTKeyedArrays* dateFilters,
+            NSDictionary* specialFilters, uint8_t readOwn);
 
     VTMatrix* matrix() { return _matrix; }
     // The identity every data source filters with, once taken.
@@ -80,7 +83,8 @@ public:
     // Position of an equal string, or -1.
     int32_t indexOfItem_(NSString* item);
     // The item at the row, whatever the column; nil beyond the list.
-    NSObject* tableView_objectValueForTableColumn_row_(NSObject* tableView, NSTableColumn* column, int32_t row);
+    NSObject* tableView_objectValueForTableColumn_row_(NSObject* tableView, NSTableColumn* column,
+                                                       int32_t row);
     int32_t numberOfRowsInTableView_(NSObject* tableView);
     void removeAllItems();
     void addAnItem_(NSString* item);

@@ -81,7 +81,9 @@ bool writeWholeFile(const std::string& path, const char* bytes, size_t length) {
 
 // A key entered in the index is a plain NSString, as the pieces of a key
 // path are: the archive names a constant string's class differently.
-NSString* plainString(NSString* constant) { return NSString::stringWithUTF8String_(constant->UTF8String()); }
+NSString* plainString(NSString* constant) {
+    return NSString::stringWithUTF8String_(constant->UTF8String());
+}
 
 NSString* idString(int identifier) { return NSString::stringWithFormat_("%d", identifier); }
 
@@ -97,13 +99,16 @@ long fileLength(const std::string& path) {
 
 bool isNumber(NSObject* value) { return value && value->isKindOfClass_(NSNumber::classObject()); }
 
-bool isDictionary(NSObject* value) { return value && value->isKindOfClass_(NSMutableDictionary::classObject()); }
+bool isDictionary(NSObject* value) {
+    return value && value->isKindOfClass_(NSMutableDictionary::classObject());
+}
 
 // Whole-number value of a number that is one and fits 32 bits.
 bool wholeInt(NSObject* value, int32_t* out) {
     if (!isNumber(value)) return false;
     double d = static_cast<NSNumber*>(value)->doubleValue();
-    if (!(d >= -2147483648.0 && d <= 2147483647.0) || d != static_cast<double>(static_cast<int32_t>(d))) {
+    if (!(d >= -2147483648.0 && d <= 2147483647.0) ||
+        d != static_cast<double>(static_cast<int32_t>(d))) {
         return false;
     }
     *out = static_cast<int32_t>(d);
@@ -131,7 +136,8 @@ bool parseIdKey(NSObject* key, int32_t* out) {
 
 // Whether every key of the level is one of `allowed`; names the first
 // stranger in *why when not.
-bool hasOnlyKeys(NSDictionary* level, std::initializer_list<const char*> allowed, std::string* why) {
+bool hasOnlyKeys(NSDictionary* level, std::initializer_list<const char*> allowed,
+                 std::string* why) {
     NSMutableArray* keys = level->allKeys();
     for (uint32_t i = 0; i < keys->count(); i++) {
         NSObject* key = keys->objectAtIndex_(i);
@@ -211,7 +217,8 @@ uint32_t getLE32(const unsigned char* p) {
 }
 
 // One entry: its length, the CRC-32 of its payload, and the payload.
-std::string journalEntry(uint8_t op, bool isNew, int identifier, int32_t offset, int32_t length, NSString* type) {
+std::string journalEntry(uint8_t op, bool isNew, int identifier, int32_t offset, int32_t length,
+                         NSString* type) {
     std::string payload;
     payload.push_back(static_cast<char>(op));
     payload.push_back(static_cast<char>((isNew ? kFlagNew : 0) | (type ? kFlagTyped : 0)));
@@ -329,8 +336,7 @@ LXContainer* LXContainer::initWithName_(NSString* name) {
 
 void LXContainer::markDamaged(const char* why) {
     _damaged = true;
-    LOG("LXContainer %s: damaged store, left untouched: %s", _name ? _name->UTF8String() : "",
-        why);
+    LOG("LXContainer %s: damaged store, left untouched: %s", _name ? _name->UTF8String() : "", why);
 }
 
 bool LXContainer::createNew() {
@@ -390,7 +396,8 @@ bool LXContainer::openExisting(const std::string& indexPath, const std::string& 
         // Blocks beyond the end of the data file are lost or the file is
         // not this index's: refuse rather than fill the gap with new data.
         char why[256];
-        std::snprintf(why, sizeof why, "the data file holds %ld bytes, the index places blocks up to %ld",
+        std::snprintf(why, sizeof why,
+                      "the data file holds %ld bytes, the index places blocks up to %ld",
                       length < 0 ? 0L : length, end);
         markDamaged(why);
         return false;
@@ -398,7 +405,8 @@ bool LXContainer::openExisting(const std::string& indexPath, const std::string& 
     if (length < _size) {
         // Only free space behind the last block is gone: nothing stored is
         // lost, and the next store past the end writes the file out again.
-        LOG("LXContainer %s: the data file holds %ld bytes, the index recorded %d; the tail held no object",
+        LOG("LXContainer %s: the data file holds %ld bytes, the index recorded %d; the tail held "
+            "no object",
             _name->UTF8String(), length, _size);
     }
     return true;
@@ -411,7 +419,8 @@ bool LXContainer::loadTables(std::string* why) {
     // block table went missing would give the blocks' space to new objects.
     if (!hasOnlyKeys(_index, {"meta", "objects", "types"}, why)) return false;
     NSObject* meta = _index->objectForKey_("meta"_ns);
-    if (!isDictionary(meta) || !hasOnlyKeys(static_cast<NSDictionary*>(meta), {"filesize", "maxid"}, why)) {
+    if (!isDictionary(meta) ||
+        !hasOnlyKeys(static_cast<NSDictionary*>(meta), {"filesize", "maxid"}, why)) {
         *why = "has no meta level of filesize and maxid";
         return false;
     }
@@ -449,14 +458,16 @@ bool LXContainer::loadTables(std::string* why) {
             int32_t identifier = 0;
             int32_t offset = 0;
             int32_t length = 0;
-            if (!parseIdKey(key, &identifier) || !wholeInt(positions->objectForKey_(key), &offset) ||
+            if (!parseIdKey(key, &identifier) ||
+                !wholeInt(positions->objectForKey_(key), &offset) ||
                 !wholeInt(lengths->objectForKey_(key), &length) || offset < 0 || length <= 0 ||
                 offset > kOpenEnd - length || _blocks.count(identifier)) {
                 *why = "holds a block entry that is not an id with an offset and a length";
                 return false;
             }
             if (identifier > _maxId) {
-                *why = "holds id " + std::to_string(identifier) + ", above meta.maxid " + std::to_string(_maxId);
+                *why = "holds id " + std::to_string(identifier) + ", above meta.maxid " +
+                       std::to_string(_maxId);
                 return false;
             }
             _blocks[identifier] = Block{offset, length};
@@ -479,9 +490,10 @@ bool LXContainer::loadTables(std::string* why) {
         NSArray* members = static_cast<NSSet*>(set)->allObjects();
         for (uint32_t k = 0; k < members->count(); k++) {
             int32_t identifier = 0;
-            if (!parseIdKey(members->objectAtIndex_(k), &identifier) || !_blocks.count(identifier)) {
-                *why = std::string("lists under type ") + static_cast<NSString*>(name)->UTF8String() +
-                       " an object that is not stored";
+            if (!parseIdKey(members->objectAtIndex_(k), &identifier) ||
+                !_blocks.count(identifier)) {
+                *why = std::string("lists under type ") +
+                       static_cast<NSString*>(name)->UTF8String() + " an object that is not stored";
                 return false;
             }
         }
@@ -492,7 +504,8 @@ bool LXContainer::loadTables(std::string* why) {
     // follows from such an index would place new blocks over live ones.
     std::vector<std::pair<int32_t, int32_t>> byOffset;
     byOffset.reserve(_blocks.size());
-    for (const auto& entry : _blocks) byOffset.emplace_back(entry.second.offset, entry.second.offset + entry.second.length);
+    for (const auto& entry : _blocks)
+        byOffset.emplace_back(entry.second.offset, entry.second.offset + entry.second.length);
     std::sort(byOffset.begin(), byOffset.end());
     for (const auto& block : byOffset) {
         if (block.first < _tail) {
@@ -503,7 +516,8 @@ bool LXContainer::loadTables(std::string* why) {
         _tail = block.second;
     }
     if (_tail > _size) {
-        *why = "places blocks up to " + std::to_string(_tail) + ", beyond its meta.filesize " + std::to_string(_size);
+        *why = "places blocks up to " + std::to_string(_tail) + ", beyond its meta.filesize " +
+               std::to_string(_size);
         return false;
     }
     return true;
@@ -646,7 +660,8 @@ NSMutableArray* LXContainer::freeBlocks() {
     NSMutableArray* result = NSMutableArray::array();
     for (const auto& gap : _gaps) {
         result->addObject_(NSArray::arrayWithObjects_(NSNumber::numberWithLong_(gap.first),
-                                                      NSNumber::numberWithLong_(gap.second), nullptr));
+                                                      NSNumber::numberWithLong_(gap.second),
+                                                      nullptr));
     }
     result->addObject_(NSArray::arrayWithObjects_(NSNumber::numberWithLong_(_tail),
                                                   NSNumber::numberWithLong_(kOpenEnd), nullptr));
@@ -671,7 +686,8 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
             // Every id has been given out; a wrapped one would be refused at
             // the next open, so the store is refused now instead.
             _lock->unlock();
-            LOG("LXContainer %s: refusing to store a new object: every id up to %d has been given out",
+            LOG("LXContainer %s: refusing to store a new object: every id up to %d has been given "
+                "out",
                 _name->UTF8String(), _maxId);
             return -1;
         }
@@ -706,7 +722,8 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
             if (type) object->removeObjectForKeyPath_("__meta.type"_ns);
         }
         _lock->unlock();
-        LOG("LXContainer %s: can't write a block of %d bytes at %d", _name->UTF8String(), length, offset);
+        LOG("LXContainer %s: can't write a block of %d bytes at %d", _name->UTF8String(), length,
+            offset);
         return -1;
     }
     applyStore(identifier, offset, length, isNew, type);
@@ -715,7 +732,8 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
     bool hadBlock = old != _blocks.end();
     Block previous = hadBlock ? old->second : Block{0, 0};
     _blocks[identifier] = Block{offset, length};
-    bool ok = commitChange(journalEntry(kStoreEntry, isNew, identifier, offset, length, isNew ? type : nullptr));
+    bool ok = commitChange(
+            journalEntry(kStoreEntry, isNew, identifier, offset, length, isNew ? type : nullptr));
     if (hadBlock) releaseBlock(previous, ok);
     _lock->unlock();
     return ok ? identifier : -1;
@@ -731,8 +749,9 @@ bool LXContainer::remove_(LXManagedObject* object) {
     if (identifier <= 0) return false;
     _lock->lock();
     NSObject* typeValue = object->objectForKeyPath_("__meta.type"_ns);
-    NSString* type = typeValue && typeValue->isKindOfClass_(NSString::classObject()) ? static_cast<NSString*>(typeValue)
-                                                                                     : nullptr;
+    NSString* type = typeValue && typeValue->isKindOfClass_(NSString::classObject())
+                             ? static_cast<NSString*>(typeValue)
+                             : nullptr;
     applyRemove(identifier, type);
     auto old = _blocks.find(identifier);
     bool hadBlock = old != _blocks.end();
@@ -754,7 +773,8 @@ NSData* LXContainer::readBlock(int identifier, FILE* shared) {
     NSData* block = nullptr;
     uint32_t length = static_cast<uint32_t>(found->second.length);
     void* bytes = std::malloc(length);
-    if (bytes && std::fseek(f, found->second.offset, SEEK_SET) == 0 && std::fread(bytes, 1, length, f) == length) {
+    if (bytes && std::fseek(f, found->second.offset, SEEK_SET) == 0 &&
+        std::fread(bytes, 1, length, f) == length) {
         block = NSData::dataWithBytes_length_(bytes, length);
     }
     std::free(bytes);
@@ -769,8 +789,8 @@ LXManagedObject* LXContainer::decodeBlock(NSData* block, int identifier) {
     NSObject* object = NSRetain(reader->decodeObject());
     reader->release();
     if (object && !object->isKindOfClass_(LXManagedObject::classObject())) {
-        LOG("LXContainer %s: block %d holds a %s, not a managed object", _name->UTF8String(), identifier,
-            object->class_()->name());
+        LOG("LXContainer %s: block %d holds a %s, not a managed object", _name->UTF8String(),
+            identifier, object->class_()->name());
         object->release();
         return nullptr;
     }
@@ -805,8 +825,9 @@ NSArray* LXContainer::allIdsForType_locked_(NSString* type, bool lock) {
     if (_damaged || !type) return NSMutableArray::array();
     if (lock) _lock->lock();
     NSObject* set = _index->objectForKeyPath_("types."_ns->stringByAppendingString_(type));
-    NSArray* ids = set && set->isKindOfClass_(NSSet::classObject()) ? static_cast<NSSet*>(set)->allObjects()
-                                                                      : NSMutableArray::array();
+    NSArray* ids = set && set->isKindOfClass_(NSSet::classObject())
+                           ? static_cast<NSSet*>(set)->allObjects()
+                           : NSMutableArray::array();
     if (lock) _lock->unlock();
     return ids;
 }
@@ -833,7 +854,8 @@ void LXContainer::checkpointIfWritten() {
     pool->release();
 }
 
-void LXContainer::applyStore(int identifier, int32_t offset, int32_t length, bool isNew, NSString* type) {
+void LXContainer::applyStore(int identifier, int32_t offset, int32_t length, bool isNew,
+                             NSString* type) {
     NSString* key = idString(identifier);
     if (isNew && type) {
         NSString* path = "types."_ns->stringByAppendingString_(type);
@@ -897,8 +919,10 @@ bool LXContainer::replayJournal(std::string* why) {
     std::fclose(f);
     _journalOnDisk = static_cast<int64_t>(bytes.size());
     if (bytes.empty()) return true;
-    if (bytes.size() < sizeof kJournalMagic || std::memcmp(bytes.data(), kJournalMagic, sizeof kJournalMagic) != 0) {
-        LOG("LXContainer %s: ignoring a journal of %zu bytes without its header", _name->UTF8String(), bytes.size());
+    if (bytes.size() < sizeof kJournalMagic ||
+        std::memcmp(bytes.data(), kJournalMagic, sizeof kJournalMagic) != 0) {
+        LOG("LXContainer %s: ignoring a journal of %zu bytes without its header",
+            _name->UTF8String(), bytes.size());
         return true;
     }
     const unsigned char* p = reinterpret_cast<const unsigned char*>(bytes.data());
@@ -916,7 +940,9 @@ bool LXContainer::replayJournal(std::string* why) {
         int32_t offset = static_cast<int32_t>(getLE32(e + 6));
         int32_t blockLength = static_cast<int32_t>(getLE32(e + 10));
         uint32_t typeLength = getLE32(e + 14);
-        if (typeLength != length - kEntryFixed || identifier <= 0 || (!(flags & kFlagTyped) && typeLength != 0)) break;
+        if (typeLength != length - kEntryFixed || identifier <= 0 ||
+            (!(flags & kFlagTyped) && typeLength != 0))
+            break;
         NSString* type = nullptr;
         if (flags & kFlagTyped) {
             std::string text(reinterpret_cast<const char*>(e + kEntryFixed), typeLength);
@@ -935,8 +961,8 @@ bool LXContainer::replayJournal(std::string* why) {
     }
     _journalLength = static_cast<int64_t>(at);
     if (at < size) {
-        LOG("LXContainer %s: ignoring a damaged journal tail of %zu bytes at offset %zu", _name->UTF8String(),
-            size - at, at);
+        LOG("LXContainer %s: ignoring a damaged journal tail of %zu bytes at offset %zu",
+            _name->UTF8String(), size - at, at);
     }
     return applied == 0 || loadTables(why);
 }
@@ -953,11 +979,14 @@ bool LXContainer::appendJournal(const std::string& entry) {
         _journal = vtFileOpenForAppend(_journalPath.c_str());
         // A torn tail, or a journal that belongs to no index, goes first.
         ok = _journal != kVTInvalidFile &&
-             (_journalOnDisk == _journalLength || vtFileTruncate(_journal, static_cast<uint64_t>(_journalLength)));
+             (_journalOnDisk == _journalLength ||
+              vtFileTruncate(_journal, static_cast<uint64_t>(_journalLength)));
         if (ok) _journalOnDisk = _journalLength;
     }
     if (ok) {
-        std::string bytes = _journalLength == 0 ? std::string(kJournalMagic, sizeof kJournalMagic) + entry : entry;
+        std::string bytes = _journalLength == 0
+                                    ? std::string(kJournalMagic, sizeof kJournalMagic) + entry
+                                    : entry;
         size_t part = bytes.size();
         bool dying = dyingStep(&part);
         ok = vtFileAppend(_journal, bytes.data(), static_cast<uint32_t>(part));
@@ -1067,7 +1096,8 @@ bool LXContainer::compactLocked() {
         size_t at = copied.size();
         copied.resize(at + static_cast<size_t>(block.length));
         ok = std::fseek(in, block.offset, SEEK_SET) == 0 &&
-             std::fread(&copied[at], 1, static_cast<size_t>(block.length), in) == static_cast<size_t>(block.length);
+             std::fread(&copied[at], 1, static_cast<size_t>(block.length), in) ==
+                     static_cast<size_t>(block.length);
     }
     if (in) std::fclose(in);
     int32_t oldSize = _size;

@@ -86,7 +86,8 @@ public:
     NSObject* queryById_class_(int identifier, Class cls);
     // All objects of the class; the array holds the only references.
     NSMutableArray* query_(Class cls);
-    NSMutableArray* query_predicate_(Class cls, class NSPredicate* predicate);  // LXContainerPredicates.cpp
+    NSMutableArray* query_predicate_(Class cls,
+                                     class NSPredicate* predicate);  // LXContainerPredicates.cpp
     NSMutableArray* select_type_(class NSPredicate* predicate, NSString* type);
     // Creates or updates the record of the object: store:type:'s result.
     int set_(NSObject* object);

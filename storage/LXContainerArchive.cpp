@@ -96,7 +96,8 @@ void appendObject(std::string* out, NSObject* object, Caches* caches) {
         cls == NSMutableString::classObject()) {
         NSString* string = static_cast<NSString*>(object);
         appendName(out, object);
-        uint32_t length = static_cast<uint32_t>(strnlen(string->UTF8String(), string->byteLength()));
+        uint32_t length =
+                static_cast<uint32_t>(strnlen(string->UTF8String(), string->byteLength()));
         appendField(out, string->UTF8String(), length + 1);
     } else if (cls == NSNumber::classObject()) {
         appendNumber(out, static_cast<NSNumber*>(object)->doubleValue());
@@ -142,7 +143,8 @@ void LXContainer::encodeIndex() {
         NSMutableArray* sets = types->allValues();
         for (uint32_t i = 0; i < sets->count(); i++) {
             NSObject* set = sets->objectAtIndex_(i);
-            if (set->isKindOfClass_(NSMutableSet::classObject())) large.push_back(static_cast<NSSet*>(set)->dict());
+            if (set->isKindOfClass_(NSMutableSet::classObject()))
+                large.push_back(static_cast<NSSet*>(set)->dict());
         }
     }
     for (NSDictionary* dictionary : large) {

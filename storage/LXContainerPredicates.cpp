@@ -42,6 +42,6 @@ NSMutableArray* LXContainer::query_predicate_(Class cls, NSPredicate* predicate)
 }
 
 NS_EXTEND_CLASS(LXContainer, Predicates)
-    NS_METHOD(query_predicate_)
-    NS_METHOD(select_type_)
+NS_METHOD(query_predicate_)
+NS_METHOD(select_type_)
 NS_EXTEND_END

@@ -14,7 +14,9 @@
 
 namespace {
 
-NSArray* attributeKeysOf(NSObject* object) { return NSSend<NSArray*>(object, NS_SEL("attributeKeys")); }
+NSArray* attributeKeysOf(NSObject* object) {
+    return NSSend<NSArray*>(object, NS_SEL("attributeKeys"));
+}
 
 }  // namespace
 
@@ -31,7 +33,8 @@ uint32_t LXContainer::count_(Class cls) { return idsForClass_(cls)->count(); }
 LXContainer* LXContainer::existingContainerWithName_(NSString* name) {
     if (!name) return nullptr;
     std::string stem = name->UTF8String();
-    bool exists = vtFileStatus((stem + ".vci").c_str(), nullptr) || vtFileStatus((stem + ".vci.tmp").c_str(), nullptr) ||
+    bool exists = vtFileStatus((stem + ".vci").c_str(), nullptr) ||
+                  vtFileStatus((stem + ".vci.tmp").c_str(), nullptr) ||
                   vtFileStatus((stem + ".vci.compact").c_str(), nullptr);
     if (!exists) {
         // An empty data file alone is what a store that never committed
@@ -63,7 +66,8 @@ bool LXContainer::recordFits(LXManagedObject* record, Class cls, std::string* wh
         *why = "the dictionary's count is not a number";
         return false;
     }
-    if (!array || !array->isKindOfClass_(NSMutableArray::classObject()) || static_cast<NSArray*>(array)->count() == 0) {
+    if (!array || !array->isKindOfClass_(NSMutableArray::classObject()) ||
+        static_cast<NSArray*>(array)->count() == 0) {
         *why = "the dictionary's bucket table is not a list of buckets";
         return false;
     }

@@ -32,9 +32,13 @@ LXManagedObject* LXManagedObject::managedObject() {
     return NSAutorelease(LXManagedObject::alloc()->init());
 }
 
-void LXManagedObject::setValue_forKey_(NSObject* value, NSString* key) { setObject_forKeyPath_(value, key); }
+void LXManagedObject::setValue_forKey_(NSObject* value, NSString* key) {
+    setObject_forKeyPath_(value, key);
+}
 
-void LXManagedObject::setValue_forKeyPath_(NSObject* value, NSString* path) { setObject_forKeyPath_(value, path); }
+void LXManagedObject::setValue_forKeyPath_(NSObject* value, NSString* path) {
+    setObject_forKeyPath_(value, path);
+}
 
 NSObject* LXManagedObject::valueForKey_(NSString* key) { return objectForKeyPath_(key); }
 

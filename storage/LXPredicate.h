@@ -24,13 +24,21 @@ class NSComparisonPredicate : public NSPredicate {
     NS_DECLARE_CLASS(NSComparisonPredicate, NSPredicate)
 
 public:
-    enum : int32_t { kLess = 0, kLessOrEqual = 1, kGreater = 2, kGreaterOrEqual = 3, kEqual = 4, kNotEqual = 5 };
+    enum : int32_t {
+        kLess = 0,
+        kLessOrEqual = 1,
+        kGreater = 2,
+        kGreaterOrEqual = 3,
+        kEqual = 4,
+        kNotEqual = 5
+    };
 
     // Retains both expressions. The modifier is stored and not looked at;
     // the options are ignored.
     NSComparisonPredicate* initWithLeftExpression_rightExpression_modifier_type_options_(
             NSExpression* lhs, NSExpression* rhs, int32_t modifier, int32_t type, uint32_t options);
-    static NSComparisonPredicate* predicateWithLeftExpression_rightExpression_modifier_type_options_(
+    static NSComparisonPredicate*
+    predicateWithLeftExpression_rightExpression_modifier_type_options_(
             NSExpression* lhs, NSExpression* rhs, int32_t modifier, int32_t type, uint32_t options);
     // Evaluates the right side, then the left, and sends the left value
     // compare: with the right one. A nil left value answers 0, as any

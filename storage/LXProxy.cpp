@@ -70,5 +70,5 @@ NS_CLASS_BEGIN(LXProxy, NSObject)
 NS_CLASS_END(LXProxy)
 
 NS_EXTEND_CLASS(NSObject, Proxy)
-    NS_METHOD(proxy)
+NS_METHOD(proxy)
 NS_EXTEND_END

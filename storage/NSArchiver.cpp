@@ -37,9 +37,9 @@ void NSArchiver::encodeObject_(NSObject* object) {
 void NSArchiver::encodeRootObject_(NSObject* object) { encodeObject_(object); }
 
 void NSArchiver::encodeBytes_length_(const void* bytes, uint32_t length) {
-    const unsigned char prefix[4] = {static_cast<unsigned char>(length), static_cast<unsigned char>(length >> 8),
-                                     static_cast<unsigned char>(length >> 16),
-                                     static_cast<unsigned char>(length >> 24)};
+    const unsigned char prefix[4] = {
+            static_cast<unsigned char>(length), static_cast<unsigned char>(length >> 8),
+            static_cast<unsigned char>(length >> 16), static_cast<unsigned char>(length >> 24)};
     _pending.append(reinterpret_cast<const char*>(prefix), 4);
     if (length) _pending.append(static_cast<const char*>(bytes), length);
     if (_depth == 0) flush();
@@ -47,7 +47,8 @@ void NSArchiver::encodeBytes_length_(const void* bytes, uint32_t length) {
 
 NSMutableData* NSArchiver::archivedDataWithRootObject_(NSObject* object) {
     Ref<NSMutableData> data = NSMake<NSMutableData>();
-    NSMake<NSArchiver>(&NSArchiver::initForWritingWithMutableData_, data.get())->encodeRootObject_(object);
+    NSMake<NSArchiver>(&NSArchiver::initForWritingWithMutableData_, data.get())
+            ->encodeRootObject_(object);
     return NSAutorelease(data.leak());
 }
 

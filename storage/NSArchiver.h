@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "foundation/Ref.h"
 #include "foundation/NSCoder.h"
+#include "foundation/Ref.h"
 
 class NSMutableData;
 class NSString;

@@ -24,7 +24,8 @@ void NSData::encryptWithKey_(NSString* key) {
     if (keyLength == 0) return;
     // The key stream for one period, computed once.
     std::vector<uint8_t> stream(keyLength);
-    for (uint32_t k = 0; k < keyLength; k++) stream[k] = static_cast<uint8_t>(~key->characterAtIndex_(k));
+    for (uint32_t k = 0; k < keyLength; k++)
+        stream[k] = static_cast<uint8_t>(~key->characterAtIndex_(k));
     uint32_t k = 0;
     for (uint32_t i = 0; i < _size; i++) {
         _buffer[i] ^= stream[k];
@@ -38,6 +39,6 @@ void NSData::decryptWithKey_(NSString* key) {
 }
 
 NS_EXTEND_CLASS(NSData, Cipher)
-    NS_METHOD(encryptWithKey_)
-    NS_METHOD(decryptWithKey_)
+NS_METHOD(encryptWithKey_)
+NS_METHOD(decryptWithKey_)
 NS_EXTEND_END

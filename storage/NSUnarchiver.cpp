@@ -134,7 +134,8 @@ NSObject* NSUnarchiver::decodeObject() {
     if (!field) return nullptr;
     // The name is the text up to the first NUL of its field.
     const void* nul = std::memchr(field, 0, fieldLength);
-    uint32_t nameLength = nul ? static_cast<uint32_t>(static_cast<const char*>(nul) - field) : fieldLength;
+    uint32_t nameLength =
+            nul ? static_cast<uint32_t>(static_cast<const char*>(nul) - field) : fieldLength;
 
     NSObject* result;
     _depth++;

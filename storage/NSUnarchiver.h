@@ -10,8 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "foundation/Ref.h"
 #include "foundation/NSCoder.h"
+#include "foundation/Ref.h"
 
 class NSArray;
 class NSData;

@@ -32,7 +32,8 @@ public:
     // One step of consolidation over the degree array `slots`, which has at
     // least one slot per possible degree: answers the node to go on with,
     // nil at the end of the walk.
-    LXCircularNode* updateArray___(LXCircularNode** slots, LXCircularNode* node, LXCircularList* list);
+    LXCircularNode* updateArray___(LXCircularNode** slots, LXCircularNode* node,
+                                   LXCircularList* list);
 
     LXCircularList* roots() { return _roots; }
 

@@ -4,7 +4,8 @@
 
 VTKeyedArrays* VTKeyedArrays::init() {
     NSObject::init();
-    _dict.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _dict.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
     return this;
 }
 

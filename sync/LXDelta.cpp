@@ -1,9 +1,9 @@
 #include "sync/LXDelta.h"
 
 #include "foundation/NSArray.h"
+#include "foundation/NSCoder.h"
 #include "foundation/NSNull.h"
 #include "foundation/NSString.h"
-#include "foundation/NSCoder.h"
 
 LXDelta* LXDelta::initWithPool_sender_contents_(LXPool* pool, LXUser* sender, NSObject* contents) {
     init();
@@ -35,7 +35,8 @@ NSString* LXDelta::description() {
     NSString* from = _from ? _from->description() : nullptr;
     NSString* to = _to ? _to->description() : nullptr;
     NSString* kind = _contents ? _contents->className() : nullptr;
-    return NSString::stringWithFormat_("(%s) %s -> %s (%s)", text(poolName), text(from), text(to), text(kind));
+    return NSString::stringWithFormat_("(%s) %s -> %s (%s)", text(poolName), text(from), text(to),
+                                       text(kind));
 }
 
 NSArray* LXDelta::attributeKeys() {
@@ -54,8 +55,9 @@ NSArray* LXDelta::attributeKeys() {
 // the shared null and read back as nil: the archive has no encoding for nil
 // inside a body, and writing nothing would shift the fields behind it.
 void LXDelta::encodeWithCoder_(NSCoder* coder) {
-    for (NSObject* field : {static_cast<NSObject*>(_pool.get()), static_cast<NSObject*>(_from.get()),
-                            static_cast<NSObject*>(_to.get()), _contents.get()}) {
+    for (NSObject* field :
+         {static_cast<NSObject*>(_pool.get()), static_cast<NSObject*>(_from.get()),
+          static_cast<NSObject*>(_to.get()), _contents.get()}) {
         coder->encodeObject_(field ? field : NSNull::null());
     }
 }

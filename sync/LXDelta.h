@@ -17,7 +17,8 @@ public:
     // Retains the three arguments; the addressee stays nil until posted.
     LXDelta* initWithPool_sender_contents_(LXPool* pool, LXUser* sender, NSObject* contents);
     // The same, autoreleased.
-    static LXDelta* deltaWithPool_sender_contents_(LXPool* pool, LXUser* sender, NSObject* contents);
+    static LXDelta* deltaWithPool_sender_contents_(LXPool* pool, LXUser* sender,
+                                                   NSObject* contents);
     // Replaces the addressee unless it is the same object.
     void setAddressee_(LXUser* user);
     LXUser* addressee() { return _to; }

@@ -30,7 +30,8 @@ NSArray* LXDeltaRepository::sortedIds() {
 }
 
 LXDelta* LXDeltaRepository::deltaWithId_(NSString* identifier) {
-    return static_cast<LXDelta*>(_container->queryById_class_(identifier->intValue(), LXDelta::classObject()));
+    return static_cast<LXDelta*>(
+            _container->queryById_class_(identifier->intValue(), LXDelta::classObject()));
 }
 
 void LXDeltaRepository::removeDelta_(LXDelta* delta) { _container->delete_(delta); }

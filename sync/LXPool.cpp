@@ -9,7 +9,9 @@ LXPool* LXPool::initWithName_(NSString* name) {
     return this;
 }
 
-LXPool* LXPool::poolWithName_(NSString* name) { return NSAutorelease(LXPool::alloc()->initWithName_(name)); }
+LXPool* LXPool::poolWithName_(NSString* name) {
+    return NSAutorelease(LXPool::alloc()->initWithName_(name));
+}
 
 void LXPool::setDelegate_(NSObject* delegate) {
     if (delegate != _delegate.get()) _delegate.set(delegate);

@@ -7,7 +7,8 @@
 #include "foundation/NSData.h"
 #include "sync/LXDelta.h"
 
-LXRefusedDelta* LXRefusedDelta::initWithDelta_archive_reason_(LXDelta* delta, NSData* archive, NSString* reason) {
+LXRefusedDelta* LXRefusedDelta::initWithDelta_archive_reason_(LXDelta* delta, NSData* archive,
+                                                              NSString* reason) {
     init();
     _reason.set(reason);
     _refused.set(NSDate::date());
@@ -43,12 +44,14 @@ NS_CLASS_END(LXRefusedDelta)
 
 LXRefusedDeltas* LXRefusedDeltas::init() {
     NSObject::init();
-    _container.adopt(LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(kContainerName)));
+    _container.adopt(
+            LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(kContainerName)));
     return this;
 }
 
 bool LXRefusedDeltas::addDelta_archive_reason_(LXDelta* delta, NSData* archive, NSString* reason) {
-    LXRefusedDelta* entry = LXRefusedDelta::alloc()->initWithDelta_archive_reason_(delta, archive, reason);
+    LXRefusedDelta* entry =
+            LXRefusedDelta::alloc()->initWithDelta_archive_reason_(delta, archive, reason);
     bool stored = _container->set_(entry) >= 0;
     entry->release();
     return stored;
@@ -63,7 +66,8 @@ NSArray* LXRefusedDeltas::sortedIds() {
         order.push_back(static_cast<NSString*>(ids->objectAtIndex_(i))->intValue());
     }
     std::sort(order.begin(), order.end());
-    NSMutableArray* sorted = NSMutableArray::arrayWithCapacity_(static_cast<uint32_t>(order.size()) + 1);
+    NSMutableArray* sorted =
+            NSMutableArray::arrayWithCapacity_(static_cast<uint32_t>(order.size()) + 1);
     for (int identifier : order) sorted->addObject_(NSString::stringWithFormat_("%d", identifier));
     return sorted;
 }

@@ -29,7 +29,8 @@ class LXRefusedDelta : public NSObject {
 public:
     // Retains the arguments; `delta` or `archive` may be nil. The time is
     // now.
-    LXRefusedDelta* initWithDelta_archive_reason_(LXDelta* delta, NSData* archive, NSString* reason);
+    LXRefusedDelta* initWithDelta_archive_reason_(LXDelta* delta, NSData* archive,
+                                                  NSString* reason);
     LXDelta* delta() { return _delta; }
     NSData* archive() { return _archive; }
     NSString* reason() { return _reason; }

@@ -83,7 +83,8 @@ NSString* queueKeyOf(LXDelta* delta) {
 const char* undeliverable(LXDelta* delta) {
     NSString* pool = NSNil(delta->pool(), &LXPool::poolName);
     if (!pool || pool->length() == 0) return "no pool";
-    if (!pool->isEqual_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName))) return "unknown pool";
+    if (!pool->isEqual_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)))
+        return "unknown pool";
     if (!delta->contents()) return "no contents";
     return nullptr;
 }
@@ -93,7 +94,8 @@ const char* undeliverable(LXDelta* delta) {
 LXRelay* LXRelay::init() {
     NSObject::init();
     _index.adopt(static_cast<VTKeyedArrays*>(VTKeyedArrays::alloc()->init()));
-    _container.adopt(LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(kContainerName)));
+    _container.adopt(
+            LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(kContainerName)));
     _lock.adopt(static_cast<NSLock*>(NSLock::alloc()->init()));
 
     // The ids come from a set, in no useful order. Ids grow with arrival, so
@@ -112,7 +114,8 @@ LXRelay* LXRelay::init() {
         // One pool per record: the built deltas and their mapping entries go
         // at once, so a queue of 100,000 never lives in memory as objects.
         NSAutoreleasePoolScope pool;
-        auto* delta = static_cast<LXDelta*>(_container->queryById_class_(identifier, LXDelta::classObject()));
+        auto* delta = static_cast<LXDelta*>(
+                _container->queryById_class_(identifier, LXDelta::classObject()));
         NSString* key = delta ? queueKeyOf(delta) : nullptr;
         if (key) {
             _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
@@ -197,7 +200,8 @@ void LXRelay::processIncoming_(LXSocket* socket) {
         LOG("deposit refused: no delta received");
         return;
     }
-    auto* delta = object->isKindOfClass_(LXDelta::classObject()) ? static_cast<LXDelta*>(object) : nullptr;
+    auto* delta = object->isKindOfClass_(LXDelta::classObject()) ? static_cast<LXDelta*>(object)
+                                                                 : nullptr;
     NSString* key = delta ? queueKeyOf(delta) : nullptr;
     if (!key) {
         LOG("deposit refused: not a delta with an addressee");
@@ -222,7 +226,8 @@ void LXRelay::processIncoming_(LXSocket* socket) {
         return;
     }
     _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
-    LOG("delta enqueued: %s, total users: %u", textOf(delta->description()), _index->dict()->count());
+    LOG("delta enqueued: %s, total users: %u", textOf(delta->description()),
+        _index->dict()->count());
     socket->sendInt_(LXRelayProtocol::kAcknowledged);
 }
 

@@ -17,8 +17,8 @@
 #include "foundation/NSDate.h"
 #include "foundation/NSLock.h"
 #include "foundation/NSObject.h"
-#include "structures/VTKeyedArrays.h"
 #include "storage/LXContainer.h"
+#include "structures/VTKeyedArrays.h"
 #include "sync/LXSocket.h"
 
 class LXRelay : public NSObject {

@@ -113,8 +113,8 @@ NSString* LXSocket::resolveHostName_(NSString* host) {
 bool LXSocket::connect_port_(NSString* host, uint32_t port) {
     NSString* address = resolveHostName_(host);
     if (!address) return false;
-    return vtSocketConnect(platformHandle(_m_socket), address->UTF8String(), static_cast<uint16_t>(port),
-                           milliseconds(gConnectTimeout));
+    return vtSocketConnect(platformHandle(_m_socket), address->UTF8String(),
+                           static_cast<uint16_t>(port), milliseconds(gConnectTimeout));
 }
 
 bool LXSocket::bind(NSString* address, uint32_t port) {
@@ -154,7 +154,8 @@ LXSocket* LXSocket::accept() {
 
 bool LXSocket::sendBytes_length_(const void* bytes, uint32_t length) {
     if (_broken) return false;
-    int64_t sent = vtSocketSend(platformHandle(_m_socket), bytes, length, milliseconds(_receiveTimeout));
+    int64_t sent =
+            vtSocketSend(platformHandle(_m_socket), bytes, length, milliseconds(_receiveTimeout));
     return sent == static_cast<int64_t>(length);
 }
 
@@ -171,18 +172,24 @@ void* LXSocket::readBytesWithLength_(uint32_t length) {
     using Clock = std::chrono::steady_clock;
     const bool limited = _receiveTimeout > 0;
     const Clock::time_point deadline =
-            Clock::now() + std::chrono::microseconds(static_cast<int64_t>(limited ? _receiveTimeout * 1e6 : 0));
+            Clock::now() +
+            std::chrono::microseconds(static_cast<int64_t>(limited ? _receiveTimeout * 1e6 : 0));
     uint32_t have = 0;
     while (have < length) {
         uint32_t wait = 0;
         if (limited) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            auto left =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now())
+                            .count();
             wait = left < 1 ? 1 : static_cast<uint32_t>(left);
         }
-        int64_t got = vtSocketReceive(platformHandle(_m_socket), buffer + have, length - have, wait);
-        if (got == kVTSocketTimedOut || (got > 0 && limited && have + got < length && Clock::now() >= deadline)) {
-            LOG("socket: read of %u bytes timed out after %.1f s with %u received; connection dropped", length,
-                _receiveTimeout, have + static_cast<uint32_t>(got > 0 ? got : 0));
+        int64_t got =
+                vtSocketReceive(platformHandle(_m_socket), buffer + have, length - have, wait);
+        if (got == kVTSocketTimedOut ||
+            (got > 0 && limited && have + got < length && Clock::now() >= deadline)) {
+            LOG("socket: read of %u bytes timed out after %.1f s with %u received; connection "
+                "dropped",
+                length, _receiveTimeout, have + static_cast<uint32_t>(got > 0 ? got : 0));
             got = kVTSocketFailed;
         }
         if (got <= 0) {
@@ -229,7 +236,8 @@ int16_t LXSocket::readShort() {
 
 bool LXSocket::acceptLength(int32_t length, const char* what) {
     if (length >= 0 && static_cast<uint32_t>(length) <= _maximumLength) return true;
-    LOG("socket: %s of %d bytes refused (limit %u); connection dropped", what, length, _maximumLength);
+    LOG("socket: %s of %d bytes refused (limit %u); connection dropped", what, length,
+        _maximumLength);
     _broken = true;
     return false;
 }
@@ -281,7 +289,8 @@ NSString* LXSocket::readString() {
     uint32_t total = static_cast<uint32_t>(length) + 1;
     auto* bytes = static_cast<char*>(readBytesWithLength_(total));
     if (!bytes) return nullptr;
-    NSString* string = NSString::alloc()->initWithBytes_length_(bytes, static_cast<uint32_t>(strnlen(bytes, total)));
+    NSString* string = NSString::alloc()->initWithBytes_length_(
+            bytes, static_cast<uint32_t>(strnlen(bytes, total)));
     std::free(bytes);
     return NSAutorelease(string);
 }

@@ -13,12 +13,11 @@
 // So there are two locks, with one rule each:
 //
 // - `_lock`, the store lock (what `lock` and `unlock` take), guards the delta store,
-//   the store of refused deltas, the user and the pool table. post:to: holds it for setAddressee: and
-//   addDelta:. The cycle holds it only around single store steps (count,
-//   firstDelta, removeDelta:) and lookups. Rule: nothing that can wait for
-//   the network, for a delegate or for any other lock of the system is ever
-//   done while holding it. The container's own lock is the only lock taken
-//   inside it, and that one is a leaf.
+//   the store of refused deltas, the user and the pool table. post:to: holds it for setAddressee:
+//   and addDelta:. The cycle holds it only around single store steps (count, firstDelta,
+//   removeDelta:) and lookups. Rule: nothing that can wait for the network, for a delegate or for
+//   any other lock of the system is ever done while holding it. The container's own lock is the
+//   only lock taken inside it, and that one is a leaf.
 //
 // - `_cycleMutex` makes check cycles exclusive (two threads calling
 //   checkWithPort:host: would otherwise send the same delta twice). It is
@@ -89,7 +88,8 @@ LXTransceiver* LXTransceiver::init() {
     NSObject::init();
     _lock.adopt(static_cast<NSLock*>(NSLock::alloc()->init()));
     _deltaRepository.adopt(LXDeltaRepository::alloc()->init());
-    _pools.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _pools.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
     return this;
 }
 
@@ -214,7 +214,8 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
     // removed sends its deltas again in a later run, which delivery at
     // least once allows; the store lock is held for the whole group, so no
     // post waits for a group's removal to become durable.
-    Ref<NSMutableArray> acknowledged = adoptRef(NSMutableArray::alloc()->initWithCapacity_(kRemovalBatch));
+    Ref<NSMutableArray> acknowledged =
+            adoptRef(NSMutableArray::alloc()->initWithCapacity_(kRemovalBatch));
     struct Flush {
         LXTransceiver* self;
         NSMutableArray* deltas;
@@ -225,7 +226,8 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         LXDelta* delta;
         {
             NSLockScope held(_lock);
-            delta = _deltaRepository->deltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(sent)));
+            delta = _deltaRepository->deltaWithId_(
+                    static_cast<NSString*>(ids->objectAtIndex_(sent)));
         }
         LOG("checking deltas - to be sent: %d", static_cast<int>(budget - sent));
         if (!delta) {
@@ -256,7 +258,8 @@ void LXTransceiver::removeDeltas(NSMutableArray* deltas) {
     NSLockScope held(_lock);
     LXContainer* store = _deltaRepository->container();
     store->beginBatch();
-    for (uint32_t i = 0; i < deltas->count(); i++) _deltaRepository->removeDelta_(static_cast<LXDelta*>(deltas->objectAtIndex_(i)));
+    for (uint32_t i = 0; i < deltas->count(); i++)
+        _deltaRepository->removeDelta_(static_cast<LXDelta*>(deltas->objectAtIndex_(i)));
     store->endBatch();
     deltas->removeAllObjects();
 }
@@ -291,9 +294,11 @@ bool LXTransceiver::receiveOne(LXSocket* socket) {
     }
     LXDelta* delta = nullptr;
     {
-        Ref<NSUnarchiver> unarchiver = NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, data);
+        Ref<NSUnarchiver> unarchiver =
+                NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, data);
         NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
-        if (object && object->isKindOfClass_(LXDelta::classObject())) delta = static_cast<LXDelta*>(object);
+        if (object && object->isKindOfClass_(LXDelta::classObject()))
+            delta = static_cast<LXDelta*>(object);
     }
     // A delta that can never be applied here would come first again in
     // every cycle and hold back all behind it: it is kept aside and
@@ -304,7 +309,8 @@ bool LXTransceiver::receiveOne(LXSocket* socket) {
         LXPool* pool;
         {
             NSLockScope held(_lock);
-            pool = static_cast<LXPool*>(NSAutorelease(NSRetain(_pools->objectForKey_(delta->pool()->poolName()))));
+            pool = static_cast<LXPool*>(
+                    NSAutorelease(NSRetain(_pools->objectForKey_(delta->pool()->poolName()))));
         }
         // Called holding no lock of the transceiver's but the cycle's (see
         // the top of this file). A delegate that can't process deltas
@@ -368,13 +374,16 @@ NSObject* LXTransceiver::performSelector_withObject_synchronized_(SEL sel, NSObj
     return performSelector_withObject_(sel, object);
 }
 
-NSObject* LXTransceiver::performSelector_withObject_withObject_synchronized_(SEL sel, NSObject* object1,
-                                                                            NSObject* object2, bool) {
+NSObject* LXTransceiver::performSelector_withObject_withObject_synchronized_(SEL sel,
+                                                                             NSObject* object1,
+                                                                             NSObject* object2,
+                                                                             bool) {
     return performSelector_withObject_withObject_(sel, object1, object2);
 }
 
-NSObject* LXTransceiver::performSelector_toTarget_withObject_synchronized_(SEL sel, NSObject* target,
-                                                                          NSObject* object, bool) {
+NSObject* LXTransceiver::performSelector_toTarget_withObject_synchronized_(SEL sel,
+                                                                           NSObject* target,
+                                                                           NSObject* object, bool) {
     return target ? target->performSelector_withObject_(sel, object) : nullptr;
 }
 

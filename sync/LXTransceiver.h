@@ -66,14 +66,16 @@ public:
     // One check cycle: the send phase, then the receive phase.
     void checkWithPort_host_(uint32_t port, NSString* host);
     // The last argument has no effect: these call at once, without a lock.
-    NSObject* performSelector_withObject_synchronized_(SEL sel, NSObject* object, bool synchronized);
-    NSObject* performSelector_withObject_withObject_synchronized_(SEL sel, NSObject* object1, NSObject* object2,
-                                                                 bool synchronized);
-    NSObject* performSelector_toTarget_withObject_synchronized_(SEL sel, NSObject* target, NSObject* object,
-                                                               bool synchronized);
-    NSObject* performSelector_toTarget_withObject_withObject_synchronized_(SEL sel, NSObject* target,
-                                                                          NSObject* object1, NSObject* object2,
-                                                                          bool synchronized);
+    NSObject* performSelector_withObject_synchronized_(SEL sel, NSObject* object,
+                                                       bool synchronized);
+    NSObject* performSelector_withObject_withObject_synchronized_(SEL sel, NSObject* object1,
+                                                                  NSObject* object2,
+                                                                  bool synchronized);
+    NSObject* performSelector_toTarget_withObject_synchronized_(SEL sel, NSObject* target,
+                                                                NSObject* object,
+                                                                bool synchronized);
+    NSObject* performSelector_toTarget_withObject_withObject_synchronized_(
+            SEL sel, NSObject* target, NSObject* object1, NSObject* object2, bool synchronized);
 
     // ---- For tools and tests ---------------------------------------------
 

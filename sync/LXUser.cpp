@@ -41,7 +41,8 @@ LXUser* LXUser::initWithString_(NSString* identity) {
         // Everything behind the first hyphen, further hyphens included.
         _uniqueId.adopt(NSString::alloc()->initWithUTF8String_(hyphen + 1));
     }
-    NSArray* parts = namePart->splitBy_(NSCharacterSet::characterSetWithCharactersInString_("/"_ns));
+    NSArray* parts =
+            namePart->splitBy_(NSCharacterSet::characterSetWithCharactersInString_("/"_ns));
     _orgUnit.set(pieceAt(parts, 1));
     _organization.set(pieceAt(parts, 2));
     NSArray* words = pieceAt(parts, 0)->split();

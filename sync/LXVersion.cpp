@@ -27,7 +27,8 @@ void raiseTo(uint64_t clock) {
 }  // namespace
 
 NSString* versionText(uint64_t clock, NSString* writer) {
-    return NSString::stringWithFormat_("%016" PRIx64 ":%s", clock, writer ? writer->UTF8String() : "");
+    return NSString::stringWithFormat_("%016" PRIx64 ":%s", clock,
+                                       writer ? writer->UTF8String() : "");
 }
 
 uint64_t versionClock(NSString* version) {
@@ -65,7 +66,8 @@ int compareVersions(NSString* a, NSString* b) {
 
 uint64_t LXClock::wallMillis() {
     auto since = std::chrono::system_clock::now().time_since_epoch();
-    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+    return static_cast<uint64_t>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
 
 uint64_t LXClock::tick(uint64_t after) {

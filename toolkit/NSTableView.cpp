@@ -33,7 +33,8 @@ void NSTableView::reloadData() {
         uint32_t n = _columns->count();
         NSMutableArray* strings = NSMutableArray::arrayWithCapacity_(n ? n : 1);
         for (uint32_t c = 0; c < n; c++) {
-            NSObject* value = NSSend<NSObject*>(_dataSource, NS_SEL("tableView:objectValueForTableColumn:row:"),
+            NSObject* value = NSSend<NSObject*>(_dataSource,
+                                                NS_SEL("tableView:objectValueForTableColumn:row:"),
                                                 this, _columns->objectAtIndex_(c), row);
             strings->addObject_(value ? value->description() : nullptr);
         }

@@ -142,9 +142,9 @@ constexpr VTSocket kVTInvalidSocket = -1;
 
 // Results of vtSocketReceive besides a byte count.
 enum : int64_t {
-    kVTSocketClosed = 0,      // the peer closed the connection in order
-    kVTSocketFailed = -1,     // the connection broke or the handle is bad
-    kVTSocketTimedOut = -2,   // nothing came within the time-out
+    kVTSocketClosed = 0,     // the peer closed the connection in order
+    kVTSocketFailed = -1,    // the connection broke or the handle is bad
+    kVTSocketTimedOut = -2,  // nothing came within the time-out
 };
 
 // Starts the socket library once per process (WSAStartup 2.2 on Winsock);

@@ -347,7 +347,8 @@ bool vtProcessIsRunning(int64_t processId) {
 void vtRemoveFileAtEnd(const char* path, const std::string& content) {
     std::string full = path;
     char cwd[4096];
-    if (!full.empty() && full[0] != '/' && getcwd(cwd, sizeof cwd)) full = std::string(cwd) + "/" + full;
+    if (!full.empty() && full[0] != '/' && getcwd(cwd, sizeof cwd))
+        full = std::string(cwd) + "/" + full;
     watchUnixEndFile(full.c_str(), content);
 }
 

@@ -6,8 +6,8 @@
 // Their headers must come before windows.h, and Wine's winsock.h, which
 // windows.h pulls in, is told to prefix its names so that the two sets of
 // declarations don't collide.
-#include "foundation/platform/PlatformSocketsPosix.inc"
 #include "foundation/platform/PlatformEndFilePosix.inc"
+#include "foundation/platform/PlatformSocketsPosix.inc"
 #define USE_WS_PREFIX
 #else
 // winsock2.h must precede windows.h, which would otherwise bring winsock.h.
@@ -155,14 +155,16 @@ bool vtFileStatus(const char* path, bool* isDirectory) {
 // Lock files.
 
 int vtCreateFileExclusive(const char* path, const std::string& content) {
-    HANDLE file = CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file = CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                              CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         DWORD error = GetLastError();
-        return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS ? kVTFileExists : kVTFileNotCreated;
+        return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS ? kVTFileExists
+                                                                           : kVTFileNotCreated;
     }
     DWORD written = 0;
-    bool ok = WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr) &&
+    bool ok = WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written,
+                        nullptr) &&
               written == content.size();
     if (!CloseHandle(file)) ok = false;
     if (ok) return kVTFileCreated;
@@ -176,7 +178,8 @@ const char* vtProcessIdKind() { return "windows"; }
 
 bool vtProcessIsRunning(int64_t processId) {
     if (processId <= 0 || processId > 0xFFFFFFFFll) return false;
-    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(processId));
+    HANDLE process =
+            OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(processId));
     // Denied: it exists, under another user.
     if (!process) return GetLastError() == ERROR_ACCESS_DENIED;
     DWORD code = 0;
@@ -200,14 +203,16 @@ volatile LONG gEndFileArmed = 0;
 
 bool removeEndFile() {
     if (InterlockedExchange(&gEndFileArmed, 0) == 0) return false;
-    HANDLE file = CreateFileA(gEndFile.path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file = CreateFileA(gEndFile.path, GENERIC_READ,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return false;
     char found[sizeof gEndFile.content + 1];
     DWORD got = 0;
     bool read = ReadFile(file, found, sizeof found, &got, nullptr) != 0;
     CloseHandle(file);
-    if (!read || got != gEndFile.length || std::memcmp(found, gEndFile.content, got) != 0) return false;
+    if (!read || got != gEndFile.length || std::memcmp(found, gEndFile.content, got) != 0)
+        return false;
     return DeleteFileA(gEndFile.path) != 0;
 }
 
@@ -284,7 +289,8 @@ int waitFor(SOCKET s, bool forWriting, uint32_t timeoutMilliseconds) {
     limit.tv_sec = static_cast<long>(timeoutMilliseconds / 1000);
     limit.tv_usec = static_cast<long>((timeoutMilliseconds % 1000) * 1000);
     timeval* wait = timeoutMilliseconds ? &limit : nullptr;
-    int rc = forWriting ? select(0, nullptr, &set, nullptr, wait) : select(0, &set, nullptr, nullptr, wait);
+    int rc = forWriting ? select(0, nullptr, &set, nullptr, wait)
+                        : select(0, &set, nullptr, nullptr, wait);
     return rc == SOCKET_ERROR ? -1 : rc;
 }
 
@@ -338,7 +344,8 @@ bool vtSocketConnect(VTSocket socket, const char* dottedAddress, uint16_t port,
         waitFor(s, true, timeoutMilliseconds) == 1) {
         int error = 0;
         int size = sizeof error;
-        ok = getsockopt(s, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) == 0 && error == 0;
+        ok = getsockopt(s, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) == 0 &&
+             error == 0;
     }
     u_long blocking = 0;
     ioctlsocket(s, FIONBIO, &blocking);
@@ -350,7 +357,8 @@ bool vtSocketBind(VTSocket socket, const char* dottedAddress, uint16_t port) {
     std::memset(&address, 0, sizeof address);
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
-    address.sin_addr.s_addr = dottedAddress && *dottedAddress ? inet_addr(dottedAddress) : htonl(INADDR_ANY);
+    address.sin_addr.s_addr =
+            dottedAddress && *dottedAddress ? inet_addr(dottedAddress) : htonl(INADDR_ANY);
     return bind(handleOf(socket), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
@@ -404,12 +412,16 @@ void vtSocketClose(VTSocket socket) { closesocket(handleOf(socket)); }
 // deleting: a reader may open the file, and a checkpoint removes it.
 
 VTFile vtFileOpenForAppend(const char* path) {
-    HANDLE h = CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    return h == INVALID_HANDLE_VALUE ? kVTInvalidFile : static_cast<VTFile>(reinterpret_cast<intptr_t>(h));
+    HANDLE h =
+            CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return h == INVALID_HANDLE_VALUE ? kVTInvalidFile
+                                     : static_cast<VTFile>(reinterpret_cast<intptr_t>(h));
 }
 
-static HANDLE appendHandleOf(VTFile file) { return reinterpret_cast<HANDLE>(static_cast<intptr_t>(file)); }
+static HANDLE appendHandleOf(VTFile file) {
+    return reinterpret_cast<HANDLE>(static_cast<intptr_t>(file));
+}
 
 bool vtFileAppend(VTFile file, const void* bytes, uint32_t length) {
     HANDLE h = appendHandleOf(file);

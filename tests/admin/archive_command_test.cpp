@@ -40,17 +40,20 @@ TEST(ArchiveCommand, EncodesTheMappingToTheByte) {
     // Two entries, two buckets: a (hash 726) in bucket 0, b (727) in 1.
     Result r = run("archive encode", R"({"a": 3, "b": ["abc", null]})");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, name("NSMutableDictionary") + number(2) + string("a") + number(3) + string("b") +
-                             name("NSMutableArray") + number(2) + string("abc") + name("NSNull") + number(0));
+    EXPECT_EQ(r.out, name("NSMutableDictionary") + number(2) + string("a") + number(3) +
+                             string("b") + name("NSMutableArray") + number(2) + string("abc") +
+                             name("NSNull") + number(0));
 
     EXPECT_EQ(run("archive encode", "{}").out, name("NSMutableDictionary") + number(0));
     EXPECT_EQ(run("archive encode", R"({"$data": ""})").out, name("NSData") + field(""));
-    EXPECT_EQ(run("archive encode", R"({"$data": "00ff"})").out, name("NSData") + field(std::string("\0\xff", 2)));
+    EXPECT_EQ(run("archive encode", R"({"$data": "00ff"})").out,
+              name("NSData") + field(std::string("\0\xff", 2)));
     EXPECT_EQ(run("archive encode", R"({"$date": "2024-01-31 09:30:00 +0100"})").out,
-              name("NSDate") + name("NSMutableString") + field(std::string("2024-01-31 09:30:00 +0100") + '\0'));
+              name("NSDate") + name("NSMutableString") +
+                      field(std::string("2024-01-31 09:30:00 +0100") + '\0'));
     EXPECT_EQ(run("archive encode", R"({"$set": ["m"]})").out,
-              name("NSMutableSet") + name("NSMutableDictionary") + number(1) + string("m") + name("NSNull") +
-                      number(0));
+              name("NSMutableSet") + name("NSMutableDictionary") + number(1) + string("m") +
+                      name("NSNull") + number(0));
     EXPECT_EQ(run("archive encode", "true").out, number(1));
     EXPECT_EQ(run("archive encode", R"("\u00e9\n")").out, string("\xC3\xA9\n"));
 }
@@ -58,8 +61,8 @@ TEST(ArchiveCommand, EncodesTheMappingToTheByte) {
 TEST(ArchiveCommand, DecodesInArchiveOrderAndMarksClasses) {
     // A dictionary written with 1024 buckets lists b before a; read back
     // into 2 buckets it would list a first. decode shows the archive.
-    std::string archive = name("NSMutableDictionary") + number(2) + string("b") + number(1) + string("a") +
-                          number(-2.5);
+    std::string archive = name("NSMutableDictionary") + number(2) + string("b") + number(1) +
+                          string("a") + number(-2.5);
     Result r = run("archive decode", archive);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, "{\"b\":1,\"a\":-2.5}\n");
@@ -74,10 +77,11 @@ TEST(ArchiveCommand, DecodesInArchiveOrderAndMarksClasses) {
     ASSERT_EQ(decoded.status, 0) << decoded.err;
     // The keys come in the archive's order (the buckets of an 8-entry
     // dictionary), not the text's; every value is marked as it was given.
-    for (const char* piece : {R"("name":"Ada")", R"("when":{"$date":"2024-01-31 09:30:00 +0100"})",
-                              R"("bytes":{"$data":"00ff"})", R"("tags":{"$set":["x"]})",
-                              R"("list":[1,"two",null,[]])", R"("odd":{"$entries":[[1,"one"]]})",
-                              R"("n":{"$number":"nan"})", R"("counted":{"$class":"NSCountedSet","$dict":{"c":2}})"})
+    for (const char* piece :
+         {R"("name":"Ada")", R"("when":{"$date":"2024-01-31 09:30:00 +0100"})",
+          R"("bytes":{"$data":"00ff"})", R"("tags":{"$set":["x"]})", R"("list":[1,"two",null,[]])",
+          R"("odd":{"$entries":[[1,"one"]]})", R"("n":{"$number":"nan"})",
+          R"("counted":{"$class":"NSCountedSet","$dict":{"c":2}})"})
         EXPECT_NE(decoded.out.find(piece), std::string::npos) << piece << " in " << decoded.out;
     EXPECT_EQ(decoded.out.size(), json.size() + 1);
     // And the same again is the same archive.
@@ -104,7 +108,9 @@ TEST(ArchiveCommand, BadInputAndUsage) {
     Result json = run("archive encode", R"({"a": [1, 2})");
     EXPECT_EQ(json.status, 1);
     EXPECT_EQ(json.out, "");
-    EXPECT_EQ(json.err, "vantor-admin: archive encode: invalid JSON at line 1, column 12: ',' or ']' expected\n");
+    EXPECT_EQ(json.err,
+              "vantor-admin: archive encode: invalid JSON at line 1, column 12: ',' or ']' "
+              "expected\n");
     EXPECT_EQ(run("archive encode", R"({"$date": "yesterday"})").status, 1);
     EXPECT_EQ(run("archive encode", R"({"$class": "NoSuchClass"})").status, 1);
     EXPECT_EQ(run("archive encode", std::string(400, '[') + std::string(400, ']')).status, 1);
@@ -120,8 +126,8 @@ TEST(ArchiveCommand, BadInputAndUsage) {
     EXPECT_EQ(trailing.out, "\"abc\"\n");
     EXPECT_EQ(trailing.err, "vantor-admin: archive decode: 4 bytes after the object ignored\n");
 
-    for (const char* wrong : {"archive", "archive pack", "archive encode --key", "archive decode --cipher x",
-                              "archive encode --key ''"})
+    for (const char* wrong : {"archive", "archive pack", "archive encode --key",
+                              "archive decode --cipher x", "archive encode --key ''"})
         EXPECT_EQ(run(wrong, "").status, 2) << wrong;
 }
 

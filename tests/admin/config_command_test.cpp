@@ -20,16 +20,19 @@ namespace {
 
 using vt_test::quoteShell;
 
-vt_test::ProgramResult admin(const std::string& dir, const std::string& arguments, const std::string& input = "") {
-    return vt_test::runProgram("cd " + quoteShell(dir) + " && " + quoteShell(VANTOR_ADMIN_PATH) + " " + arguments,
-                               input);
+vt_test::ProgramResult admin(const std::string& dir, const std::string& arguments,
+                             const std::string& input = "") {
+    return vt_test::runProgram(
+            "cd " + quoteShell(dir) + " && " + quoteShell(VANTOR_ADMIN_PATH) + " " + arguments,
+            input);
 }
 
 // Action classes that come with later parts of the client; until they are
 // in the runtime table the demo may name them, and config check takes them
 // as the client's own.
-const char* const kPendingActionClasses[] = {"VTActionCSVExport", "VTActionCreatePDF", "VTActionOpenReportDesigner",
-                                             "VTActionTestForm", "VTActionUserKeyGenerator"};
+const char* const kPendingActionClasses[] = {"VTActionCSVExport", "VTActionCreatePDF",
+                                             "VTActionOpenReportDesigner", "VTActionTestForm",
+                                             "VTActionUserKeyGenerator"};
 
 TEST(ConfigCommand, TheDemoConfigurationPassesAndNamesKnownActions) {
     vt_test::ProgramResult r = admin(VANTOR_DEMO_DIR, "config check conf/cro.vtr");
@@ -40,7 +43,9 @@ TEST(ConfigCommand, TheDemoConfigurationPassesAndNamesKnownActions) {
     // a class not present must be one still to come.
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     std::string text = vt_test::readFile(std::string(VANTOR_DEMO_DIR) + "/conf/cro.vtr");
-    NSArray* rows = LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))->parse();
+    NSArray* rows =
+            LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))
+                    ->parse();
     ASSERT_NE(rows, nullptr);
     std::set<std::string> classes;
     for (uint32_t i = 0; i < rows->count(); i++) {
@@ -51,13 +56,17 @@ TEST(ConfigCommand, TheDemoConfigurationPassesAndNamesKnownActions) {
             auto* clause = static_cast<NSArray*>(element);
             if (clause->count() < 4 || !clause->objectAtIndex_(0)->isEqual_("action"_ns)) continue;
             std::string cls = static_cast<NSString*>(clause->objectAtIndex_(2))->UTF8String();
-            std::string sel = std::string(static_cast<NSString*>(clause->objectAtIndex_(3))->UTF8String()) + "::";
+            std::string sel =
+                    std::string(static_cast<NSString*>(clause->objectAtIndex_(3))->UTF8String()) +
+                    "::";
             classes.insert(cls);
             Class found = NSClassFromCString(cls.c_str());
             if (found) {
-                EXPECT_TRUE(found->instancesRespondToSelector_(NSSelectorFromCString(sel.c_str()))) << cls << " " << sel;
+                EXPECT_TRUE(found->instancesRespondToSelector_(NSSelectorFromCString(sel.c_str())))
+                        << cls << " " << sel;
             } else {
-                EXPECT_NE(std::find(std::begin(kPendingActionClasses), std::end(kPendingActionClasses), cls),
+                EXPECT_NE(std::find(std::begin(kPendingActionClasses),
+                                    std::end(kPendingActionClasses), cls),
                           std::end(kPendingActionClasses))
                         << cls;
             }
@@ -131,16 +140,20 @@ TEST(ConfigCommand, ReportsEachFaultWithSheetClauseAndLine) {
                        ")\n");
     vt_test::ProgramResult r = admin(dir, "config check bad.vtr");
     EXPECT_EQ(r.status, 1);
-    for (const char* line : {
-                 "bad.vtr:4: sheet note: clause (field title as strin): unknown type word 'strin': the field is left out\n",
-                 "bad.vtr:5: sheet note: clause (colour red): unknown keyword 'colour': the clause is skipped\n",
-                 "bad.vtr:6: sheet note: clause (filter title open): (filter <field> ((<word>...) ...))\n",
-                 "bad.vtr:8: warning: sheet note: clause (validate title unique): only the rule notempty has an effect\n",
-                 "bad.vtr:9: sheet note: a reference names the sheet 'nobody', which is not defined\n",
-                 "bad.vtr:10: sheet (unnamed): clause (field orphan as string): a field before the name clause\n",
-                 "bad.vtr:10: sheet (unnamed): no name clause: the sheet is rejected\n",
-                 "bad.vtr:0: sheet (unnamed): the required sheet 'user' is missing\n",
-                 "bad.vtr: 3 sheets, "}) {
+    for (const char* line :
+         {"bad.vtr:4: sheet note: clause (field title as strin): unknown type word 'strin': the "
+          "field is left out\n",
+          "bad.vtr:5: sheet note: clause (colour red): unknown keyword 'colour': the clause is "
+          "skipped\n",
+          "bad.vtr:6: sheet note: clause (filter title open): (filter <field> ((<word>...) ...))\n",
+          "bad.vtr:8: warning: sheet note: clause (validate title unique): only the rule notempty "
+          "has an effect\n",
+          "bad.vtr:9: sheet note: a reference names the sheet 'nobody', which is not defined\n",
+          "bad.vtr:10: sheet (unnamed): clause (field orphan as string): a field before the name "
+          "clause\n",
+          "bad.vtr:10: sheet (unnamed): no name clause: the sheet is rejected\n",
+          "bad.vtr:0: sheet (unnamed): the required sheet 'user' is missing\n",
+          "bad.vtr: 3 sheets, "}) {
         EXPECT_NE(r.out.find(line), std::string::npos) << line << "\nin:\n" << r.out;
     }
     EXPECT_EQ(r.out.find("a comment"), std::string::npos);
@@ -159,8 +172,10 @@ class InstallationTest : public testing::Test {
 protected:
     void SetUp() override {
         dir = vt_test::makeTempDir("vantor-installation") + "/demo";
-        ASSERT_EQ(vt_test::runProgram("bash " + quoteShell(std::string(VANTOR_SOURCE_DIR) + "/scripts/new-workdir.sh") +
-                                      " " + quoteShell(dir))
+        ASSERT_EQ(vt_test::runProgram(
+                          "bash " +
+                          quoteShell(std::string(VANTOR_SOURCE_DIR) + "/scripts/new-workdir.sh") +
+                          " " + quoteShell(dir))
                           .status,
                   0);
     }
@@ -173,14 +188,16 @@ TEST_F(InstallationTest, KeysAreShownAndMadeForUserRows) {
     EXPECT_EQ(shown.status, 0);
     EXPECT_EQ(shown.out, "UserID: Ada Lovelace/Demo/Admin\nUniqueID: (none)\nAdmin: false\n");
     EXPECT_EQ(admin(dir, "key show userkey/admin.vuk --show-password").out,
-              "UserID: Ada Lovelace/Demo/Admin\nUniqueID: (none)\nAdmin: false\nPassword: vantor-demo\n");
+              "UserID: Ada Lovelace/Demo/Admin\nUniqueID: (none)\nAdmin: false\nPassword: "
+              "vantor-demo\n");
     EXPECT_EQ(admin(dir, "key show conf/cro.vtr").status, 1);
 
     // A user row, stored as the client would, then a key for it.
-    ASSERT_EQ(admin(dir, "container store data/user",
-                    R"({"__recordId": "u-7", "firstName": "Grace", "lastName": "Hopper", "orgUnit": "Navy", "company": "Acme"})")
-                      .status,
-              0);
+    ASSERT_EQ(
+            admin(dir, "container store data/user",
+                  R"({"__recordId": "u-7", "firstName": "Grace", "lastName": "Hopper", "orgUnit": "Navy", "company": "Acme"})")
+                    .status,
+            0);
     vt_test::ProgramResult made = admin(dir, "key make u-7", "  s3cret \n");
     EXPECT_EQ(made.status, 0) << made.err;
     EXPECT_EQ(made.out, "Grace_Hopper__Navy__Acme.vuk\n");
@@ -198,23 +215,34 @@ TEST_F(InstallationTest, SheetsAreListedAndDumpedThroughTheWorkspace) {
     vt_test::ProgramResult list = admin(dir, "sheet list");
     EXPECT_EQ(list.status, 0) << list.err;
     EXPECT_NE(list.out.find("role \"Roles\" 4 records\n"), std::string::npos) << list.out;
-    EXPECT_NE(list.out.find("softwarecontact \"Software contacts\" 3 records, records of contact\n"), std::string::npos)
+    EXPECT_NE(
+            list.out.find("softwarecontact \"Software contacts\" 3 records, records of contact\n"),
+            std::string::npos)
             << list.out;
     // References show display texts; the reference filter of the source
     // sheet keeps only software companies' contacts.
     vt_test::ProgramResult dump = admin(dir, "sheet dump softwarecontact");
     EXPECT_EQ(dump.status, 0);
     // The prepared records carry the stamps of Ada's Save.
-#define ADA_STAMPS "\"__creator\":\"Ada Lovelace/Demo/Admin\",\"__created\":{\"$date\":\"2024-01-02 09:00:00 +0100\"}"
+#define ADA_STAMPS                                                                              \
+    "\"__creator\":\"Ada Lovelace/Demo/Admin\",\"__created\":{\"$date\":\"2024-01-02 09:00:00 " \
+    "+0100\"}"
     EXPECT_EQ(dump.out,
-              "{\"__recordId\":\"demo-contact-1\",\"lastName\":\"Novak\",\"firstName\":\"Jana\",\"company\":"
-              "\"Northwind Software Prague\",\"phone\":\"+420 221 000 111\"," ADA_STAMPS "}\n"
-              "{\"__recordId\":\"demo-contact-3\",\"lastName\":\"Svoboda\",\"firstName\":\"Petr\",\"company\":"
+              "{\"__recordId\":\"demo-contact-1\",\"lastName\":\"Novak\",\"firstName\":\"Jana\","
+              "\"company\":"
+              "\"Northwind Software Prague\",\"phone\":\"+420 221 000 111\"," ADA_STAMPS
+              "}\n"
+              "{\"__recordId\":\"demo-contact-3\",\"lastName\":\"Svoboda\",\"firstName\":\"Petr\","
+              "\"company\":"
               "\"Blue Byte Labs Brno\",\"phone\":\"+420 541 000 333\"," ADA_STAMPS "}\n");
     EXPECT_EQ(admin(dir, "sheet dump group").out,
-              "{\"__recordId\":\"demo-group-admins\",\"name\":\"Admins\",\"roles\":\"administrator; staff\"," ADA_STAMPS "}\n"
-              "{\"__recordId\":\"demo-group-all\",\"name\":\"All\",\"roles\":\"reader\"," ADA_STAMPS "}\n"
-              "{\"__recordId\":\"demo-group-designers\",\"name\":\"Designers\",\"roles\":\"designer; staff\"," ADA_STAMPS "}\n");
+              "{\"__recordId\":\"demo-group-admins\",\"name\":\"Admins\",\"roles\":\"administrator;"
+              " staff\"," ADA_STAMPS
+              "}\n"
+              "{\"__recordId\":\"demo-group-all\",\"name\":\"All\",\"roles\":\"reader\"," ADA_STAMPS
+              "}\n"
+              "{\"__recordId\":\"demo-group-designers\",\"name\":\"Designers\",\"roles\":"
+              "\"designer; staff\"," ADA_STAMPS "}\n");
 #undef ADA_STAMPS
     EXPECT_EQ(admin(dir, "sheet dump nosuchsheet").status, 1);
     // The configuration was not compiled by looking at it.

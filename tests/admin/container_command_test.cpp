@@ -42,8 +42,9 @@ protected:
 
     // Standard output and exit status; standard input from `input`.
     Result run(const std::string& arguments, const std::string& input = "", bool merge = false) {
-        return vt_test::runProgram(vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments + (merge ? " 2>&1" : ""),
-                                   input);
+        return vt_test::runProgram(
+                vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments + (merge ? " 2>&1" : ""),
+                input);
     }
 
     NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
@@ -56,7 +57,8 @@ protected:
 using vt_test::archiveBytes;
 
 TEST_F(ContainerCommandTest, StoreDumpRestoreRemove) {
-    Result first = run("container store '" + stem + "'", R"({"name":"Alice","age":41,"tags":["a","b"]})");
+    Result first =
+            run("container store '" + stem + "'", R"({"name":"Alice","age":41,"tags":["a","b"]})");
     EXPECT_EQ(first.status, 0);
     EXPECT_EQ(first.out, "1\n");
     Result second = run("container store '" + stem + "'", R"({"name":"Bob"})");
@@ -79,7 +81,8 @@ TEST_F(ContainerCommandTest, StoreDumpRestoreRemove) {
     }
     EXPECT_EQ(dump.out, "{\"id\":1,\"type\":\"NSMutableDictionary\",\"contents\":{" + aliceKeys +
                                 "}}\n"
-                                "{\"id\":2,\"type\":\"NSMutableDictionary\",\"contents\":{\"name\":\"Bob\"}}\n");
+                                "{\"id\":2,\"type\":\"NSMutableDictionary\",\"contents\":{\"name\":"
+                                "\"Bob\"}}\n");
 
     // A re-store keeps the id and the three buckets, moves the record to a
     // new block, and sets the members in the order of the text.
@@ -94,8 +97,10 @@ TEST_F(ContainerCommandTest, StoreDumpRestoreRemove) {
     EXPECT_EQ(changed->count(), 4u);
     NSMutableDictionary* expected = NSMutableDictionary::dictionaryWithCapacity_(3);
     const char* order[] = {"z", "y", "x", "w"};
-    for (int i = 0; i < 4; i++) expected->setObject_forKey_(NSNumber::numberWithInt_(i + 1), ns(order[i]));
-    EXPECT_TRUE(changed->allKeys()->isEqual_(expected->allKeys())) << "insertion order within a bucket";
+    for (int i = 0; i < 4; i++)
+        expected->setObject_forKey_(NSNumber::numberWithInt_(i + 1), ns(order[i]));
+    EXPECT_TRUE(changed->allKeys()->isEqual_(expected->allKeys()))
+            << "insertion order within a bucket";
     LXManagedObject* index = static_cast<LXManagedObject*>(reopened->valueForKey_("index"_ns));
     EXPECT_GT(static_cast<NSNumber*>(index->objectForKeyPath_("objects.pos.1"_ns))->intValue(), 0);
     EXPECT_EQ(reopened->allIds()->count(), 2u);
@@ -142,8 +147,10 @@ TEST_F(ContainerCommandTest, FilesMatchTheFormatByteForByte) {
     ids->addObject_(ns("1"));
     index->setObject_forKeyPath_(ids, ns("types.NSMutableDictionary"));
     index->setObject_forKeyPath_(NSNumber::numberWithLong_(0), ns("objects.pos.1"));
-    index->setObject_forKeyPath_(NSNumber::numberWithInt_(static_cast<int>(block.size())), ns("objects.length.1"));
-    index->setObject_forKeyPath_(NSNumber::numberWithLong_(static_cast<long>(block.size())), ns("meta.filesize"));
+    index->setObject_forKeyPath_(NSNumber::numberWithInt_(static_cast<int>(block.size())),
+                                 ns("objects.length.1"));
+    index->setObject_forKeyPath_(NSNumber::numberWithLong_(static_cast<long>(block.size())),
+                                 ns("meta.filesize"));
     index->setObject_forKeyPath_(NSNumber::numberWithInt_(1), ns("meta.maxid"));
     EXPECT_EQ(readFile(stem + ".vci"), archiveBytes(index));
 }
@@ -160,7 +167,8 @@ TEST_F(ContainerCommandTest, CheckNamesWhatIsDamaged) {
     Result check = run("container check '" + stem + "'");
     EXPECT_EQ(check.status, 1);
     EXPECT_EQ(check.out, "damaged: object 2, block at " + std::to_string(second) + " of " +
-                                 std::to_string(second) + " bytes, does not decode\n1 problem in 2 objects\n");
+                                 std::to_string(second) +
+                                 " bytes, does not decode\n1 problem in 2 objects\n");
     Result dump = run("container dump '" + stem + "'");
     EXPECT_EQ(dump.status, 1);
     EXPECT_EQ(dump.out.rfind("{\"id\":1,", 0), 0u) << "the good objects are still shown";
@@ -177,17 +185,19 @@ TEST_F(ContainerCommandTest, CheckNamesWhatIsDamaged) {
 
 // Reading a name that has no container is an error that creates nothing.
 TEST_F(ContainerCommandTest, MissingContainerIsAnError) {
-    std::string message = "vantor-admin: no container " + stem + ": neither " + stem + ".vci nor " + stem +
-                          ".vcd holds one\n";
+    std::string message = "vantor-admin: no container " + stem + ": neither " + stem + ".vci nor " +
+                          stem + ".vcd holds one\n";
     for (const char* verb : {"dump", "check", "remove", "compact"}) {
         SCOPED_TRACE(verb);
-        Result result = run(std::string("container ") + verb + " '" + stem + "'" + (verb[0] == 'r' ? " 1" : ""));
+        Result result = run(std::string("container ") + verb + " '" + stem + "'" +
+                            (verb[0] == 'r' ? " 1" : ""));
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.err, message);
         EXPECT_EQ(access((stem + ".vci").c_str(), F_OK), -1);
         EXPECT_EQ(access((stem + ".vcd").c_str(), F_OK), -1);
     }
-    EXPECT_EQ(run("container check '" + stem + "'").out, "damaged: the store does not open; see standard error\n");
+    EXPECT_EQ(run("container check '" + stem + "'").out,
+              "damaged: the store does not open; see standard error\n");
 }
 
 // The readers replay the journal that a writing process has not yet
@@ -224,16 +234,19 @@ TEST_F(ContainerCommandTest, JournalIsReadAndCompactShrinksTheDataFile) {
 // The JSON reader makes values: "$class" names a dictionary or set class,
 // never a class by its fields.
 TEST_F(ContainerCommandTest, JsonMakesValueClassesOnly) {
-    for (const char* text : {R"({"k":{"$class":"LXContainer","name":"x"}})", R"({"k":{"$class":"NSObject"}})",
-                             R"({"k":{"$class":"LXDelta","$dict":{}}})"}) {
+    for (const char* text :
+         {R"({"k":{"$class":"LXContainer","name":"x"}})", R"({"k":{"$class":"NSObject"}})",
+          R"({"k":{"$class":"LXDelta","$dict":{}}})"}) {
         SCOPED_TRACE(text);
         Result result = run("container store '" + stem + "'", text);
         EXPECT_EQ(result.status, 1);
-        EXPECT_NE(result.err.find("is not a dictionary or set class"), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find("is not a dictionary or set class"), std::string::npos)
+                << result.err;
     }
     EXPECT_EQ(run("archive encode", R"({"$class":"NSLock"})").status, 1);
-    Result managed = run("container store '" + stem + "'",
-                         R"({"m":{"$class":"LXManagedObject","$dict":{"a":1}},"c":{"$class":"NSCountedSet","$dict":{"x":2}}})");
+    Result managed = run(
+            "container store '" + stem + "'",
+            R"({"m":{"$class":"LXManagedObject","$dict":{"a":1}},"c":{"$class":"NSCountedSet","$dict":{"x":2}}})");
     EXPECT_EQ(managed.status, 0) << managed.err;
     EXPECT_EQ(managed.out, "1\n");
 }

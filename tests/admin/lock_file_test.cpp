@@ -57,7 +57,9 @@ public:
     // Takes in what the program wrote within `ms`; false once it has
     // closed its terminal.
     bool drain(int ms) {
-        struct pollfd p{_master, POLLIN, 0};
+        struct pollfd p {
+            _master, POLLIN, 0
+        };
         if (poll(&p, 1, ms) <= 0) return true;
         char buffer[512];
         ssize_t n = read(_master, buffer, sizeof buffer);
@@ -74,7 +76,9 @@ public:
         return _output.find(text) != std::string::npos;
     }
     // Types on its terminal.
-    void type(const std::string& keys) { ASSERT_EQ(write(_master, keys.data(), keys.size()), ssize_t(keys.size())); }
+    void type(const std::string& keys) {
+        ASSERT_EQ(write(_master, keys.data(), keys.size()), ssize_t(keys.size()));
+    }
     // Waits for its end: the raw wait status, or -1 after 20 s.
     int wait() {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -112,7 +116,10 @@ protected:
     void SetUp() override {
         dir_ = vt_test::makeTempDir("vt-lock");
         std::string script = std::string(VANTOR_SOURCE_DIR) + "/scripts/new-workdir.sh";
-        ASSERT_EQ(std::system(("bash " + quoteShell(script) + " " + quoteShell(dir_) + " >/dev/null 2>&1").c_str()), 0);
+        ASSERT_EQ(std::system(("bash " + quoteShell(script) + " " + quoteShell(dir_) +
+                               " >/dev/null 2>&1")
+                                      .c_str()),
+                  0);
     }
     void TearDown() override { vt_test::removeTree(dir_); }
     std::string lockPath() const { return dir_ + "/vantor.lock"; }
@@ -141,9 +148,10 @@ TEST_F(LockFileTest, OfTwoCommandsStartedTogetherExactlyOneRuns) {
     int status = loser->wait();
     ASSERT_TRUE(WIFEXITED(status)) << status;
     EXPECT_EQ(WEXITSTATUS(status), 1);
-    EXPECT_NE(loser->output().find("vantor-admin: deltas: An instance of this application is already running in "
-                                   "the same working directory. (vantor.lock exists, made by process " +
-                                   std::to_string(winner->pid()) + ")"),
+    EXPECT_NE(loser->output().find(
+                      "vantor-admin: deltas: An instance of this application is already running in "
+                      "the same working directory. (vantor.lock exists, made by process " +
+                      std::to_string(winner->pid()) + ")"),
               std::string::npos)
             << loser->output();
     EXPECT_EQ(loser->output().find("Password: "), std::string::npos);
@@ -192,7 +200,8 @@ TEST_F(LockFileTest, RecordSetShowsProgressOnATerminal) {
     EXPECT_EQ(WEXITSTATUS(status), 0) << command.output();
     const std::string& shown = command.output();
     EXPECT_NE(shown.find("\r\033[Krecord set: saved 1 of 2 (50%)"), std::string::npos) << shown;
-    EXPECT_NE(shown.find("\r\033[Krecord set: saved 2 of 2 (100%)\r\033[K"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("\r\033[Krecord set: saved 2 of 2 (100%)\r\033[K"), std::string::npos)
+            << shown;
 }
 
 // A lock whose process is gone is not taken over: the refusal names the
@@ -208,10 +217,11 @@ TEST_F(LockFileTest, AStaleLockNamesItsProcessAndHowToRemoveIt) {
             vt_test::runProgram("cd " + quoteShell(dir_) + " && VANTOR_PASSWORD=vantor-demo " +
                                 quoteShell(VANTOR_ADMIN_PATH) + " deltas");
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, "vantor-admin: deltas: The lock file vantor.lock was left behind by process " +
-                               std::to_string(gone) +
-                               ", which no longer runs. If nothing else works in this directory, delete "
-                               "vantor.lock and start again.\n");
+    EXPECT_EQ(run.err,
+              "vantor-admin: deltas: The lock file vantor.lock was left behind by process " +
+                      std::to_string(gone) +
+                      ", which no longer runs. If nothing else works in this directory, delete "
+                      "vantor.lock and start again.\n");
     EXPECT_EQ(vt_test::readFile(lockPath()), stale);
 
     // Once removed, the command runs.

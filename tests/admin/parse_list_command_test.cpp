@@ -19,7 +19,8 @@ using Result = vt_test::ProgramResult;
 // The command's standard output (and standard error with `merge`), and its
 // exit status.
 Result run(const std::string& arguments, bool merge = false) {
-    return vt_test::runProgram(vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments + (merge ? " 2>&1" : ""));
+    return vt_test::runProgram(vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments +
+                               (merge ? " 2>&1" : ""));
 }
 
 std::string writeFile(const char* name, const std::string& bytes) {

@@ -30,16 +30,17 @@ class RecordCommandTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         dir = vt_test::makeTempDir("vt-admin-record");
-        ProgramResult made = vt_test::runProgram("bash " + quoteShell(std::string(VANTOR_SOURCE_DIR) +
-                                                                      "/scripts/new-workdir.sh") +
-                                                 " " + quoteShell(dir) + " >/dev/null");
+        ProgramResult made = vt_test::runProgram(
+                "bash " + quoteShell(std::string(VANTOR_SOURCE_DIR) + "/scripts/new-workdir.sh") +
+                " " + quoteShell(dir) + " >/dev/null");
         ASSERT_EQ(made.status, 0) << made.err;
     }
     static void TearDownTestSuite() { vt_test::removeTree(dir); }
 
     static ProgramResult admin(const std::string& args, const std::string& input = "",
                                const std::string& password = "vantor-demo") {
-        return vt_test::runProgram("cd " + quoteShell(dir) + " && VANTOR_PASSWORD=" + quoteShell(password) + " " +
+        return vt_test::runProgram("cd " + quoteShell(dir) +
+                                           " && VANTOR_PASSWORD=" + quoteShell(password) + " " +
                                            quoteShell(VANTOR_ADMIN_PATH) + " " + args,
                                    input);
     }
@@ -47,8 +48,8 @@ protected:
     static std::string deltas() { return admin("deltas").out; }
 
     // Each refusal: its status, the message, and nothing changed.
-    static void expectRefused(const std::string& args, const std::string& input, const std::string& message,
-                              int status = 1) {
+    static void expectRefused(const std::string& args, const std::string& input,
+                              const std::string& message, int status = 1) {
         SCOPED_TRACE(args + " < " + input);
         std::string before = companies();
         std::string queued = deltas();
@@ -84,32 +85,41 @@ TEST_F(RecordCommandTest, LoginIsCheckedBeforeAnythingIsOpened) {
 TEST_F(RecordCommandTest, RecordSetRefusesWhatTheFormCouldNotSave) {
     expectRefused("record set company", R"({"name": "Cut)", "invalid JSON");
     expectRefused("record set company", R"(["not an object"])", "JSON object");
-    expectRefused("record set company", R"({"name": "X", "colour": "red"})", "'colour' is no field");
-    expectRefused("record set company", R"({"name": "X", "industry": "mining"})", "not one of: software");
-    expectRefused("record set company", R"({"name": "X", "industry": "trade", "since": "May"})", "a date");
-    expectRefused("record set message", R"({"subject": "Hi", "whom": "nobody"})", "no record 'nobody'");
+    expectRefused("record set company", R"({"name": "X", "colour": "red"})",
+                  "'colour' is no field");
+    expectRefused("record set company", R"({"name": "X", "industry": "mining"})",
+                  "not one of: software");
+    expectRefused("record set company", R"({"name": "X", "industry": "trade", "since": "May"})",
+                  "a date");
+    expectRefused("record set message", R"({"subject": "Hi", "whom": "nobody"})",
+                  "no record 'nobody'");
     expectRefused("record set nosuchsheet", R"({"name": "X"})", "no sheet named 'nosuchsheet'");
-    expectRefused("record set company", R"({"__recordId": "unknown", "city": "Z"})", "no record 'unknown'");
+    expectRefused("record set company", R"({"__recordId": "unknown", "city": "Z"})",
+                  "no record 'unknown'");
     expectRefused("record set company", "{}", "at least one field");
     // Save's validation, with the field's label: blanks are empty, and a
     // notempty enum not given is empty on a new record.
-    expectRefused("record set company", R"({"name": "   ", "industry": "trade"})", "Field 'Name' must not be empty");
+    expectRefused("record set company", R"({"name": "   ", "industry": "trade"})",
+                  "Field 'Name' must not be empty");
     expectRefused("record set company", R"({"name": "Ok"})", "Field 'Industry' must not be empty");
     // Every object of a burst is checked before the first is saved.
-    expectRefused("record set company", R"([{"name": "First", "industry": "trade"}, {"name": ""}])", "'Name'");
+    expectRefused("record set company", R"([{"name": "First", "industry": "trade"}, {"name": ""}])",
+                  "'Name'");
 }
 
 TEST_F(RecordCommandTest, OtherCommandsRefuseUnknownRecordsAndUsage) {
     expectRefused("record remove company nothing-here", "", "no record 'nothing-here'");
     expectRefused("record select company nothing-here", "", "no record 'nothing-here'");
-    expectRefused("record action company demo-company-1 VTActionPushSpaces", "", "no action of the class");
+    expectRefused("record action company demo-company-1 VTActionPushSpaces", "",
+                  "no action of the class");
     expectRefused("record set", "", "usage:", 2);
     expectRefused("sync --cycles 0", "", "usage:", 2);
     expectRefused("sync --port 99999", "", "usage:", 2);
 }
 
 TEST_F(RecordCommandTest, SyncWithoutARelayKeepsEveryDelta) {
-    ProgramResult user = admin("record set user", R"({"firstName": "Bob", "lastName": "Baker", "orgUnit": "Sales",
+    ProgramResult user = admin("record set user",
+                               R"({"firstName": "Bob", "lastName": "Baker", "orgUnit": "Sales",
                                                      "company": "Demo", "role": "author"})");
     ASSERT_EQ(user.status, 0) << user.err;
     ASSERT_EQ(admin("record set company", R"({"name": "Queued", "industry": "trade"})").status, 0);
@@ -130,13 +140,15 @@ TEST_F(RecordCommandTest, ADamagedStoreIsNamedWhereverItIsReadAndTakesNoChange) 
     std::string queued = deltas();
     std::string data = vt_test::readFile(dir + "/data/company.vcd");
     std::filesystem::resize_file(dir + "/data/company.vcd", 7);
-    const std::string named = "the store of the sheet 'company' (data/company.vcd, data/company.vci) is damaged";
+    const std::string named =
+            "the store of the sheet 'company' (data/company.vcd, data/company.vci) is damaged";
 
     ProgramResult set = admin("record set company", R"({"name": "After", "industry": "trade"})");
     EXPECT_EQ(set.status, 1);
     EXPECT_EQ(set.out, "");
     EXPECT_NE(set.err.find("record set: " + named), std::string::npos) << set.err;
-    for (const char* args : {"record remove company demo-company-1", "record list company", "sheet dump company"}) {
+    for (const char* args :
+         {"record remove company demo-company-1", "record list company", "sheet dump company"}) {
         ProgramResult r = admin(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(r.out, "") << args;
@@ -167,7 +179,8 @@ TEST_F(RecordCommandTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_NE(r.err.find("the user store data/user is damaged"), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("record list: the installation here can't be opened"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("record list: the installation here can't be opened"), std::string::npos)
+            << r.err;
     EXPECT_EQ(vt_test::readFile(dir + "/userkey/admin.vuk"), key);
     EXPECT_EQ(std::filesystem::file_size(dir + "/data/user.vcd"), 3u);
     EXPECT_FALSE(exists(dir + "/vantor.lock"));
@@ -180,7 +193,8 @@ TEST_F(RecordCommandTest, AMissingDataFolderIsReportedAsMissing) {
     for (const char* args : {"record list company", "sheet list", "sheet dump company"}) {
         ProgramResult r = admin(args);
         EXPECT_EQ(r.status, 1) << args;
-        EXPECT_NE(r.err.find("the data folder data/ is missing here"), std::string::npos) << args << ": " << r.err;
+        EXPECT_NE(r.err.find("the data folder data/ is missing here"), std::string::npos)
+                << args << ": " << r.err;
         EXPECT_EQ(r.err.find("damaged"), std::string::npos) << args << ": " << r.err;
         EXPECT_FALSE(exists(dir + "/data")) << args;
     }
@@ -197,7 +211,8 @@ TEST_F(RecordCommandTest, RecordListShowsWhatTheUsersTableShows) {
     EXPECT_EQ(software.out.find("demo-contact-2"), std::string::npos) << software.out;
 
     // A reader, in an installation of her own with her key.
-    ProgramResult rita = admin("record set user", R"({"firstName": "Rita", "lastName": "Reader", "orgUnit": "Demo",
+    ProgramResult rita = admin("record set user",
+                               R"({"firstName": "Rita", "lastName": "Reader", "orgUnit": "Demo",
                                                      "company": "Readers", "role": "author",
                                                      "groups": "demo-group-all"})");
     ASSERT_EQ(rita.status, 0) << rita.err;
@@ -205,9 +220,10 @@ TEST_F(RecordCommandTest, RecordListShowsWhatTheUsersTableShows) {
     ProgramResult made = admin("key make " + quoteShell(id) + " --password-stdin", "rita-pw\n");
     ASSERT_EQ(made.status, 0) << made.err;
     std::string other = vt_test::makeTempDir("vt-admin-reader");
-    ProgramResult copied = vt_test::runProgram("cp -a " + quoteShell(dir) + "/. " + quoteShell(other) + " && rm " +
-                                               quoteShell(other) + "/userkey/*.vuk && mv " + quoteShell(other) +
-                                               "/Rita_Reader__Demo__Readers.vuk " + quoteShell(other) + "/userkey/");
+    ProgramResult copied = vt_test::runProgram(
+            "cp -a " + quoteShell(dir) + "/. " + quoteShell(other) + " && rm " + quoteShell(other) +
+            "/userkey/*.vuk && mv " + quoteShell(other) + "/Rita_Reader__Demo__Readers.vuk " +
+            quoteShell(other) + "/userkey/");
     ASSERT_EQ(copied.status, 0) << copied.err;
     auto asRita = [&](const std::string& args) {
         return vt_test::runProgram("cd " + quoteShell(other) + " && VANTOR_PASSWORD=rita-pw " +
@@ -220,7 +236,8 @@ TEST_F(RecordCommandTest, RecordListShowsWhatTheUsersTableShows) {
         ProgramResult refused = asRita(std::string("record list ") + sheet);
         EXPECT_EQ(refused.status, 1) << sheet;
         EXPECT_EQ(refused.out, "") << sheet;
-        EXPECT_NE(refused.err.find("Rita Reader/Demo/Readers may not read the sheet '" + std::string(sheet) + "'"),
+        EXPECT_NE(refused.err.find("Rita Reader/Demo/Readers may not read the sheet '" +
+                                   std::string(sheet) + "'"),
                   std::string::npos)
                 << refused.err;
     }

@@ -13,8 +13,8 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -31,12 +31,14 @@
 namespace {
 
 const char kStopLine[] =
-        "start-up ends after the workspace: the login window and the main window are not built yet\n";
+        "start-up ends after the workspace: the login window and the main window are not built "
+        "yet\n";
 const char kConfiguration[] =
         "((# the sheets the client needs, and one more)\n"
         " ((name role) (field name as string))\n"
         " ((name group) (field name as string) (field roles as string))\n"
-        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as string)\n"
+        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as "
+        "string)\n"
         "  (field company as string) (field role as string) (field groups as string))\n"
         " ((name note labelled (My notes)) (field text as string)))\n";
 const char kRefusal[] =
@@ -48,11 +50,15 @@ using vt_test::quoteShell;
 class ClientTest : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_NE(std::getenv("WINEPREFIX"), nullptr) << "run through ctest: it prepares the prefix";
+        ASSERT_NE(std::getenv("WINEPREFIX"), nullptr)
+                << "run through ctest: it prepares the prefix";
         ASSERT_STREQ(std::getenv("VANTOR_NONINTERACTIVE"), "1");
         const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = testing::TempDir() + "vantor-client-" + info->name() + "-" + std::to_string(getpid());
-        ASSERT_EQ(std::system(("rm -rf " + quoteShell(dir_) + " && mkdir -p " + quoteShell(dir_ + "/data/init")).c_str()),
+        dir_ = testing::TempDir() + "vantor-client-" + info->name() + "-" +
+               std::to_string(getpid());
+        ASSERT_EQ(std::system(("rm -rf " + quoteShell(dir_) + " && mkdir -p " +
+                               quoteShell(dir_ + "/data/init"))
+                                      .c_str()),
                   0);
         install(dir_);
     }
@@ -62,15 +68,15 @@ protected:
     // that waits for a person (a message box under the null driver) into a
     // failure instead of a hung test.
     vt_test::ProgramResult runClient(const std::string& dir) {
-        return vt_test::runProgram("cd " + quoteShell(dir) + " && timeout 60 " + quoteShell(VANTOR_WINE) + " " +
-                                   quoteShell(VANTOR_CLIENT_PATH));
+        return vt_test::runProgram("cd " + quoteShell(dir) + " && timeout 60 " +
+                                   quoteShell(VANTOR_WINE) + " " + quoteShell(VANTOR_CLIENT_PATH));
     }
     vt_test::ProgramResult runClient() { return runClient(dir_); }
 
     // A configuration and a first-admin key (no UniqueID yet).
     static void install(const std::string& dir) {
-        ASSERT_EQ(std::system(("mkdir -p " + quoteShell(dir + "/conf") + " " + quoteShell(dir + "/userkey") + " " +
-                               quoteShell(dir + "/data"))
+        ASSERT_EQ(std::system(("mkdir -p " + quoteShell(dir + "/conf") + " " +
+                               quoteShell(dir + "/userkey") + " " + quoteShell(dir + "/data"))
                                       .c_str()),
                   0);
         std::ofstream(dir + "/conf/cro.vtr", std::ios::binary) << kConfiguration;
@@ -101,7 +107,8 @@ protected:
 // Whether the text ends with the stop line.
 bool stopped(const std::string& out) {
     std::string stop = kStopLine;
-    return out.size() >= stop.size() && out.compare(out.size() - stop.size(), stop.size(), stop) == 0;
+    return out.size() >= stop.size() &&
+           out.compare(out.size() - stop.size(), stop.size(), stop) == 0;
 }
 
 TEST_F(ClientTest, ANormalStartBuildsTheWorkspaceAndLeavesNoLock) {
@@ -175,9 +182,11 @@ TEST_F(ClientTest, AStaleLockIsNamedAndLeftForTheUserToRemove) {
     write("vantor.lock", "2147483000 windows\n");
     vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out,
-              "alert: Error: The lock file vantor.lock was left behind by process 2147483000, which no longer "
-              "runs. If nothing else works in this directory, delete vantor.lock and start again.\n");
+    EXPECT_EQ(
+            run.out,
+            "alert: Error: The lock file vantor.lock was left behind by process 2147483000, which "
+            "no longer "
+            "runs. If nothing else works in this directory, delete vantor.lock and start again.\n");
     EXPECT_EQ(read("vantor.lock"), "2147483000 windows\n");
 
     write("vantor.lock", "2147483000 posix\n");
@@ -220,16 +229,20 @@ TEST_F(ClientTest, CtrlCAndSigtermRemoveTheLock) {
 }
 
 TEST_F(ClientTest, AFirstRunSeedsContainerFilesByName) {
-    for (const char* name : {"a.vcd", "ab.vcd", "ab.vci", "user.vci", "user.vcd", "notes.txt", "big.VCD", "x.vcix"}) {
+    for (const char* name :
+         {"a.vcd", "ab.vcd", "ab.vci", "user.vci", "user.vcd", "notes.txt", "big.VCD", "x.vcix"}) {
         write(std::string("data/init/") + name, std::string("from init: ") + name);
     }
     // The copied user container holds no container, so the start stops
     // at the workspace; the seeding before it is what this test is about.
     vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.out.find("alert: Error: The user data (data/user) is damaged."), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("alert: Error: The user data (data/user) is damaged."),
+              std::string::npos)
+            << run.out;
     for (const char* copied : {"ab.vcd", "ab.vci", "user.vci", "user.vcd"}) {
-        EXPECT_EQ(read(std::string("data/") + copied), std::string("from init: ") + copied) << copied;
+        EXPECT_EQ(read(std::string("data/") + copied), std::string("from init: ") + copied)
+                << copied;
     }
     // Five characters are too few, other endings are skipped, and the
     // ending is compared case-sensitively.
@@ -267,7 +280,8 @@ TEST_F(ClientTest, AMissingDataFolderStopsTheStartAndIsNotCreated) {
     vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.out.find("alert:"), run.out.rfind("alert:")) << run.out;
-    EXPECT_NE(run.out.find("alert: Error: The data folder (data/) is missing."), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("alert: Error: The data folder (data/) is missing."), std::string::npos)
+            << run.out;
     EXPECT_FALSE(exists("data"));
     EXPECT_FALSE(exists("vantor.lock"));
 }

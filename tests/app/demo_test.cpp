@@ -10,18 +10,22 @@ namespace {
 TEST_F(WorkspaceTest, TheDemoStartsWithItsFirstAdmin) {
     std::filesystem::current_path(old);
     std::string work = dir + "/demo";
-    ASSERT_EQ(vt_test::runProgram("bash " + vt_test::quoteShell(std::string(VANTOR_SOURCE_DIR) +
-                                                                 "/scripts/new-workdir.sh") +
+    ASSERT_EQ(vt_test::runProgram("bash " +
+                                  vt_test::quoteShell(std::string(VANTOR_SOURCE_DIR) +
+                                                      "/scripts/new-workdir.sh") +
                                   " " + vt_test::quoteShell(work))
                       .status,
               0);
     std::filesystem::current_path(work);
-    for (const char* font : {"arial", "arialbold", "times", "timesbold", "tahoma", "tahomabold", "verdana", "verdanabold"})
-        EXPECT_GT(std::filesystem::file_size(std::string("fonts/") + font + ".ttf"), 10000u) << font;
+    for (const char* font : {"arial", "arialbold", "times", "timesbold", "tahoma", "tahomabold",
+                             "verdana", "verdanabold"})
+        EXPECT_GT(std::filesystem::file_size(std::string("fonts/") + font + ".ttf"), 10000u)
+                << font;
 
     VTSeedDataDirectory();
     NSMutableDictionary* k = nullptr;
-    EXPECT_EQ(logOf([&] { k = VTUserKey::discoverInDirectory_("userkey"_ns); }), "no user unique ID\n");
+    EXPECT_EQ(logOf([&] { k = VTUserKey::discoverInDirectory_("userkey"_ns); }),
+              "no user unique ID\n");
     ASSERT_NE(k, nullptr);
     EXPECT_EQ(str(k->objectForKey_("UserID"_ns)), "Ada Lovelace/Demo/Admin");
     EXPECT_EQ(str(k->objectForKey_("Password"_ns)), "vantor-demo");
@@ -38,17 +42,20 @@ TEST_F(WorkspaceTest, TheDemoStartsWithItsFirstAdmin) {
     EXPECT_EQ(str(w->currentUserGroups()->componentsJoinedByString_(","_ns)), "Admins,Designers");
     NSMutableSet* roles = w->rolesForCurrentUser();
     EXPECT_EQ(roles->count(), 3u);
-    for (const char* role : {"administrator", "designer", "staff"}) EXPECT_TRUE(roles->member_(ns(role))) << role;
+    for (const char* role : {"administrator", "designer", "staff"})
+        EXPECT_TRUE(roles->member_(ns(role))) << role;
 
     // What the admin gets a tab for; the reader-only view stays hidden.
     std::string visible;
     NSArray* sheets = w->listOfSheets();
     for (uint32_t i = 0; i < sheets->count(); i++) {
         auto* sheet = static_cast<VTSheet*>(sheets->objectAtIndex_(i));
-        if (w->currentUserCanSee_(sheet)) visible += std::string(visible.empty() ? "" : " ") + sheet->name()->UTF8String();
+        if (w->currentUserCanSee_(sheet))
+            visible += std::string(visible.empty() ? "" : " ") + sheet->name()->UTF8String();
     }
     EXPECT_EQ(visible,
-              "role group user form formfield message outbox company contact softwarecontact project task mytask");
+              "role group user form formfield message outbox company contact softwarecontact "
+              "project task mytask");
     EXPECT_TRUE(w->currentUserCanUpdate_(w->sheetNamed_("user"_ns)));
     EXPECT_FALSE(w->currentUserCanUpdate_(w->sheetNamed_("message"_ns)));
     EXPECT_TRUE(w->currentUserCanDeposit_(w->sheetNamed_("message"_ns)));
@@ -60,9 +67,11 @@ TEST_F(WorkspaceTest, TheDemoStartsWithItsFirstAdmin) {
         EXPECT_GT(records->count(), 0u) << name;
         for (uint32_t i = 0; i < records->count(); i++) {
             auto* record = static_cast<NSDictionary*>(records->objectAtIndex_(i));
-            EXPECT_EQ(str(record->objectForKey_("__creator"_ns)), "Ada Lovelace/Demo/Admin") << name;
-            EXPECT_TRUE(record->objectForKey_("__created"_ns) &&
-                        record->objectForKey_("__created"_ns)->isKindOfClass_(NSDate::classObject()))
+            EXPECT_EQ(str(record->objectForKey_("__creator"_ns)), "Ada Lovelace/Demo/Admin")
+                    << name;
+            EXPECT_TRUE(
+                    record->objectForKey_("__created"_ns) &&
+                    record->objectForKey_("__created"_ns)->isKindOfClass_(NSDate::classObject()))
                     << name;
         }
     }

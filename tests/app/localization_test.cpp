@@ -11,8 +11,8 @@
 
 #include "app/VTLocalization.h"
 #include "foundation/Foundation.h"
-#include "tests/support/TempDir.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

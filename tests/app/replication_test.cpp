@@ -48,13 +48,17 @@ constexpr const char kConfiguration[] =
         "(\n"
         " ((name role) (field name as string))\n"
         " ((name group) (field name as string) (field roles as string))\n"
-        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as string)\n"
+        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as "
+        "string)\n"
         "  (field company as string) (field role as string) (field groups as string))\n"
-        " ((name task) (field title as string) (field note as string) (hiddenfield state as string))\n"
+        " ((name task) (field title as string) (field note as string) (hiddenfield state as "
+        "string))\n"
         " ((source task) (name mytasks) (field title as string))\n"
-        " ((name message) (field subject as string) (field whom as reference user (firstName lastName))\n"
+        " ((name message) (field subject as string) (field whom as reference user (firstName "
+        "lastName))\n"
         "  (hiddenfield status as string) (hiddenfield dummy as string))\n"
-        " ((source message) (name outbox) (field subject as string) (hiddenfield status as string))\n"
+        " ((source message) (name outbox) (field subject as string) (hiddenfield status as "
+        "string))\n"
         ")\n";
 
 struct Person {
@@ -67,14 +71,18 @@ const Person kAda{"a-1", "Ada", "Lovelace", "Demo"};
 const Person kBob{"b-2", "Bob", "Builder", "Sales"};
 const Person kCy{"c-3", "Cy", "Young", "Ops"};
 
-std::string userIdOf(const Person& p) { return std::string(p.first) + " " + p.last + "/" + p.unit + "/Acme"; }
+std::string userIdOf(const Person& p) {
+    return std::string(p.first) + " " + p.last + "/" + p.unit + "/Acme";
+}
 std::string uniqueOf(const Person& p) { return userIdOf(p) + "-" + p.id; }
 
 struct Client {
     std::string dir;
     VTWorkspace* w = nullptr;
     LXDeltaRepository* outbox = nullptr;
-    VTSheet* sheet(const char* name) { return w->sheetNamed_(NSString::stringWithUTF8String_(name)); }
+    VTSheet* sheet(const char* name) {
+        return w->sheetNamed_(NSString::stringWithUTF8String_(name));
+    }
     VTMatrix* matrix(const char* name) { return sheet(name)->matrix(); }
 };
 
@@ -111,8 +119,8 @@ protected:
         LXContainer* store = LXContainer::alloc()->initWithName_("data/user"_ns);
         for (const Person& p : users) {
             NSMutableDictionary* r = NSDictionary::dictionaryWithObjectsAndKeys_(
-                    ns(p.first), "firstName"_ns, ns(p.last), "lastName"_ns, ns(p.unit), "orgUnit"_ns, "Acme"_ns,
-                    "company"_ns, ns(p.id), "__recordId"_ns, nullptr);
+                    ns(p.first), "firstName"_ns, ns(p.last), "lastName"_ns, ns(p.unit),
+                    "orgUnit"_ns, "Acme"_ns, "company"_ns, ns(p.id), "__recordId"_ns, nullptr);
             store->set_(r);
         }
         store->release();
@@ -143,21 +151,25 @@ protected:
         std::sort(numbers.begin(), numbers.end());
         std::vector<LXDelta*> out;
         for (int id : numbers) {
-            auto* stored = static_cast<LXDelta*>(store->container()->queryById_class_(id, LXDelta::classObject()));
+            auto* stored = static_cast<LXDelta*>(
+                    store->container()->queryById_class_(id, LXDelta::classObject()));
             out.push_back(static_cast<LXDelta*>(synctest::decode(synctest::archiveOf(stored))));
             store->removeDelta_(stored);
         }
         return out;
     }
 
-    static NSDictionary* contentsOf(LXDelta* d) { return static_cast<NSDictionary*>(d->contents()); }
+    static NSDictionary* contentsOf(LXDelta* d) {
+        return static_cast<NSDictionary*>(d->contents());
+    }
     static NSDictionary* objectOf(LXDelta* d) {
         return static_cast<NSDictionary*>(contentsOf(d)->objectForKey_("object"_ns));
     }
     // "addressee action sheet [fields]" or "addressee delete sheet id".
     static std::string summary(LXDelta* d) {
         NSDictionary* c = contentsOf(d);
-        std::string out = str(d->addressee()->uniqueId()) + " " + str(c->objectForKey_("action"_ns)) + " " +
+        std::string out = str(d->addressee()->uniqueId()) + " " +
+                          str(c->objectForKey_("action"_ns)) + " " +
                           str(c->objectForKey_("sheet"_ns));
         if (auto* fields = static_cast<NSArray*>(c->objectForKey_("fields"_ns)))
             out += " [" + str(fields->componentsJoinedByString_(" "_ns)) + "]";
@@ -180,21 +192,24 @@ protected:
 
     // A delta from Ada to Bob with these contents, as decoded off the wire.
     static LXDelta* incoming(NSDictionary* contents) {
-        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Rk2pWn"_ns),
-                                                             LXUser::userWithString_(ns(uniqueOf(kAda).c_str())),
-                                                             contents);
+        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(
+                LXPool::poolWithName_("Rk2pWn"_ns),
+                LXUser::userWithString_(ns(uniqueOf(kAda).c_str())), contents);
         d->setAddressee_(LXUser::userWithString_(ns(uniqueOf(kBob).c_str())));
         return static_cast<LXDelta*>(synctest::decode(synctest::archiveOf(d)));
     }
     static NSDictionary* setOf(const char* sheet, NSArray* fields, NSDictionary* object) {
-        return NSDictionary::dictionaryWithObjectsAndKeys_("set"_ns, "action"_ns, fields, "fields"_ns, ns(sheet),
-                                                           "sheet"_ns, object, "object"_ns, nullptr);
+        return NSDictionary::dictionaryWithObjectsAndKeys_("set"_ns, "action"_ns, fields,
+                                                           "fields"_ns, ns(sheet), "sheet"_ns,
+                                                           object, "object"_ns, nullptr);
     }
     // The object as written by Eve (unique id e-9) after everything made so
     // far: the named fields carry a version newer than any here.
-    static NSMutableDictionary* versioned(NSMutableDictionary* object, std::vector<const char*> fields) {
+    static NSMutableDictionary* versioned(NSMutableDictionary* object,
+                                          std::vector<const char*> fields) {
         NSMutableDictionary* versions = NSMutableDictionary::dictionary();
-        for (const char* f : fields) versions->setObject_forKey_(lx::versionText(lx::LXClock::tick(), "e-9"_ns), ns(f));
+        for (const char* f : fields)
+            versions->setObject_forKey_(lx::versionText(lx::LXClock::tick(), "e-9"_ns), ns(f));
         object->setObject_forKey_(versions, "__versions"_ns);
         return object;
     }
@@ -232,7 +247,8 @@ TEST_F(ReplicationTest, ACommitPostsOneDeltaPerOtherUserWithTheWholeRecord) {
     std::string id = str(tasks->valueInRow_column_(0, "__recordId"_ns));
 
     std::vector<LXDelta*> sent = drain();
-    EXPECT_EQ(summaries(sent), (std::vector<std::string>{"b-2 set task [title note]", "c-3 set task [title note]"}));
+    EXPECT_EQ(summaries(sent),
+              (std::vector<std::string>{"b-2 set task [title note]", "c-3 set task [title note]"}));
     for (LXDelta* d : sent) {
         EXPECT_EQ(str(d->pool()->poolName()), "Rk2pWn");
         EXPECT_EQ(str(d->sender()), uniqueOf(kAda));
@@ -252,7 +268,8 @@ TEST_F(ReplicationTest, ACommitPostsOneDeltaPerOtherUserWithTheWholeRecord) {
 
     // A secondary sheet names itself; an unchanged value sends nothing.
     commit(ada.matrix("mytasks"), 0, "title", "Rewrite"_ns);
-    EXPECT_EQ(summaries(drain()), (std::vector<std::string>{"b-2 set mytasks [title]", "c-3 set mytasks [title]"}));
+    EXPECT_EQ(summaries(drain()),
+              (std::vector<std::string>{"b-2 set mytasks [title]", "c-3 set mytasks [title]"}));
     commit(tasks, 0, "title", "Rewrite"_ns);
     EXPECT_TRUE(drain().empty());
 
@@ -276,7 +293,8 @@ TEST_F(ReplicationTest, ACommitPostsOneDeltaPerOtherUserWithTheWholeRecord) {
 TEST_F(ReplicationTest, AnIncomingSetEntersTheRecordWholeAndIsNeverSentOn) {
     Client& ada = client(kAda);
     commit(ada.matrix("task"), 0, "title", "Write"_ns);
-    auto* original = static_cast<NSDictionary*>(ada.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
+    auto* original =
+            static_cast<NSDictionary*>(ada.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
     LXDelta* forBob = to(drain(), kBob);
 
     Client& bob = client(kBob);
@@ -288,7 +306,8 @@ TEST_F(ReplicationTest, AnIncomingSetEntersTheRecordWholeAndIsNeverSentOn) {
     ASSERT_EQ(tasks->numberOfRows(), 1u);
     auto* record = static_cast<NSDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
     EXPECT_TRUE(record->isKindOfClass_(NSMutableDictionary::classObject()));
-    for (const char* k : {"__recordId", "__creator", "__created", "__modifier", "__modified", "title"})
+    for (const char* k :
+         {"__recordId", "__creator", "__created", "__modifier", "__modified", "title"})
         EXPECT_EQ(str(record->objectForKey_(ns(k))), str(original->objectForKey_(ns(k)))) << k;
     EXPECT_FALSE(tasks->seenRecords()->member_(record->objectForKey_("__recordId"_ns)));
     EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 1u);
@@ -298,8 +317,11 @@ TEST_F(ReplicationTest, AnIncomingSetEntersTheRecordWholeAndIsNeverSentOn) {
     // secondary sheet lands in the shared records.
     bob.w->processDelta_(forBob);
     EXPECT_EQ(tasks->numberOfRows(), 1u);
-    NSMutableDictionary* renamed = versioned(NSDictionary::dictionaryWithObjectsAndKeys_(
-            record->objectForKey_("__recordId"_ns), "__recordId"_ns, "Renamed"_ns, "title"_ns, nullptr), {"title"});
+    NSMutableDictionary* renamed =
+            versioned(NSDictionary::dictionaryWithObjectsAndKeys_(
+                              record->objectForKey_("__recordId"_ns), "__recordId"_ns, "Renamed"_ns,
+                              "title"_ns, nullptr),
+                      {"title"});
     EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("mytasks", names("title"), renamed))));
     EXPECT_EQ(str(tasks->valueInRow_column_(0, "title"_ns)), "Renamed");
     EXPECT_EQ(tasks->numberOfRows(), 1u);
@@ -320,9 +342,12 @@ TEST_F(ReplicationTest, OnlyNewerFieldsTheRecordHoldsAreAppliedAndLocalStampsSta
     // `note` is named but not held, `state` held but neither named nor
     // newer.
     NSObject* id = record->objectForKey_("__recordId"_ns);
-    NSMutableDictionary* object = versioned(NSDictionary::dictionaryWithObjectsAndKeys_(
-            id, "__recordId"_ns, "New title"_ns, "title"_ns, "changed"_ns, "state"_ns, "Eve Other/X/Acme"_ns,
-            "__creator"_ns, "Eve Other/X/Acme"_ns, "__modifier"_ns, nullptr), {"title", "note"});
+    NSMutableDictionary* object =
+            versioned(NSDictionary::dictionaryWithObjectsAndKeys_(
+                              id, "__recordId"_ns, "New title"_ns, "title"_ns, "changed"_ns,
+                              "state"_ns, "Eve Other/X/Acme"_ns, "__creator"_ns,
+                              "Eve Other/X/Acme"_ns, "__modifier"_ns, nullptr),
+                      {"title", "note"});
     EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title", "note"), object))));
     EXPECT_EQ(str(record->objectForKey_("title"_ns)), "New title");
     EXPECT_EQ(str(record->objectForKey_("note"_ns)), "note");
@@ -334,12 +359,13 @@ TEST_F(ReplicationTest, OnlyNewerFieldsTheRecordHoldsAreAppliedAndLocalStampsSta
 
     // A record new here is stored even when it holds none of the fields
     // named; a record that arrives as a plain dictionary is made mutable.
-    NSDictionary* plain = NSDictionary::alloc()->initWithObjectsAndKeys_("plain-1"_ns, "__recordId"_ns, "P"_ns,
-                                                                         "title"_ns, nullptr);
+    NSDictionary* plain = NSDictionary::alloc()->initWithObjectsAndKeys_(
+            "plain-1"_ns, "__recordId"_ns, "P"_ns, "title"_ns, nullptr);
     EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("note"), plain))));
     plain->release();
     ASSERT_EQ(tasks->numberOfRows(), 2u);
-    EXPECT_TRUE(tasks->allObjectsSorted()->objectAtIndex_(1)->isKindOfClass_(NSMutableDictionary::classObject()));
+    EXPECT_TRUE(tasks->allObjectsSorted()->objectAtIndex_(1)->isKindOfClass_(
+            NSMutableDictionary::classObject()));
     EXPECT_EQ(tasks->container()->count_(NSMutableDictionary::classObject()), 2u);
     commit(tasks, 1, "note", "local"_ns);
     EXPECT_EQ(str(tasks->valueInRow_column_(1, "title"_ns)), "P");
@@ -356,8 +382,8 @@ TEST_F(ReplicationTest, AnIncomingChangeRefreshesTablesOnlyOfShownSheetsWhileIgn
     probe->release();
 
     auto arrive = [&](const char* id) {
-        NSMutableDictionary* o = NSDictionary::dictionaryWithObjectsAndKeys_(ns(id), "__recordId"_ns, "T"_ns,
-                                                                             "title"_ns, nullptr);
+        NSMutableDictionary* o = NSDictionary::dictionaryWithObjectsAndKeys_(
+                ns(id), "__recordId"_ns, "T"_ns, "title"_ns, nullptr);
         EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), o))));
     };
     // Not shown yet: only the matrix changes.
@@ -377,24 +403,32 @@ TEST_F(ReplicationTest, AnIncomingChangeRefreshesTablesOnlyOfShownSheetsWhileIgn
 TEST_F(ReplicationTest, UnknownSheetsAskUnknownActionsAreRefusedBadRecordsDropped) {
     Client& bob = client(kBob);
     std::string log = logOf([&] {
-        EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("nosuch", names("title"), NSMutableDictionary::dictionary()))));
+        EXPECT_TRUE(bob.w->processDelta_(
+                incoming(setOf("nosuch", names("title"), NSMutableDictionary::dictionary()))));
     });
     EXPECT_EQ(log, "could not find sheet 'nosuch'\nalert: Error: Unknown sheet. Ignore delta?\n");
 
-    NSDictionary* merge = NSDictionary::dictionaryWithObjectsAndKeys_("merge"_ns, "action"_ns, "task"_ns, "sheet"_ns,
-                                                                      nullptr);
+    NSDictionary* merge = NSDictionary::dictionaryWithObjectsAndKeys_(
+            "merge"_ns, "action"_ns, "task"_ns, "sheet"_ns, nullptr);
     log = logOf([&] { EXPECT_FALSE(bob.w->processDelta_(incoming(merge))); });
     EXPECT_EQ(log, "unknown action for incoming delta: merge\n");
 
     // The transceiver asks with performSelector:withObject: and takes
     // anything but nil for true.
     SEL process = NSSelectorFromCString("processDelta:");
-    logOf([&] { EXPECT_EQ(bob.w->performSelector_withObject_(process, incoming(merge)), nullptr); });
-    NSMutableDictionary* good = NSDictionary::dictionaryWithObjectsAndKeys_("g-1"_ns, "__recordId"_ns, nullptr);
-    EXPECT_NE(bob.w->performSelector_withObject_(process, incoming(setOf("task", names("title"), good))), nullptr);
+    logOf([&] {
+        EXPECT_EQ(bob.w->performSelector_withObject_(process, incoming(merge)), nullptr);
+    });
+    NSMutableDictionary* good =
+            NSDictionary::dictionaryWithObjectsAndKeys_("g-1"_ns, "__recordId"_ns, nullptr);
+    EXPECT_NE(bob.w->performSelector_withObject_(process,
+                                                 incoming(setOf("task", names("title"), good))),
+              nullptr);
 
     // A set without a record can never be applied: dropped with a line.
-    log = logOf([&] { EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), nullptr)))); });
+    log = logOf([&] {
+        EXPECT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), nullptr))));
+    });
     EXPECT_EQ(log, "incoming set delta without a record for sheet 'task'\n");
 }
 
@@ -408,8 +442,8 @@ TEST_F(ReplicationTest, DeletesRemoveWithoutBeepAndUnknownIdsAreIgnored) {
     Ref<NSObject> kept = retainRef(id);
     tasks->markAsSeen_rowIndex_(true, 1);
     auto deletion = [](NSObject* objectId) {
-        return NSDictionary::dictionaryWithObjectsAndKeys_("delete"_ns, "action"_ns, "task"_ns, "sheet"_ns, objectId,
-                                                           "objectId"_ns, nullptr);
+        return NSDictionary::dictionaryWithObjectsAndKeys_(
+                "delete"_ns, "action"_ns, "task"_ns, "sheet"_ns, objectId, "objectId"_ns, nullptr);
     };
     int beeps = beepsOf([&] {
         EXPECT_TRUE(bob.w->processDelta_(incoming(deletion("unknown-1"_ns))));
@@ -431,9 +465,8 @@ TEST_F(ReplicationTest, DeletesRemoveWithoutBeepAndUnknownIdsAreIgnored) {
 }
 
 TEST_F(ReplicationTest, ASaveThatIsNotStoredIsReportedToTheUserAndSendsNothing) {
-    Client& ada = client(kAda, {kAda, kBob, kCy}, [] {
-        writeFile("data/task.vci", "not an index");
-    });
+    Client& ada =
+            client(kAda, {kAda, kBob, kCy}, [] { writeFile("data/task.vci", "not an index"); });
     VTMatrix* tasks = ada.matrix("task");
     ASSERT_TRUE(tasks->container()->isDamaged());
     bool stored = true;
@@ -444,7 +477,8 @@ TEST_F(ReplicationTest, ASaveThatIsNotStoredIsReportedToTheUserAndSendsNothing) 
     });
     EXPECT_FALSE(stored);
     EXPECT_NE(log.find("not saved in sheet 'task': the change did not reach the disk\n"
-                       "alert: Error: The change could not be saved: the data of this sheet is damaged or the disk "
+                       "alert: Error: The change could not be saved: the data of this sheet is "
+                       "damaged or the disk "
                        "is full.\n"),
               std::string::npos)
             << log;
@@ -458,7 +492,8 @@ TEST_F(ReplicationTest, ADeltaThatCannotBeStoredIsRefusedUntilTheStoreIsWholeAga
     std::string data;
     Client& bob = client(kBob, {kAda, kBob, kCy}, [&] {
         LXContainer* store = LXContainer::alloc()->initWithName_("data/task"_ns);
-        store->set_(NSDictionary::dictionaryWithObjectsAndKeys_("t-1"_ns, "__recordId"_ns, "Old"_ns, "title"_ns, nullptr));
+        store->set_(NSDictionary::dictionaryWithObjectsAndKeys_("t-1"_ns, "__recordId"_ns, "Old"_ns,
+                                                                "title"_ns, nullptr));
         store->release();
         data = readFile("data/task.vcd");
         std::filesystem::resize_file("data/task.vcd", 5);
@@ -466,18 +501,23 @@ TEST_F(ReplicationTest, ADeltaThatCannotBeStoredIsRefusedUntilTheStoreIsWholeAga
     ASSERT_TRUE(bob.matrix("task")->container()->isDamaged());
     std::string index = readFile("data/task.vci");
     NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_(
-            "t-2"_ns, "__recordId"_ns, "New"_ns, "title"_ns, ns(userIdOf(kAda).c_str()), "__creator"_ns, nullptr);
+            "t-2"_ns, "__recordId"_ns, "New"_ns, "title"_ns, ns(userIdOf(kAda).c_str()),
+            "__creator"_ns, nullptr);
     LXDelta* set = incoming(setOf("task", names("title"), object));
-    LXDelta* removal = incoming(NSDictionary::dictionaryWithObjectsAndKeys_("delete"_ns, "action"_ns, "task"_ns,
-                                                                            "sheet"_ns, "t-1"_ns, "objectId"_ns, nullptr));
+    LXDelta* removal = incoming(NSDictionary::dictionaryWithObjectsAndKeys_(
+            "delete"_ns, "action"_ns, "task"_ns, "sheet"_ns, "t-1"_ns, "objectId"_ns, nullptr));
     std::string log = logOf([&] {
         EXPECT_FALSE(bob.w->processDelta_(set));
         EXPECT_FALSE(bob.w->processDelta_(removal));
     });
-    EXPECT_NE(log.find("incoming change for sheet 'task' not stored; the delta stays at the relay\n"), std::string::npos)
+    EXPECT_NE(
+            log.find("incoming change for sheet 'task' not stored; the delta stays at the relay\n"),
+            std::string::npos)
             << log;
-    EXPECT_NE(log.find("incoming removal for sheet 'task' not stored; the delta stays at the relay\n"),
-              std::string::npos)
+    EXPECT_NE(
+            log.find(
+                    "incoming removal for sheet 'task' not stored; the delta stays at the relay\n"),
+            std::string::npos)
             << log;
     EXPECT_EQ(bob.matrix("task")->numberOfRows(), 0u);
     EXPECT_EQ(bob.matrix("task")->objectWithRecordId_("t-2"_ns), nullptr);
@@ -508,7 +548,8 @@ TEST_F(ReplicationTest, BeepsComeAtMostOncePerTenSeconds) {
     };
     // The clock is moved by moving the last beep into the past.
     auto age = [&](double seconds) {
-        bob.w->setValue_forKey_(bob.w->lastSyncBeep()->addTimeInterval_(-seconds), "lastSyncBeep"_ns);
+        bob.w->setValue_forKey_(bob.w->lastSyncBeep()->addTimeInterval_(-seconds),
+                                "lastSyncBeep"_ns);
     };
     EXPECT_EQ(beepsOf(arrive), 1);
     age(9.5);
@@ -577,7 +618,8 @@ TEST_F(ReplicationTest, AMessageGoesFromSentToDeliveredToRead) {
     bob.sheet("message")->didSelectRow_(NSRetain(NSNumber::numberWithInt_(0)));
     EXPECT_EQ(str(inbox->valueInRow_column_(0, "status"_ns)), "read");
     std::vector<LXDelta*> read = drain();
-    EXPECT_EQ(summaries(read), (std::vector<std::string>{"a-1 set message [status]", "c-3 set message [status]"}));
+    EXPECT_EQ(summaries(read),
+              (std::vector<std::string>{"a-1 set message [status]", "c-3 set message [status]"}));
     bob.sheet("message")->didSelectRow_(NSRetain(NSNumber::numberWithInt_(0)));
     EXPECT_TRUE(drain().empty());
     enter(ada);
@@ -606,12 +648,15 @@ TEST_F(ReplicationTest, PushSpacesSendsEveryRecordOfThePrimarySheetsToTheRowsUse
     NSObject* action = cls->alloc()->init();
     VTMatrix* users = ada.matrix("user");
     int cyRow = 0;
-    while (str(users->valueInRow_column_(static_cast<uint32_t>(cyRow), "__recordId"_ns)) != kCy.id) cyRow++;
+    while (str(users->valueInRow_column_(static_cast<uint32_t>(cyRow), "__recordId"_ns)) != kCy.id)
+        cyRow++;
     std::string log = logOf([&] {
-        NSSend<void>(action, NS_SEL("perform::"), static_cast<NSObject*>(NSNumber::numberWithInt_(cyRow)),
+        NSSend<void>(action, NS_SEL("perform::"),
+                     static_cast<NSObject*>(NSNumber::numberWithInt_(cyRow)),
                      static_cast<NSObject*>(users));
         // A row beyond the matrix pushes nothing.
-        NSSend<void>(action, NS_SEL("perform::"), static_cast<NSObject*>(NSNumber::numberWithInt_(9)),
+        NSSend<void>(action, NS_SEL("perform::"),
+                     static_cast<NSObject*>(NSNumber::numberWithInt_(9)),
                      static_cast<NSObject*>(users));
     });
     action->release();
@@ -622,8 +667,9 @@ TEST_F(ReplicationTest, PushSpacesSendsEveryRecordOfThePrimarySheetsToTheRowsUse
     std::vector<std::string> got;
     for (LXDelta* d : pushed) got.push_back(summary(d));
     const std::string user = "c-3 set user [firstName lastName orgUnit company role groups]";
-    EXPECT_EQ(got, (std::vector<std::string>{"c-3 set role [name]", "c-3 set group [name roles]", user, user, user,
-                                             "c-3 set task [title note state]", "c-3 set task [title note state]",
+    EXPECT_EQ(got, (std::vector<std::string>{"c-3 set role [name]", "c-3 set group [name roles]",
+                                             user, user, user, "c-3 set task [title note state]",
+                                             "c-3 set task [title note state]",
                                              "c-3 set message [subject whom status dummy]"}));
     EXPECT_EQ(str(objectOf(pushed[6])->objectForKey_("title"_ns)),
               str(ada.matrix("task")->valueInRow_column_(1, "title"_ns)));
@@ -634,8 +680,8 @@ TEST_F(ReplicationTest, PushSpacesSendsEveryRecordOfThePrimarySheetsToTheRowsUse
 TEST_F(ReplicationTest, AnIncomingChangeWaitsForASaveAndTheSaveNeverWaitsForIt) {
     Client& bob = client(kBob);
     VTMatrix* tasks = bob.matrix("task");
-    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_("w-1"_ns, "__recordId"_ns,
-                                                                              "remote"_ns, "title"_ns, nullptr);
+    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_(
+            "w-1"_ns, "__recordId"_ns, "remote"_ns, "title"_ns, nullptr);
     LXDelta* delta = incoming(setOf("task", names("title"), object));
     tasks->beginTransaction();
     tasks->setValue_inRow_column_("local"_ns, 0, "title"_ns);
@@ -661,14 +707,16 @@ TEST_F(ReplicationTest, ACheckCycleAcknowledgesExactlyWhatTheWorkspaceTookIn) {
     EXPECT_EQ(str(transceiver->user()), uniqueOf(kBob));
 
     synctest::FakeRelay relay;
-    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_("x-1"_ns, "__recordId"_ns,
-                                                                              "wired"_ns, "title"_ns, nullptr);
+    NSMutableDictionary* object = NSDictionary::dictionaryWithObjectsAndKeys_(
+            "x-1"_ns, "__recordId"_ns, "wired"_ns, "title"_ns, nullptr);
     relay.enqueue(incoming(setOf("task", names("title"), object)));
-    relay.enqueue(incoming(NSDictionary::dictionaryWithObjectsAndKeys_("merge"_ns, "action"_ns, "task"_ns,
-                                                                       "sheet"_ns, nullptr)));
+    relay.enqueue(incoming(NSDictionary::dictionaryWithObjectsAndKeys_(
+            "merge"_ns, "action"_ns, "task"_ns, "sheet"_ns, nullptr)));
     std::string log = logOf([&] { transceiver->checkWithPort_host_(relay.port(), host); });
-    EXPECT_EQ(relay.events(), (std::vector<std::string>{"collect b-2 dummy_group", "ack", "no ack"}));
-    EXPECT_NE(log.find("unknown action for incoming delta: merge\ndelegate has refused to process delta\n"),
+    EXPECT_EQ(relay.events(),
+              (std::vector<std::string>{"collect b-2 dummy_group", "ack", "no ack"}));
+    EXPECT_NE(log.find("unknown action for incoming delta: merge\ndelegate has refused to process "
+                       "delta\n"),
               std::string::npos)
             << log;
     EXPECT_EQ(relay.waiting(), 1u);
@@ -677,9 +725,13 @@ TEST_F(ReplicationTest, ACheckCycleAcknowledgesExactlyWhatTheWorkspaceTookIn) {
 
 namespace {
 
-NSObject* historyOf(NSDictionary* record) { return record ? record->objectForKey_("__history"_ns) : nullptr; }
+NSObject* historyOf(NSDictionary* record) {
+    return record ? record->objectForKey_("__history"_ns) : nullptr;
+}
 
-std::string text(NSObject* o) { return o ? static_cast<NSString*>(o->description())->UTF8String() : "(nil)"; }
+std::string text(NSObject* o) {
+    return o ? static_cast<NSString*>(o->description())->UTF8String() : "(nil)";
+}
 
 // The (field, value) pairs of a record's history, in its order.
 std::vector<std::string> lostValues(NSDictionary* record) {
@@ -687,7 +739,8 @@ std::vector<std::string> lostValues(NSDictionary* record) {
     auto* history = static_cast<NSArray*>(historyOf(record));
     for (uint32_t i = 0, n = history ? history->count() : 0; i < n; i++) {
         auto* e = static_cast<NSDictionary*>(history->objectAtIndex_(i));
-        out.push_back(text(e->objectForKey_("field"_ns)) + "=" + text(e->objectForKey_("value"_ns)));
+        out.push_back(text(e->objectForKey_("field"_ns)) + "=" +
+                      text(e->objectForKey_("value"_ns)));
     }
     return out;
 }
@@ -713,16 +766,20 @@ TEST_F(ReplicationTest, ConcurrentChangesOfOneFieldConvergeAndTheLoserIsKeptInTh
     enter(ada);
     ASSERT_TRUE(ada.w->processDelta_(fromBob));
 
-    auto* atAda = static_cast<NSDictionary*>(ada.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
-    auto* atBob = static_cast<NSDictionary*>(bob.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
+    auto* atAda =
+            static_cast<NSDictionary*>(ada.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
+    auto* atBob =
+            static_cast<NSDictionary*>(bob.matrix("task")->allObjectsSorted()->objectAtIndex_(0));
     for (NSDictionary* r : {atAda, atBob}) {
         EXPECT_EQ(str(r->objectForKey_("title"_ns)), "Bob's");
         EXPECT_EQ(lostValues(r), (std::vector<std::string>{"title=Ada's", "title=First"}));
     }
-    EXPECT_TRUE(atAda->objectForKey_("__versions"_ns)->isEqual_(atBob->objectForKey_("__versions"_ns)));
+    EXPECT_TRUE(
+            atAda->objectForKey_("__versions"_ns)->isEqual_(atBob->objectForKey_("__versions"_ns)));
     EXPECT_TRUE(historyOf(atAda)->isEqual_(historyOf(atBob)));
     EXPECT_EQ(str(lx::versionWriter(static_cast<NSString*>(
-                      static_cast<NSDictionary*>(atAda->objectForKey_("__versions"_ns))->objectForKey_("title"_ns)))),
+                      static_cast<NSDictionary*>(atAda->objectForKey_("__versions"_ns))
+                              ->objectForKey_("title"_ns)))),
               kBob.id);
 
     // The sheet numbers each field's lost values from the newest.
@@ -733,8 +790,11 @@ TEST_F(ReplicationTest, ConcurrentChangesOfOneFieldConvergeAndTheLoserIsKeptInTh
     EXPECT_EQ(str(newest->objectForKey_("value"_ns)), "Ada's");
     EXPECT_EQ(str(newest->objectForKey_("writer"_ns)), kAda.id);
     EXPECT_EQ(static_cast<NSNumber*>(newest->objectForKey_("n"_ns))->intValue(), 1);
-    EXPECT_EQ(str(ada.sheet("task")->valueOfField_ofRecordWithId_fromHistoryEntry_("title"_ns, id, 2)), "First");
-    EXPECT_EQ(ada.sheet("task")->valueOfField_ofRecordWithId_fromHistoryEntry_("title"_ns, id, 3), nullptr);
+    EXPECT_EQ(str(ada.sheet("task")->valueOfField_ofRecordWithId_fromHistoryEntry_("title"_ns, id,
+                                                                                   2)),
+              "First");
+    EXPECT_EQ(ada.sheet("task")->valueOfField_ofRecordWithId_fromHistoryEntry_("title"_ns, id, 3),
+              nullptr);
     EXPECT_EQ(ada.sheet("task")->historyOfRecordWithId_("no-such"_ns)->count(), 0u);
 }
 
@@ -801,7 +861,8 @@ TEST_F(ReplicationTest, ARemovalHoldsAgainstOlderChangesAndANewerChangeBringsThe
     // Stamps are local; the rest is the same everywhere.
     auto expectSame = [](NSDictionary* a, NSDictionary* b) {
         ASSERT_NE(a, nullptr);
-        for (const char* k : {"title", "__versions", "__history", "__removed", "__creator", "__created"})
+        for (const char* k :
+             {"title", "__versions", "__history", "__removed", "__creator", "__created"})
             EXPECT_TRUE(a->objectForKey_(ns(k))->isEqual_(b->objectForKey_(ns(k)))) << k;
     };
     expectSame(bob.matrix("task")->tombstoneWithRecordId_(ns(id.c_str())), stone);
@@ -819,11 +880,15 @@ TEST_F(ReplicationTest, ARemovalHoldsAgainstOlderChangesAndANewerChangeBringsThe
 
     // A change made after the removal (Eve's, later than everything)
     // brings the record back, with a line in the log.
-    NSMutableDictionary* revival = versioned(
-            NSDictionary::dictionaryWithObjectsAndKeys_(ns(id.c_str()), "__recordId"_ns, "Back"_ns, "title"_ns, nullptr),
-            {"title"});
-    std::string log = logOf([&] { ASSERT_TRUE(cy.w->processDelta_(incoming(setOf("task", names("title"), revival)))); });
-    EXPECT_EQ(log, "record " + id + " of task comes back: a change newer than its removal arrived\n");
+    NSMutableDictionary* revival =
+            versioned(NSDictionary::dictionaryWithObjectsAndKeys_(ns(id.c_str()), "__recordId"_ns,
+                                                                  "Back"_ns, "title"_ns, nullptr),
+                      {"title"});
+    std::string log = logOf([&] {
+        ASSERT_TRUE(cy.w->processDelta_(incoming(setOf("task", names("title"), revival))));
+    });
+    EXPECT_EQ(log,
+              "record " + id + " of task comes back: a change newer than its removal arrived\n");
     ASSERT_EQ(cy.matrix("task")->numberOfRows(), 1u);
     EXPECT_EQ(str(cy.matrix("task")->valueInRow_column_(0, "title"_ns)), "Back");
     EXPECT_EQ(cy.matrix("task")->tombstoneWithRecordId_(ns(id.c_str())), nullptr);
@@ -835,8 +900,9 @@ TEST_F(ReplicationTest, ARemovalHoldsAgainstOlderChangesAndANewerChangeBringsThe
 TEST_F(ReplicationTest, RecordsFromBeforeVersionsAreVersionZero) {
     Client& bob = client(kBob, {kAda, kBob, kCy}, [] {
         LXContainer* store = LXContainer::alloc()->initWithName_("data/task"_ns);
-        store->set_(NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns, "Legacy"_ns, "title"_ns,
-                                                                "Kept"_ns, "note"_ns, nullptr));
+        store->set_(NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns,
+                                                                "Legacy"_ns, "title"_ns, "Kept"_ns,
+                                                                "note"_ns, nullptr));
         store->release();
     });
     VTMatrix* tasks = bob.matrix("task");
@@ -844,23 +910,26 @@ TEST_F(ReplicationTest, RecordsFromBeforeVersionsAreVersionZero) {
     auto* record = static_cast<NSDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
 
     // Any versioned change is newer than a value without a version.
-    NSMutableDictionary* change = versioned(
-            NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns, "New"_ns, "title"_ns, nullptr),
-            {"title"});
+    NSMutableDictionary* change =
+            versioned(NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns,
+                                                                  "New"_ns, "title"_ns, nullptr),
+                      {"title"});
     ASSERT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), change))));
     EXPECT_EQ(str(record->objectForKey_("title"_ns)), "New");
     // A writer without versions changes nothing that has one, nor a value
     // that has none; what it sent is kept in the history.
-    NSMutableDictionary* stale = NSDictionary::dictionaryWithObjectsAndKeys_("old-1"_ns, "__recordId"_ns, "Stale"_ns,
-                                                                             "title"_ns, "Other"_ns, "note"_ns, nullptr);
+    NSMutableDictionary* stale = NSDictionary::dictionaryWithObjectsAndKeys_(
+            "old-1"_ns, "__recordId"_ns, "Stale"_ns, "title"_ns, "Other"_ns, "note"_ns, nullptr);
     ASSERT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title", "note"), stale))));
     EXPECT_EQ(str(record->objectForKey_("title"_ns)), "New");
     EXPECT_EQ(str(record->objectForKey_("note"_ns)), "Kept");
-    EXPECT_EQ(lostValues(record), (std::vector<std::string>{"note=Other", "title=Legacy", "title=Stale"}));
+    EXPECT_EQ(lostValues(record),
+              (std::vector<std::string>{"note=Other", "title=Legacy", "title=Stale"}));
     // A local change of the unversioned note gets its first version.
     commit(tasks, 0, "note", "Mine"_ns);
     EXPECT_EQ(str(lx::versionWriter(static_cast<NSString*>(
-                      static_cast<NSDictionary*>(record->objectForKey_("__versions"_ns))->objectForKey_("note"_ns)))),
+                      static_cast<NSDictionary*>(record->objectForKey_("__versions"_ns))
+                              ->objectForKey_("note"_ns)))),
               kBob.id);
 }
 
@@ -874,8 +943,8 @@ TEST_F(ReplicationTest, WithVersionsOffTheListedFieldsAreWrittenOverAndRemovalsL
     auto* record = static_cast<NSDictionary*>(tasks->allObjectsSorted()->objectAtIndex_(0));
     EXPECT_EQ(record->objectForKey_("__versions"_ns), nullptr);
     NSObject* id = record->objectForKey_("__recordId"_ns);
-    NSMutableDictionary* older =
-            NSDictionary::dictionaryWithObjectsAndKeys_(id, "__recordId"_ns, "Theirs"_ns, "title"_ns, nullptr);
+    NSMutableDictionary* older = NSDictionary::dictionaryWithObjectsAndKeys_(
+            id, "__recordId"_ns, "Theirs"_ns, "title"_ns, nullptr);
     ASSERT_TRUE(bob.w->processDelta_(incoming(setOf("task", names("title"), older))));
     EXPECT_EQ(str(record->objectForKey_("title"_ns)), "Theirs");
     tasks->beginTransaction();

@@ -11,25 +11,37 @@ class RightsTest : public WorkspaceTest {
 protected:
     void SetUp() override {
         WorkspaceTest::SetUp();
-        writeFile("conf/cro.vtr",
-                  std::string(kSmallConfiguration, sizeof kSmallConfiguration - 3) +
-                          " ((name seeonly) (field title as string) (restrict see (seers)) (restrict update (editors)))\n"
-                          " ((name removable) (field title as string) (restrict removeown (owners)))\n"
-                          " ((name plain) (field title as string))\n"
-                          ")\n");
+        writeFile("conf/cro.vtr", std::string(kSmallConfiguration, sizeof kSmallConfiguration - 3) +
+                                          " ((name seeonly) (field title as string) (restrict see "
+                                          "(seers)) (restrict update (editors)))\n"
+                                          " ((name removable) (field title as string) (restrict "
+                                          "removeown (owners)))\n"
+                                          " ((name plain) (field title as string))\n"
+                                          ")\n");
         storeRecords("role", {{{"__recordId", "r-owner"}, {"name", "owners"}},
-                      {{"__recordId", "r-seer"}, {"name", "seers"}},
-                      {{"__recordId", "r-editor"}, {"name", "editors"}}});
+                              {{"__recordId", "r-seer"}, {"name", "seers"}},
+                              {{"__recordId", "r-editor"}, {"name", "editors"}}});
         // Two records named Staff pool their roles; the user belongs to the
         // first only. "r-gone" names no role.
-        storeRecords("group", {{{"__recordId", "g-staff1"}, {"name", "Staff"}, {"roles", "r-owner"}},
-                       {{"__recordId", "g-staff2"}, {"name", "Staff"}, {"roles", "r-gone  r-seer"}},
-                       {{"__recordId", "g-empty"}, {"name", "Empty"}},
-                       {{"__recordId", "g-editors"}, {"name", "Editors"}, {"roles", "r-editor"}}});
-        storeRecords("user", {{{"__recordId", "u-ada"}, {"firstName", "Ada"}, {"lastName", "Lovelace"}, {"orgUnit", "Demo"},
-                       {"company", "Acme"}, {"role", "editor"}, {"groups", "g-staff1 g-removed g-empty"}},
-                      {{"__recordId", "u-bob"}, {"firstName", "Bob"}, {"lastName", "Builder"}, {"orgUnit", "Sales"},
-                       {"company", "Acme"}, {"role", "author"}, {"groups", "g-editors"}}});
+        storeRecords("group",
+                     {{{"__recordId", "g-staff1"}, {"name", "Staff"}, {"roles", "r-owner"}},
+                      {{"__recordId", "g-staff2"}, {"name", "Staff"}, {"roles", "r-gone  r-seer"}},
+                      {{"__recordId", "g-empty"}, {"name", "Empty"}},
+                      {{"__recordId", "g-editors"}, {"name", "Editors"}, {"roles", "r-editor"}}});
+        storeRecords("user", {{{"__recordId", "u-ada"},
+                               {"firstName", "Ada"},
+                               {"lastName", "Lovelace"},
+                               {"orgUnit", "Demo"},
+                               {"company", "Acme"},
+                               {"role", "editor"},
+                               {"groups", "g-staff1 g-removed g-empty"}},
+                              {{"__recordId", "u-bob"},
+                               {"firstName", "Bob"},
+                               {"lastName", "Builder"},
+                               {"orgUnit", "Sales"},
+                               {"company", "Acme"},
+                               {"role", "author"},
+                               {"groups", "g-editors"}}});
         // The key's UniqueID differs from the row's id on purpose.
         w = build(key("Ada Lovelace/Demo/Acme", "u-other"));
         ASSERT_NE(w, nullptr);
@@ -160,7 +172,8 @@ TEST_F(RightsTest, AnUnknownKeyMeetsTheEndAlsoOnASheetThatRestrictsNothing) {
     VTWorkspace* stranger = build(key("Eve Other/Demo/Acme", "u-eve"));
     ASSERT_NE(stranger, nullptr);
     VTSheet* plain = stranger->sheetNamed_("plain"_ns);
-    auto [status, out] = inChild([&] { stranger->currentUserCanDoAction_inSheet_("read"_ns, plain); });
+    auto [status, out] =
+            inChild([&] { stranger->currentUserCanDoAction_inSheet_("read"_ns, plain); });
     EXPECT_EQ(status, 0);
     EXPECT_EQ(out, "alert: Error: No match between user key and database.\n");
     stranger->release();

@@ -11,7 +11,9 @@ protected:
     static void writeKey(const char* path, const char* userId, const char* uniqueId) {
         ASSERT_TRUE(VTUserKey::writeUserKey_toFile_(key(userId, uniqueId), ns(path)));
     }
-    static std::string userIdOf(NSDictionary* k) { return k ? str(k->objectForKey_("UserID"_ns)) : "nil"; }
+    static std::string userIdOf(NSDictionary* k) {
+        return k ? str(k->objectForKey_("UserID"_ns)) : "nil";
+    }
     // The first name in the listing of userkey/ that passes the name rule.
     static std::string firstKeyName() {
         std::vector<std::string> names;
@@ -36,8 +38,8 @@ TEST_F(UserKeyTest, AKeyIsAnEncipheredArchiveOfOneDictionary) {
     EXPECT_EQ(str(k->objectForKey_("Password"_ns)), "secret");
     EXPECT_EQ(str(k->objectForKey_("Admin"_ns)), "0");
 
-    EXPECT_EQ(str(VTUserKey::fileNameForFirstName_lastName_orgUnit_company_("Ada"_ns, "Lovelace"_ns, "Demo"_ns,
-                                                                            "Acme"_ns)),
+    EXPECT_EQ(str(VTUserKey::fileNameForFirstName_lastName_orgUnit_company_("Ada"_ns, "Lovelace"_ns,
+                                                                            "Demo"_ns, "Acme"_ns)),
               "Ada_Lovelace__Demo__Acme.vuk");
 }
 
@@ -55,8 +57,8 @@ TEST_F(UserKeyTest, OnlyADictionaryWithAUserIdIsAKey) {
     VTUserKey::writeUserKey_toFile_(noUser, "userkey/nouser.vuk"_ns);
     writeFile("userkey/garbage.vuk", "not a key at all");
     writeFile("userkey/empty.vuk", "");
-    for (const char* path : {"userkey/string.vuk", "userkey/nouser.vuk", "userkey/garbage.vuk", "userkey/empty.vuk",
-                             "userkey/missing.vuk"}) {
+    for (const char* path : {"userkey/string.vuk", "userkey/nouser.vuk", "userkey/garbage.vuk",
+                             "userkey/empty.vuk", "userkey/missing.vuk"}) {
         NSDictionary* k = nullptr;
         logOf([&] { k = VTUserKey::userKeyWithContentsOfFile_(ns(path)); });
         EXPECT_EQ(k, nullptr) << path;
@@ -84,7 +86,8 @@ TEST_F(UserKeyTest, TheFirstPassingEntryDecidesWhateverItHolds) {
     writeKey("userkey/second.vuk", "Second Key/Demo/Acme", "u-2");
     std::string first = firstKeyName();
     NSDictionary* found = VTUserKey::discoverInDirectory_("userkey"_ns);
-    EXPECT_EQ(userIdOf(found), first == "first.vuk" ? "First Key/Demo/Acme" : "Second Key/Demo/Acme");
+    EXPECT_EQ(userIdOf(found),
+              first == "first.vuk" ? "First Key/Demo/Acme" : "Second Key/Demo/Acme");
 
     // A damaged key that comes first in the listing ends the walk with
     // nothing, even though a good key follows.
@@ -98,7 +101,8 @@ TEST_F(UserKeyTest, TheFirstPassingEntryDecidesWhateverItHolds) {
 TEST_F(UserKeyTest, AKeyWithoutUniqueIdIsLoggedAndTaken) {
     writeKey("userkey/admin.vuk", "Ada Lovelace/Demo/Admin", nullptr);
     NSDictionary* k = nullptr;
-    EXPECT_EQ(logOf([&] { k = VTUserKey::discoverInDirectory_("userkey"_ns); }), "no user unique ID\n");
+    EXPECT_EQ(logOf([&] { k = VTUserKey::discoverInDirectory_("userkey"_ns); }),
+              "no user unique ID\n");
     EXPECT_EQ(userIdOf(k), "Ada Lovelace/Demo/Admin");
     writeKey("userkey/admin.vuk", "Ada Lovelace/Demo/Admin", "u-1");
     EXPECT_EQ(logOf([&] { k = VTUserKey::discoverInDirectory_("userkey"_ns); }), "");

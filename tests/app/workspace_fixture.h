@@ -20,8 +20,8 @@
 #include "sheets/VTSheet.h"
 #include "sheets/VTTableDataSource.h"
 #include "storage/LXContainer.h"
-#include "tests/support/TestSupport.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestSupport.h"
 
 using vt_test::logOf;
 
@@ -60,8 +60,12 @@ protected:
     }
 
     // Stores records, given as (field, value) lists, in data/<stem>.
-    static void storeRecords(const char* stem, std::initializer_list<std::initializer_list<std::pair<const char*, const char*>>> records) {
-        LXContainer* c = LXContainer::alloc()->initWithName_(NSString::stringWithFormat_("data/%s", stem));
+    static void storeRecords(
+            const char* stem,
+            std::initializer_list<std::initializer_list<std::pair<const char*, const char*>>>
+                    records) {
+        LXContainer* c =
+                LXContainer::alloc()->initWithName_(NSString::stringWithFormat_("data/%s", stem));
         for (auto& fields : records) {
             NSMutableDictionary* record = NSMutableDictionary::dictionary();
             for (auto& [key, value] : fields) record->setObject_forKey_(ns(value), ns(key));
@@ -70,7 +74,8 @@ protected:
         c->release();
     }
     // A key dictionary; a null uniqueId leaves the entry out.
-    static NSMutableDictionary* key(const char* userId, const char* uniqueId, const char* password = "secret") {
+    static NSMutableDictionary* key(const char* userId, const char* uniqueId,
+                                    const char* password = "secret") {
         NSMutableDictionary* k = NSMutableDictionary::dictionary();
         k->setObject_forKey_(ns(userId), "UserID"_ns);
         if (uniqueId) k->setObject_forKey_(ns(uniqueId), "UniqueID"_ns);
@@ -79,9 +84,11 @@ protected:
         return k;
     }
     // The workspace, owned by the caller; its log goes to *log.
-    static VTWorkspace* build(NSDictionary* userKey, std::string* log = nullptr, const char* path = "conf/cro.vtr") {
+    static VTWorkspace* build(NSDictionary* userKey, std::string* log = nullptr,
+                              const char* path = "conf/cro.vtr") {
         VTWorkspace* w = nullptr;
-        std::string text = logOf([&] { w = VTWorkspace::alloc()->initWithFile_userInfo_(ns(path), userKey); });
+        std::string text =
+                logOf([&] { w = VTWorkspace::alloc()->initWithFile_userInfo_(ns(path), userKey); });
         if (log) *log = text;
         return w;
     }
@@ -97,9 +104,12 @@ constexpr const char kSmallConfiguration[] =
         " ((name role) (field name as string))\n"
         " ((name group) (field name as string) (field roles as string))\n"
         " (# a comment row between the sheets)\n"
-        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as string)\n"
+        " ((name user) (field firstName as string) (field lastName as string) (field orgUnit as "
+        "string)\n"
         "  (field company as string) (field role as string) (field groups as string))\n"
-        " ((name task labelled (Open tasks)) (field title as string) (field owner as reference user (firstName lastName))\n"
-        "  (restrict update (editors)) (restrict updateown (owners)) (restrict see (seers)) (restrict read (readers))\n"
+        " ((name task labelled (Open tasks)) (field title as string) (field owner as reference "
+        "user (firstName lastName))\n"
+        "  (restrict update (editors)) (restrict updateown (owners)) (restrict see (seers)) "
+        "(restrict read (readers))\n"
         "  (restrict removeown (removers)))\n"
         ")\n";

@@ -1,9 +1,9 @@
 // The workspace: the compiled configuration, the first-user step and the
 // seen sets, in real working directories.
-#include "workspace_fixture.h"
 #include "sync/LXPool.h"
 #include "sync/LXTransceiver.h"
 #include "sync/LXUser.h"
+#include "workspace_fixture.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -23,7 +23,8 @@ int listenLoopback(uint16_t port) {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 4) != 0) {
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(fd, 4) != 0) {
         close(fd);
         return -1;
     }
@@ -45,8 +46,8 @@ std::string sheetNames(VTWorkspace* w) {
     NSArray* list = w->listOfSheets();
     for (uint32_t i = 0; i < list->count(); i++) {
         auto* sheet = static_cast<VTSheet*>(list->objectAtIndex_(i));
-        out += (i ? " " : "") + std::string(sheet->name()->UTF8String()) + "(" + sheet->title()->UTF8String() + "," +
-               std::to_string(sheet->fields()->count()) + ")";
+        out += (i ? " " : "") + std::string(sheet->name()->UTF8String()) + "(" +
+               sheet->title()->UTF8String() + "," + std::to_string(sheet->fields()->count()) + ")";
     }
     return out;
 }
@@ -104,7 +105,8 @@ TEST_F(WorkspaceTest, WithoutAUsableConfigurationThereIsNoWorkspace) {
     // The workspace tells the user itself, so that the client adds nothing.
     EXPECT_EQ(log,
               "no configuration: neither conf/cro.vtr nor a readable conf/conf.vtr\n"
-              "alert: Error: No configuration: conf/cro.vtr is missing and conf/conf.vtr is missing or "
+              "alert: Error: No configuration: conf/cro.vtr is missing and conf/conf.vtr is "
+              "missing or "
               "unreadable.\n");
 
     // A compiled file that doesn't decode is no configuration either.
@@ -117,8 +119,10 @@ TEST_F(WorkspaceTest, WithoutAUsableConfigurationThereIsNoWorkspace) {
     writeFile("conf/cro.vtr", "((name role) (field name as string)");
     EXPECT_EQ(build(key("Ada Lovelace/Demo/Acme", "u1"), &log), nullptr);
     EXPECT_EQ(readFile("conf/conf.vtr"), "garbage that deciphers to no archive");
-    EXPECT_NE(log.find("configuration conf/cro.vtr does not parse; conf/conf.vtr is left as it was\n"),
-              std::string::npos)
+    EXPECT_NE(
+            log.find(
+                    "configuration conf/cro.vtr does not parse; conf/conf.vtr is left as it was\n"),
+            std::string::npos)
             << log;
 }
 
@@ -127,7 +131,8 @@ TEST_F(WorkspaceTest, RunTimeFormsWaitForTheirActionClass) {
     writeFile("conf/cro.vtr", kSmallConfiguration);
     std::string log;
     VTWorkspace* w = build(key("Ada Lovelace/Demo/Acme", "u1"), &log);
-    EXPECT_NE(log.find("run-time forms not rendered: VTActionTestForm is not in this program\n"), std::string::npos)
+    EXPECT_NE(log.find("run-time forms not rendered: VTActionTestForm is not in this program\n"),
+              std::string::npos)
             << log;
     w->release();
 }
@@ -138,12 +143,13 @@ protected:
         WorkspaceTest::SetUp();
         writeFile("conf/cro.vtr", kSmallConfiguration);
         storeRecords("group", {{{"__recordId", "g-designers"}, {"name", "Designers"}},
-                       {{"__recordId", "g-all"}, {"name", "All"}},
-                       {{"__recordId", "g-admins"}, {"name", "Admins"}},
-                       {{"__recordId", "g-other"}, {"name", "Other"}}});
+                               {{"__recordId", "g-all"}, {"name", "All"}},
+                               {{"__recordId", "g-admins"}, {"name", "Admins"}},
+                               {{"__recordId", "g-other"}, {"name", "Other"}}});
     }
     static NSString* userValue(VTWorkspace* w, const char* field) {
-        return static_cast<NSString*>(w->sheetNamed_("user"_ns)->matrix()->valueInRow_column_(0, ns(field)));
+        return static_cast<NSString*>(
+                w->sheetNamed_("user"_ns)->matrix()->valueInRow_column_(0, ns(field)));
     }
     // The ids of the named groups, in the group matrix's row order.
     static std::string groupIds(VTWorkspace* w, std::initializer_list<const char*> names) {
@@ -208,7 +214,8 @@ TEST_F(FirstUserTest, AnyOtherFirstUserKeepsTheIdOfItsKeyAndJoinsAll) {
     EXPECT_EQ(str(userValue(w, "company")), "Acme");
     EXPECT_FALSE(std::filesystem::exists("userkey/admin.vuk"));
     // The record is found by the id it carries, in this run already.
-    EXPECT_NE(w->sheetNamed_("user"_ns)->matrix()->objectWithRecordId_("1700000000.5-3-42"_ns), nullptr);
+    EXPECT_NE(w->sheetNamed_("user"_ns)->matrix()->objectWithRecordId_("1700000000.5-3-42"_ns),
+              nullptr);
     w->release();
 
     VTWorkspace* second = build(k, &log);
@@ -221,7 +228,8 @@ TEST_F(FirstUserTest, AnyOtherFirstUserKeepsTheIdOfItsKeyAndJoinsAll) {
 TEST_F(FirstUserTest, AnIdentityOfTheWrongShapeWritesNoRow) {
     std::string log;
     VTWorkspace* w = build(key("Nobody/Demo", "x"), &log);
-    EXPECT_NE(log.find("first user: user id 'Nobody/Demo' is not of the form 'First Last/Unit/Company'; no user row "
+    EXPECT_NE(log.find("first user: user id 'Nobody/Demo' is not of the form 'First "
+                       "Last/Unit/Company'; no user row "
                        "written\n"),
               std::string::npos)
             << log;
@@ -232,8 +240,11 @@ TEST_F(FirstUserTest, AnIdentityOfTheWrongShapeWritesNoRow) {
 TEST_F(FirstUserTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
     // Ada's row is there, but the data file was cut: the store answers no
     // rows, which must not pass for an empty user sheet.
-    storeRecords("user", {{{"__recordId", "u-ada"}, {"firstName", "Ada"}, {"lastName", "Lovelace"},
-                           {"orgUnit", "Demo"}, {"company", "Admin"}}});
+    storeRecords("user", {{{"__recordId", "u-ada"},
+                           {"firstName", "Ada"},
+                           {"lastName", "Lovelace"},
+                           {"orgUnit", "Demo"},
+                           {"company", "Admin"}}});
     std::filesystem::resize_file("data/user.vcd", 3);
     NSMutableDictionary* k = key("Ada Lovelace/Demo/Admin", "u-ada");
     ASSERT_TRUE(VTUserKey::writeUserKey_toFile_(k, "userkey/admin.vuk"_ns));
@@ -241,10 +252,12 @@ TEST_F(FirstUserTest, ADamagedUserStoreStopsTheStartAndTouchesNoKey) {
     std::string index = readFile("data/user.vci");
     std::string log;
     EXPECT_EQ(build(k, &log), nullptr);
-    EXPECT_NE(log.find("the user store data/user is damaged; the start stops, no user row or key is written\n"),
+    EXPECT_NE(log.find("the user store data/user is damaged; the start stops, no user row or key "
+                       "is written\n"),
               std::string::npos)
             << log;
-    EXPECT_NE(log.find("alert: Error: The user data (data/user) is damaged. Please restore it from a backup.\n"),
+    EXPECT_NE(log.find("alert: Error: The user data (data/user) is damaged. Please restore it from "
+                       "a backup.\n"),
               std::string::npos)
             << log;
     EXPECT_EQ(log.find("first admin"), std::string::npos) << log;
@@ -259,9 +272,10 @@ TEST_F(WorkspaceTest, AMissingDataFolderIsReportedAsMissingAndNothingIsMade) {
     std::filesystem::remove_all("data");
     std::string log;
     EXPECT_EQ(build(key("Ada Lovelace/Demo/Admin", nullptr), &log), nullptr);
-    EXPECT_EQ(log,
-              "no data folder: data/ is missing in the working directory; nothing opened or created\n"
-              "alert: Error: The data folder (data/) is missing.\n");
+    EXPECT_EQ(
+            log,
+            "no data folder: data/ is missing in the working directory; nothing opened or created\n"
+            "alert: Error: The data folder (data/) is missing.\n");
     EXPECT_FALSE(std::filesystem::exists("data"));
     EXPECT_FALSE(std::filesystem::exists("_seen_.vcd"));
     EXPECT_FALSE(std::filesystem::exists("userkey/admin.vuk"));
@@ -313,7 +327,9 @@ TEST_F(FirstUserTest, StartingTheTransceiverRegistersThePoolAndTheUserAndRunsOnT
     // The trimmed host of the file: the cycle connects to it.
     EXPECT_TRUE(acceptsWithin(listener, 10000)) << "no connection to the host of transceiver.txt";
     close(listener);
-    for (int i = 0; i < 200 && NSThread::registeredThreadCount() > threads; i++) NSThread::sleepForTimeInterval_(0.05);
-    EXPECT_EQ(NSThread::registeredThreadCount(), threads) << "the transceiver's thread ended with its lifetime";
+    for (int i = 0; i < 200 && NSThread::registeredThreadCount() > threads; i++)
+        NSThread::sleepForTimeInterval_(0.05);
+    EXPECT_EQ(NSThread::registeredThreadCount(), threads)
+            << "the transceiver's thread ended with its lifetime";
     w->release();
 }

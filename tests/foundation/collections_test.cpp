@@ -19,7 +19,8 @@ namespace {
 
 uint32_t stringHash(const std::string& text) {
     uint32_t h = 17;
-    for (char c : text) h = 37 * h + static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(c)));
+    for (char c : text)
+        h = 37 * h + static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(c)));
     return h;
 }
 
@@ -30,7 +31,8 @@ uint32_t numberHash(double value) {
 // Keys given in order of insertion, listed as a table of `buckets` lists
 // them: by bucket, then by insertion.
 template <class K>
-std::vector<K> tableOrder(const std::vector<K>& inserted, const std::vector<uint32_t>& hashes, uint32_t buckets) {
+std::vector<K> tableOrder(const std::vector<K>& inserted, const std::vector<uint32_t>& hashes,
+                          uint32_t buckets) {
     std::vector<size_t> index(inserted.size());
     for (size_t i = 0; i < index.size(); i++) index[i] = i;
     std::stable_sort(index.begin(), index.end(),
@@ -51,7 +53,8 @@ std::vector<std::string> texts(NSArray* array) {
 
 std::vector<double> numbers(NSArray* array) {
     std::vector<double> out;
-    for (uint32_t i = 0; i < array->count(); i++) out.push_back(static_cast<NSNumber*>(array->objectAtIndex_(i))->doubleValue());
+    for (uint32_t i = 0; i < array->count(); i++)
+        out.push_back(static_cast<NSNumber*>(array->objectAtIndex_(i))->doubleValue());
     return out;
 }
 
@@ -97,7 +100,8 @@ public:
     int compareDiff_(CollItem* other) { return value - other->value; }
     bool isEqual_(NSObject* other) override {
         itemEqualCalls++;
-        return other && other->isKindOfClass_(CollItem::classObject()) && static_cast<CollItem*>(other)->value == value;
+        return other && other->isKindOfClass_(CollItem::classObject()) &&
+               static_cast<CollItem*>(other)->value == value;
     }
     uint32_t hash() override { return static_cast<uint32_t>(value); }
     NSString* description() override { return NSString::stringWithFormat_("i%d", value); }
@@ -227,7 +231,7 @@ TEST_F(Collections, IndexOfObjectLinearByIsEqualOrBinaryBySortedBy) {
     // Among equal elements the search stops at the first middle that
     // answers 0.
     NSMutableArray* c = NSArray::arrayWithObjects_(num(1), num(2), num(2), num(2), num(3), nullptr)
-                            ->sortedArrayUsingSelector_(NS_SEL("compare:"));
+                                ->sortedArrayUsingSelector_(NS_SEL("compare:"));
     EXPECT_EQ(c->indexOfObject_(num(2)), 2);
     EXPECT_EQ(c->indexOfObject_(num(1)), 0);
     EXPECT_EQ(c->indexOfObject_(num(3)), 4);
@@ -248,7 +252,8 @@ TEST_F(Collections, ExchangeSortIsStableAndOnlyOneExchanges) {
     NSNumber* two1 = num(2);
     NSNumber* two2 = num(2);
     NSNumber* two3 = num(2.0);
-    NSMutableArray* a = NSArray::arrayWithObjects_(num(1), two1, num(3), two2, num(0), two3, nullptr);
+    NSMutableArray* a =
+            NSArray::arrayWithObjects_(num(1), two1, num(3), two2, num(0), two3, nullptr);
     NSMutableArray* s = a->sortedArrayUsingSelector_(NS_SEL("compare:"));
     EXPECT_EQ(numbers(s), (std::vector<double>{0, 1, 2, 2, 2, 3}));
     EXPECT_EQ(s->objectAtIndex_(2), two1);
@@ -259,7 +264,8 @@ TEST_F(Collections, ExchangeSortIsStableAndOnlyOneExchanges) {
     // compareDiff: answers the difference: 3 - 1 = 2 is not 1, so 3 stays
     // before 1; 2 - 1 = 1 exchanges.
     NSMutableArray* items = NSArray::arrayWithObjects_(item(3), item(1), nullptr);
-    EXPECT_EQ(texts(items->sortedArrayUsingSelector_(NS_SEL("compareDiff:"))), (std::vector<std::string>{"i3", "i1"}));
+    EXPECT_EQ(texts(items->sortedArrayUsingSelector_(NS_SEL("compareDiff:"))),
+              (std::vector<std::string>{"i3", "i1"}));
     items = NSArray::arrayWithObjects_(item(2), item(1), item(4), item(3), item(9), nullptr);
     EXPECT_EQ(texts(items->sortedArrayUsingSelector_(NS_SEL("compareDiff:"))),
               (std::vector<std::string>{"i1", "i2", "i3", "i4", "i9"}));
@@ -274,7 +280,8 @@ TEST_F(Collections, ExchangeSortIsStableAndOnlyOneExchanges) {
 TEST_F(Collections, SortMatchesTheExchangeSortOnRandomInput) {
     std::mt19937 random(20240611);
     const SEL compare = NS_SEL("compare:");
-    const char* alphabet[] = {"", "a", "b", "ab", "B", "\xc3\xa9", "\xc3\xa9t\xc3\xa9", "a\xc3\xa9", "z", "~"};
+    const char* alphabet[] = {"",          "a", "b", "ab", "B", "\xc3\xa9", "\xc3\xa9t\xc3\xa9",
+                              "a\xc3\xa9", "z", "~"};
     for (int round = 0; round < 60; round++) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
         size_t n = random() % 120;
@@ -284,13 +291,20 @@ TEST_F(Collections, SortMatchesTheExchangeSortOnRandomInput) {
         for (size_t i = 0; i < n; i++) {
             std::string t = std::string(alphabet[random() % 10]) + alphabet[random() % 3];
             switch (random() % 3) {
-                case 0: strings->addObject_(str(t)); break;
-                case 1: strings->addObject_(NSMutableString::stringWithUTF8String_(t.c_str())); break;
-                default: strings->addObject_(random() % 2 ? "ab"_ns : "\xc3\xa9"_ns); break;
+                case 0:
+                    strings->addObject_(str(t));
+                    break;
+                case 1:
+                    strings->addObject_(NSMutableString::stringWithUTF8String_(t.c_str()));
+                    break;
+                default:
+                    strings->addObject_(random() % 2 ? "ab"_ns : "\xc3\xa9"_ns);
+                    break;
             }
         }
-        EXPECT_EQ(identities(strings->sortedArrayUsingSelector_(compare)), exchangeSort(identities(strings), compare))
-            << "strings, round " << round;
+        EXPECT_EQ(identities(strings->sortedArrayUsingSelector_(compare)),
+                  exchangeSort(identities(strings), compare))
+                << "strings, round " << round;
 
         // Numbers of mixed kinds: integers, fractions, negatives, both zeros,
         // infinities, huge values, booleans; few distinct values.
@@ -298,26 +312,35 @@ TEST_F(Collections, SortMatchesTheExchangeSortOnRandomInput) {
         const double values[] = {0.0, -0.0, 1, 1.5, -1, -1.5, 1e300, -INFINITY, INFINITY, 3};
         for (size_t i = 0; i < n; i++) {
             switch (random() % 3) {
-                case 0: nums->addObject_(num(values[random() % 10])); break;
-                case 1: nums->addObject_(NSNumber::numberWithInt_(static_cast<int>(random() % 5) - 2)); break;
-                default: nums->addObject_(NSNumber::numberWithBool_(random() % 2)); break;
+                case 0:
+                    nums->addObject_(num(values[random() % 10]));
+                    break;
+                case 1:
+                    nums->addObject_(NSNumber::numberWithInt_(static_cast<int>(random() % 5) - 2));
+                    break;
+                default:
+                    nums->addObject_(NSNumber::numberWithBool_(random() % 2));
+                    break;
             }
         }
-        EXPECT_EQ(identities(nums->sortedArrayUsingSelector_(compare)), exchangeSort(identities(nums), compare))
-            << "numbers, round " << round;
+        EXPECT_EQ(identities(nums->sortedArrayUsingSelector_(compare)),
+                  exchangeSort(identities(nums), compare))
+                << "numbers, round " << round;
 
         // What can't be trusted goes to the exchange sort: a NaN, a nil in
         // the middle, a string class with its own compare:.
         NSMutableArray* withNaN = static_cast<NSMutableArray*>(nums->mutableCopy());
         withNaN->addObject_(num(NAN));
         withNaN->addObject_(num(-2));
-        EXPECT_EQ(identities(withNaN->sortedArrayUsingSelector_(compare)), exchangeSort(identities(withNaN), compare));
+        EXPECT_EQ(identities(withNaN->sortedArrayUsingSelector_(compare)),
+                  exchangeSort(identities(withNaN), compare));
         withNaN->release();
 
         NSMutableArray* withNil = static_cast<NSMutableArray*>(strings->mutableCopy());
         withNil->addObject_(nullptr);
         withNil->addObject_(str("a"));
-        EXPECT_EQ(identities(withNil->sortedArrayUsingSelector_(compare)), exchangeSort(identities(withNil), compare));
+        EXPECT_EQ(identities(withNil->sortedArrayUsingSelector_(compare)),
+                  exchangeSort(identities(withNil), compare));
         withNil->release();
 
         NSMutableArray* oddOnes = static_cast<NSMutableArray*>(strings->mutableCopy());
@@ -354,7 +377,8 @@ TEST_F(Collections, EnumeratorIsALiveCursorEndingAtNil) {
 }
 
 TEST_F(Collections, ArrayEqualityHashCopiesAndDescriptions) {
-    NSMutableArray* a = NSArray::arrayWithObjects_(str("text"), NSNumber::numberWithInt_(5), nullptr);
+    NSMutableArray* a =
+            NSArray::arrayWithObjects_(str("text"), NSNumber::numberWithInt_(5), nullptr);
     EXPECT_EQ(text(a->description()), "[text, 5]");
     EXPECT_EQ(text(NSMutableArray::array()->description()), "[]");
     EXPECT_EQ(text(a->componentsJoinedByString_("-"_ns)), "text-5");
@@ -367,14 +391,16 @@ TEST_F(Collections, ArrayEqualityHashCopiesAndDescriptions) {
     EXPECT_TRUE(copy->isEqual_(a));
     copy->addObject_(str("more"));
     EXPECT_FALSE(copy->isEqual_(a));
-    EXPECT_FALSE(a->isEqual_(NSArray::arrayWithObjects_(NSNumber::numberWithInt_(5), str("text"), nullptr)));
+    EXPECT_FALSE(a->isEqual_(
+            NSArray::arrayWithObjects_(NSNumber::numberWithInt_(5), str("text"), nullptr)));
     copy->release();
 
     NSMutableArray* sub = a->subarrayWithRange_(NSMakeRange(1, 1));
     EXPECT_EQ(texts(sub), (std::vector<std::string>{"5"}));
     // Whatever class receives it, arrayWithObjects: makes a mutable array.
     EXPECT_TRUE(NSArray::arrayWithArray_(a)->isMemberOfClass_(NSMutableArray::classObject()));
-    NSObject* viaName = NSSendClass<NSObject*>(NSClassFromCString("NSArray"), NS_SEL("arrayWithArray:"), a);
+    NSObject* viaName =
+            NSSendClass<NSObject*>(NSClassFromCString("NSArray"), NS_SEL("arrayWithArray:"), a);
     EXPECT_TRUE(viaName->isEqual_(a));
 }
 
@@ -398,7 +424,8 @@ TEST_F(Collections, StringKeysListInTableOrder) {
     NSMutableDictionary* ten = NSMutableDictionary::dictionary();
     auto* big = static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->init());
     NSMutableDictionary* some = NSMutableDictionary::dictionaryWithCapacity_(37);
-    NSMutableDictionary* zero = static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(0));
+    NSMutableDictionary* zero =
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(0));
     for (auto& k : keys) {
         ten->setObject_forKey_(str("v" + k), str(k));
         big->insertValue_forKey_(str("v" + k), str(k));
@@ -423,7 +450,8 @@ TEST_F(Collections, StringKeysListInTableOrder) {
     std::vector<uint32_t> sourceHashes;
     for (auto& k : source) sourceHashes.push_back(stringHash(k));
     EXPECT_EQ(copy->bucketCount(), static_cast<uint32_t>(keys.size()));
-    EXPECT_EQ(texts(copy->allKeys()), tableOrder(source, sourceHashes, static_cast<uint32_t>(keys.size())));
+    EXPECT_EQ(texts(copy->allKeys()),
+              tableOrder(source, sourceHashes, static_cast<uint32_t>(keys.size())));
     EXPECT_TRUE(copy->isEqual_(big));
     EXPECT_TRUE(big->isEqual_(ten));
     NSObject* again = ten->mutableCopy();
@@ -458,8 +486,25 @@ TEST_F(Collections, StringKeysListInTableOrder) {
 }
 
 TEST_F(Collections, NumberKeysListInTableOrder) {
-    std::vector<double> keys = {0, 1, -1, 2.7, -2.7, 10, 11, 1023, 1024, 1025, 5e9, -5e9, 4294967296.0 + 6,
-                                123456.5, -0.5, 1e20, -1e20, 31, 64};
+    std::vector<double> keys = {0,
+                                1,
+                                -1,
+                                2.7,
+                                -2.7,
+                                10,
+                                11,
+                                1023,
+                                1024,
+                                1025,
+                                5e9,
+                                -5e9,
+                                4294967296.0 + 6,
+                                123456.5,
+                                -0.5,
+                                1e20,
+                                -1e20,
+                                31,
+                                64};
     for (int i = 0; i < 200; i++) keys.push_back((i * 37 % 211) - 60.25);
     std::vector<uint32_t> hashes;
     for (double k : keys) hashes.push_back(numberHash(k));
@@ -470,7 +515,8 @@ TEST_F(Collections, NumberKeysListInTableOrder) {
         NSMutableDictionary* d = NSMutableDictionary::dictionaryWithCapacity_(buckets);
         for (double k : keys) d->setObject_forKey_(num(k * 2), num(k));
         EXPECT_EQ(d->count(), keys.size());
-        EXPECT_EQ(numbers(d->allKeys()), tableOrder(keys, hashes, buckets)) << buckets << " buckets";
+        EXPECT_EQ(numbers(d->allKeys()), tableOrder(keys, hashes, buckets))
+                << buckets << " buckets";
         EXPECT_EQ(static_cast<NSNumber*>(d->objectForKey_(num(-2.7)))->doubleValue(), -5.4);
     }
 
@@ -480,7 +526,8 @@ TEST_F(Collections, NumberKeysListInTableOrder) {
     for (double k : keys) list->addObject_(num(k));
     NSMutableSet* set = NSSet::setWithArray_(list);
     EXPECT_EQ(set->dict()->bucketCount(), static_cast<uint32_t>(keys.size()));
-    EXPECT_EQ(numbers(set->allObjects()), tableOrder(keys, hashes, static_cast<uint32_t>(keys.size())));
+    EXPECT_EQ(numbers(set->allObjects()),
+              tableOrder(keys, hashes, static_cast<uint32_t>(keys.size())));
 }
 
 TEST_F(Collections, RemovalAndReinsertionWithinABucket) {
@@ -518,7 +565,8 @@ TEST_F(Collections, RemovalAndReinsertionWithinABucket) {
     EXPECT_EQ(d->count(), 0u);
     d->setObject_forKey_(num(4), "k"_ns);
     ASSERT_TRUE(table->objectAtIndex_(6)->isKindOfClass_(NSMutableArray::classObject()));
-    EXPECT_EQ(texts(static_cast<NSArray*>(table->objectAtIndex_(6))), (std::vector<std::string>{"k", "4"}));
+    EXPECT_EQ(texts(static_cast<NSArray*>(table->objectAtIndex_(6))),
+              (std::vector<std::string>{"k", "4"}));
 
     // removeAllObjects keeps the bucket count.
     d->removeAllObjects();
@@ -544,8 +592,12 @@ TEST_F(Collections, LookupAsksEachStoredKeyInOrder) {
     one->setObject_forKey_(num(1), "ab"_ns);
     one->setObject_forKey_(num(2), str("cd"));
     one->setObject_forKey_(num(3), num(5));
-    EXPECT_EQ(static_cast<NSNumber*>(one->objectForKey_(NSMutableString::stringWithUTF8String_("cd")))->intValue(), 2);
-    EXPECT_EQ(static_cast<NSNumber*>(one->objectForKey_(NSNumber::numberWithInt_(5)))->intValue(), 3);
+    EXPECT_EQ(
+            static_cast<NSNumber*>(one->objectForKey_(NSMutableString::stringWithUTF8String_("cd")))
+                    ->intValue(),
+            2);
+    EXPECT_EQ(static_cast<NSNumber*>(one->objectForKey_(NSNumber::numberWithInt_(5)))->intValue(),
+              3);
     EXPECT_EQ(one->objectForKey_(num(5.5)), nullptr);  // the same hash, not equal
     EXPECT_EQ(one->objectForKey_(num(6)), nullptr);
     ZeroHashString* zero = static_cast<ZeroHashString*>(ZeroHashString::alloc()->init());
@@ -565,7 +617,8 @@ TEST_F(Collections, KeysAreCopiesValuesAreRetained) {
     d->setObject_forKey_(value, key);
     key->appendString_("c"_ns);
     value->appendString_("w"_ns);
-    EXPECT_EQ(text(static_cast<NSString*>(d->objectForKey_("ab"_ns))), "vw");  // the same value object
+    EXPECT_EQ(text(static_cast<NSString*>(d->objectForKey_("ab"_ns))),
+              "vw");  // the same value object
     EXPECT_EQ(d->objectForKey_("abc"_ns), nullptr);
     EXPECT_EQ(texts(d->allKeys()), (std::vector<std::string>{"ab"}));
     EXPECT_NE(d->allKeys()->objectAtIndex_(0), key);
@@ -584,8 +637,10 @@ TEST_F(Collections, KeysAreCopiesValuesAreRetained) {
 }
 
 TEST_F(Collections, MergingEqualityHashAndAttributes) {
-    NSMutableDictionary* a = NSDictionary::dictionaryWithObjectsAndKeys_(num(1), "a"_ns, num(2), "b"_ns, nullptr);
-    NSMutableDictionary* b = NSDictionary::dictionaryWithObjectsAndKeys_(num(20), "b"_ns, num(3), "c"_ns, nullptr, "x"_ns);
+    NSMutableDictionary* a =
+            NSDictionary::dictionaryWithObjectsAndKeys_(num(1), "a"_ns, num(2), "b"_ns, nullptr);
+    NSMutableDictionary* b = NSDictionary::dictionaryWithObjectsAndKeys_(num(20), "b"_ns, num(3),
+                                                                         "c"_ns, nullptr, "x"_ns);
     EXPECT_EQ(b->count(), 2u);  // ends at the first nil value
     a->addEntriesFromDictionary_(b);
     EXPECT_EQ(a->count(), 3u);
@@ -601,7 +656,8 @@ TEST_F(Collections, MergingEqualityHashAndAttributes) {
 
     // Equal contents in other bucket counts are equal; the hash follows the
     // enumeration order.
-    NSDictionary* big = NSDictionary::alloc()->initWithObjectsAndKeys_(num(20), "a"_ns, num(20), "b"_ns, num(3), "c"_ns, nullptr);
+    NSDictionary* big = NSDictionary::alloc()->initWithObjectsAndKeys_(
+            num(20), "a"_ns, num(20), "b"_ns, num(3), "c"_ns, nullptr);
     EXPECT_EQ(big->bucketCount(), 1024u);
     EXPECT_TRUE(big->isEqual_(a));
     EXPECT_TRUE(a->isEqual_(big));
@@ -620,10 +676,12 @@ TEST_F(Collections, MergingEqualityHashAndAttributes) {
     EXPECT_EQ(texts(NSMutableSet::set()->attributeKeys()), (std::vector<std::string>{"dict"}));
 
     // Through the runtime: setObject:forKey: by name, the classes by name.
-    NSObject* d = NSSendClass<NSObject*>(NSClassFromCString("NSMutableDictionary"), NS_SEL("dictionaryWithCapacity:"), 3u);
+    NSObject* d = NSSendClass<NSObject*>(NSClassFromCString("NSMutableDictionary"),
+                                         NS_SEL("dictionaryWithCapacity:"), 3u);
     NSSend<void>(d, NS_SEL("setObject:forKey:"), num(1), "one"_ns);
     EXPECT_EQ(static_cast<NSDictionary*>(d)->count(), 1u);
-    for (const char* name : {"NSSet", "NSMutableSet", "NSCountedSet", "NSIndexSet", "NSMutableIndexSet", "NSSortDescriptor"}) {
+    for (const char* name : {"NSSet", "NSMutableSet", "NSCountedSet", "NSIndexSet",
+                             "NSMutableIndexSet", "NSSortDescriptor"}) {
         EXPECT_NE(NSClassFromCString(name), nullptr) << name;
     }
 }
@@ -651,7 +709,8 @@ TEST_F(Collections, SetsAreDictionariesOfMembers) {
     EXPECT_EQ(text(static_cast<NSString*>(e->nextObject())), "a");
     EXPECT_EQ(e->nextObject(), nullptr);
 
-    NSMutableSet* t = NSSet::setWithArray_(NSArray::arrayWithObjects_(str("a"), str("z"), str("a"), nullptr));
+    NSMutableSet* t =
+            NSSet::setWithArray_(NSArray::arrayWithObjects_(str("a"), str("z"), str("a"), nullptr));
     EXPECT_EQ(t->dict()->bucketCount(), 3u);
     EXPECT_EQ(t->count(), 2u);
     EXPECT_TRUE(s->intersectsSet_(t));
@@ -710,7 +769,8 @@ TEST_F(Collections, IndexSetListsByIndexModuloTen) {
     EXPECT_FALSE(s->containsIndex_(21));
     std::vector<int> order;
     NSEnumerator* e = s->indexEnumerator();
-    for (NSObject* o = e->nextObject(); o; o = e->nextObject()) order.push_back(static_cast<NSNumber*>(o)->intValue());
+    for (NSObject* o = e->nextObject(); o; o = e->nextObject())
+        order.push_back(static_cast<NSNumber*>(o)->intValue());
     EXPECT_EQ(order, (std::vector<int>{20, 11, 2}));
     EXPECT_EQ(NSIndexSet::indexSet()->count(), 0u);
 }
@@ -722,7 +782,8 @@ TEST_F(Collections, SortDescriptorSendsItsSelector) {
     EXPECT_EQ(key->retainCount(), before + 1);
     EXPECT_EQ(plain->compareObject_toObject_(num(1), num(2)), -1);
     EXPECT_EQ(plain->compareObject_toObject_(str("b"), str("a")), 1);
-    NSSortDescriptor* diff = NSSortDescriptor::alloc()->initWithKey_ascending_selector_(key, true, NS_SEL("compareDiff:"));
+    NSSortDescriptor* diff = NSSortDescriptor::alloc()->initWithKey_ascending_selector_(
+            key, true, NS_SEL("compareDiff:"));
     EXPECT_EQ(diff->compareObject_toObject_(item(9), item(2)), 7);
     EXPECT_EQ(diff->compareObject_toObject_(nullptr, item(2)), 0);
     plain->release();
@@ -734,7 +795,8 @@ TEST_F(Collections, ArgumentsOfAnotherClassReadAsNil) {
     // Sent by selector, a collection argument may be of any class; what is
     // not of the expected one is taken as nil, never read as a collection.
     NSObject* text = str("not a collection");
-    NSMutableArray* array = NSSend<NSMutableArray*>(NSMutableArray::alloc(), NS_SEL("initWithArray:"), text);
+    NSMutableArray* array =
+            NSSend<NSMutableArray*>(NSMutableArray::alloc(), NS_SEL("initWithArray:"), text);
     EXPECT_EQ(array->count(), 0u);
     NSSend<void>(array, NS_SEL("addObjectsFromArray:"), text);
     EXPECT_EQ(array->count(), 0u);
@@ -744,15 +806,18 @@ TEST_F(Collections, ArgumentsOfAnotherClassReadAsNil) {
     e->release();
 
     NSMutableDictionary* d = NSMutableDictionary::dictionaryWithCapacity_(10);
-    NSSend<void>(d, NS_SEL("addEntriesFromDictionary:"), NSArray::arrayWithObjects_(num(1), nullptr));
+    NSSend<void>(d, NS_SEL("addEntriesFromDictionary:"),
+                 NSArray::arrayWithObjects_(num(1), nullptr));
     EXPECT_EQ(d->count(), 0u);
 
-    NSMutableSet* set = NSSendClass<NSMutableSet*>(NSSet::classObject(), NS_SEL("setWithArray:"), text);
+    NSMutableSet* set =
+            NSSendClass<NSMutableSet*>(NSSet::classObject(), NS_SEL("setWithArray:"), text);
     EXPECT_EQ(set->count(), 0u);
     set->addObject_(num(1));
     NSSend<void>(set, NS_SEL("addObjectsFromArray:"), text);
     EXPECT_EQ(set->count(), 1u);
-    EXPECT_FALSE(NSSend<bool>(set, NS_SEL("intersectsSet:"), NSArray::arrayWithObjects_(num(1), nullptr)));
+    EXPECT_FALSE(NSSend<bool>(set, NS_SEL("intersectsSet:"),
+                              NSArray::arrayWithObjects_(num(1), nullptr)));
 }
 
 }  // namespace

@@ -84,7 +84,7 @@ NS_CLASS_END(Probe)
 // An operation registered from another file, as subsystems extend the
 // foundation's classes.
 NS_EXTEND_CLASS(Probe, Extra)
-    NS_METHOD(twice_)
+NS_METHOD(twice_)
 NS_EXTEND_END
 
 class DerivedProbe : public Probe {
@@ -199,10 +199,12 @@ TEST_F(ObjectTest, NestedPoolsEndInnerFirstAndReuseTheSlot) {
     uint32_t slots = NSAutoreleasePool::pools()->count();
     NSAutoreleasePool* again = NSAutoreleasePool::alloc()->init();
     EXPECT_EQ(NSAutoreleasePool::pools()->count(), slots);
-    EXPECT_EQ(NSAutoreleasePool::pools()->objectAtIndex_(static_cast<uint32_t>(outerIndex + 1)), again);
+    EXPECT_EQ(NSAutoreleasePool::pools()->objectAtIndex_(static_cast<uint32_t>(outerIndex + 1)),
+              again);
     EXPECT_EQ(again->retainCount(), 1u);
     again->release();
-    EXPECT_EQ(NSAutoreleasePool::pools()->objectAtIndex_(static_cast<uint32_t>(outerIndex + 1)), nullptr);
+    EXPECT_EQ(NSAutoreleasePool::pools()->objectAtIndex_(static_cast<uint32_t>(outerIndex + 1)),
+              nullptr);
 }
 
 TEST_F(ObjectTest, ObjectsAutoreleasedWhileThePoolEndsGoInTheSamePass) {
@@ -273,7 +275,9 @@ TEST_F(ObjectTest, AnActionStartedByClassAndSelectorName) {
     NSObject* action = NSSend(cls->alloc(), NS_SEL("init"));
     SEL sel = NSSelectorFromString(NSString::stringWithFormat_("%s::", "perform"));
     NSObject* matrix = NSAutorelease(NSObject::alloc());
-    EXPECT_EQ(action->performSelector_withObject_withObject_(sel, NSNumber::numberWithInt_(3), matrix), action);
+    EXPECT_EQ(action->performSelector_withObject_withObject_(sel, NSNumber::numberWithInt_(3),
+                                                             matrix),
+              action);
     EXPECT_EQ(static_cast<Probe*>(action)->lastRow, 3);
     EXPECT_EQ(static_cast<Probe*>(action)->lastMatrix, matrix);
     action->release();
@@ -283,7 +287,8 @@ TEST_F(ObjectTest, AnActionStartedByClassAndSelectorName) {
 TEST_F(ObjectTest, UnknownMessagesAreSwallowedSilently) {
     Probe* p = NSAutorelease(Probe::alloc());
     SEL unknown = NS_SEL("noSuchOperation:");
-    std::string log = logOf([&] { EXPECT_EQ(p->performSelector_withObject_(unknown, p), nullptr); });
+    std::string log =
+            logOf([&] { EXPECT_EQ(p->performSelector_withObject_(unknown, p), nullptr); });
     EXPECT_EQ(log, "");
     EXPECT_FALSE(p->respondsToSelector_(unknown));
     EXPECT_EQ(p->retainCount(), 1u);
@@ -304,7 +309,8 @@ TEST_F(ObjectTest, ForwardingCatchesAnyMessageAndReplaysItsFrame) {
     // An invocation replays a frame to another target and keeps the result.
     NSArgFrame frame;
     NSPackFrame(&frame, 20, 22);
-    NSInvocation* inv = NSInvocation::invocationWithMethodSignature_(p->methodSignatureForSelector_(NS_SEL("add:to:")));
+    NSInvocation* inv = NSInvocation::invocationWithMethodSignature_(
+            p->methodSignatureForSelector_(NS_SEL("add:to:")));
     inv->setArguments_(&frame);
     inv->invokeWithTarget_(p);
     NSWord result = 0;
@@ -376,7 +382,8 @@ TEST_F(ObjectTest, InitializeRunsOnceBaseFirst) {
 TEST_F(ObjectTest, PlainObjectIdentity) {
     NSObject* o = NSAutorelease(NSObject::alloc());
     char expected[64];
-    std::snprintf(expected, sizeof expected, "object:%ld", static_cast<long>(reinterpret_cast<intptr_t>(o)));
+    std::snprintf(expected, sizeof expected, "object:%ld",
+                  static_cast<long>(reinterpret_cast<intptr_t>(o)));
     EXPECT_STREQ(o->description()->UTF8String(), expected);
     EXPECT_EQ(o->hash(), static_cast<uint32_t>(reinterpret_cast<uintptr_t>(o)));
     NSObject* c = o->copy();
@@ -405,17 +412,55 @@ TEST_F(ObjectTest, ConstantStringsAndTheNullIgnoreCounting) {
 }
 
 TEST_F(ObjectTest, EveryFoundationClassIsFoundByName) {
-    for (const char* name : {"NSObject", "NSString", "NSConstantString", "NSMutableString", "NSArray",
-                             "NSMutableArray", "NSEnumerator", "NSDictionary", "NSMutableDictionary", "NSNull",
-                             "NSValue", "NSNumber", "NSAutoreleasePool", "NSThread", "NSException",
-                             "NSInvalidArgumentException", "NSRangeException", "NSMethodSignature", "NSInvocation",
-                             "NSZone", "NSCharacterSet", "NSMutableCharacterSet", "NSScanner", "NSData",
-                             "NSMutableData", "NSDate", "NSSet", "NSMutableSet", "NSCountedSet", "NSIndexSet",
-                             "NSMutableIndexSet", "NSSortDescriptor", "NSLock", "NSRecursiveLock", "NSNotification",
-                             "NSTableViewSelectionDidChangeNotification", "NSWindowDidBecomeKeyNotification",
-                             "NSWindowDidResizeNotification", "NSNotificationCenter", "NSTimer", "NSTask",
-                             "NSFileManager", "NSFileHandle", "NSError", "CMEach", "CMCollect", "CMAfterDelay",
-                             "CMInNewThread", "CMContinuation"}) {
+    for (const char* name : {"NSObject",
+                             "NSString",
+                             "NSConstantString",
+                             "NSMutableString",
+                             "NSArray",
+                             "NSMutableArray",
+                             "NSEnumerator",
+                             "NSDictionary",
+                             "NSMutableDictionary",
+                             "NSNull",
+                             "NSValue",
+                             "NSNumber",
+                             "NSAutoreleasePool",
+                             "NSThread",
+                             "NSException",
+                             "NSInvalidArgumentException",
+                             "NSRangeException",
+                             "NSMethodSignature",
+                             "NSInvocation",
+                             "NSZone",
+                             "NSCharacterSet",
+                             "NSMutableCharacterSet",
+                             "NSScanner",
+                             "NSData",
+                             "NSMutableData",
+                             "NSDate",
+                             "NSSet",
+                             "NSMutableSet",
+                             "NSCountedSet",
+                             "NSIndexSet",
+                             "NSMutableIndexSet",
+                             "NSSortDescriptor",
+                             "NSLock",
+                             "NSRecursiveLock",
+                             "NSNotification",
+                             "NSTableViewSelectionDidChangeNotification",
+                             "NSWindowDidBecomeKeyNotification",
+                             "NSWindowDidResizeNotification",
+                             "NSNotificationCenter",
+                             "NSTimer",
+                             "NSTask",
+                             "NSFileManager",
+                             "NSFileHandle",
+                             "NSError",
+                             "CMEach",
+                             "CMCollect",
+                             "CMAfterDelay",
+                             "CMInNewThread",
+                             "CMContinuation"}) {
         Class cls = NSClassFromCString(name);
         ASSERT_NE(cls, nullptr) << name;
         EXPECT_STREQ(cls->name(), name);
@@ -438,7 +483,8 @@ TEST(ObjectPoolTest, WithoutAPoolAnAutoreleaseLogsAndLeaks) {
 
 TEST(ObjectFatalTest, RaiseLogsAndEndsWithStatusOne) {
     ChildResult r = runChild([] {
-        NSException::raise_format_(NSRangeException::classObject(), "Range"_ns, "index %d beyond"_ns);
+        NSException::raise_format_(NSRangeException::classObject(), "Range"_ns,
+                                   "index %d beyond"_ns);
     });
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out,
@@ -447,7 +493,8 @@ TEST(ObjectFatalTest, RaiseLogsAndEndsWithStatusOne) {
 }
 
 TEST(ObjectFatalTest, AClassThatDoesNotKnowAMessageEndsTheProcess) {
-    ChildResult r = runChild([] { NSSendClass<NSObject*>(Probe::classObject(), NS_SEL("noSuchClassOperation")); });
+    ChildResult r = runChild(
+            [] { NSSendClass<NSObject*>(Probe::classObject(), NS_SEL("noSuchClassOperation")); });
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "error: Probe (class)\nProbe does not recognize noSuchClassOperation\n");
 }
@@ -459,7 +506,8 @@ TEST(ObjectFatalTest, ANilSelectorEndsTheProcess) {
         pool->release();
     });
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "error: Probe (instance)\ninvalid selector passed to performSelector:withObject:\n");
+    EXPECT_EQ(r.err,
+              "error: Probe (instance)\ninvalid selector passed to performSelector:withObject:\n");
 }
 
 TEST(ObjectFatalTest, DoesNotRecognizeSelectorWritesWithoutNewline) {

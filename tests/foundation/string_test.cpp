@@ -174,11 +174,11 @@ TEST_F(StringTest, ArgumentsThatAreNoStringReadAsNil) {
     EXPECT_FALSE(NSSendClass<NSCharacterSet*>(NSCharacterSet::classObject(),
                                               NS_SEL("characterSetWithCharactersInString:"), number)
                          ->characterIsMember_('4'));
-    NSString* copied = NSSendClass<NSString*>(NSString::classObject(), NS_SEL("stringWithString:"),
-                                              number);
+    NSString* copied =
+            NSSendClass<NSString*>(NSString::classObject(), NS_SEL("stringWithString:"), number);
     EXPECT_STREQ(copied->UTF8String(), "");
-    EXPECT_STREQ(NSString::stringWithArray_(NSMutableArray::arrayWithObjects_(
-                                                    "a"_ns, number, "b"_ns, nullptr))
+    EXPECT_STREQ(NSString::stringWithArray_(
+                         NSMutableArray::arrayWithObjects_("a"_ns, number, "b"_ns, nullptr))
                          ->UTF8String(),
                  "a  b")
             << "an element that is no string adds only its blank";

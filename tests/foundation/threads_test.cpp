@@ -502,8 +502,8 @@ TEST_F(NotificationTest, AnObserverWithAnObjectGetsOnlyPostsOfAnEqualObject) {
 }
 
 TEST_F(NotificationTest, ANameThatNoClassBearsReachesTheObserverAsNil) {
-    // A posted name with observers is expected to name a class; without one the nil class makes a nil notification, and the
-    // observer is still called.
+    // A posted name with observers is expected to name a class; without one the nil class makes a
+    // nil notification, and the observer is still called.
     center_->addObserver_selector_name_object_(a_, NS_SEL("observe:"), "VTNoSuchNotification"_ns,
                                                nullptr);
     center_->postNotificationName_object_("VTNoSuchNotification"_ns, nullptr);
@@ -515,9 +515,11 @@ TEST_F(NotificationTest, ARegistrationWithoutObserverSelectorOrNameIsIgnored) {
     NSString* name = "VTTestDidHappenNotification"_ns;
     const std::string line = "observer not added: it needs an observer, a selector and a name\n";
     EXPECT_EQ(vt_test::logOf([&] {
-                  center_->addObserver_selector_name_object_(nullptr, NS_SEL("observe:"), name, nullptr);
+                  center_->addObserver_selector_name_object_(nullptr, NS_SEL("observe:"), name,
+                                                             nullptr);
                   center_->addObserver_selector_name_object_(a_, nullptr, name, nullptr);
-                  center_->addObserver_selector_name_object_(a_, NS_SEL("observe:"), nullptr, nullptr);
+                  center_->addObserver_selector_name_object_(a_, NS_SEL("observe:"), nullptr,
+                                                             nullptr);
                   NSSend<void>(center_, NS_SEL("addObserver:selector:name:object:"), b_,
                                NS_SEL("observe:"), NSNumber::numberWithInt_(1),
                                static_cast<NSObject*>(nullptr));
@@ -662,7 +664,9 @@ TEST_F(FilesTest, DirectoryContentsLeaveOutEveryNameBeginningWithAPoint) {
     EXPECT_EQ(text(static_cast<NSString*>(names->objectAtIndex_(0))), "y");
 
     NSMutableArray* none = nullptr;
-    EXPECT_EQ(vt_test::logOf([&] { none = manager->directoryContentsAtPath_(ns(path("missing"))); }), "Couldn't open the directory\n");
+    EXPECT_EQ(
+            vt_test::logOf([&] { none = manager->directoryContentsAtPath_(ns(path("missing"))); }),
+            "Couldn't open the directory\n");
     ASSERT_NE(none, nullptr);
     EXPECT_EQ(none->count(), 0u);
 }
@@ -690,7 +694,8 @@ TEST_F(FilesTest, ContentsAtPathReadsEveryByteAcrossChunks) {
     EXPECT_EQ(bytesOf(manager->contentsAtPath_(ns(path("blob")))), bytes);
 
     NSMutableData* missing = nullptr;
-    EXPECT_EQ(vt_test::logOf([&] { missing = manager->contentsAtPath_(ns(path("missing"))); }), "") << "no log line for a missing file";
+    EXPECT_EQ(vt_test::logOf([&] { missing = manager->contentsAtPath_(ns(path("missing"))); }), "")
+            << "no log line for a missing file";
     ASSERT_NE(missing, nullptr);
     EXPECT_EQ(missing->length(), 0u);
 }

@@ -260,7 +260,9 @@ TEST_F(Data, RangesCopiesAndAppends) {
     // Sent by selector, an argument that is no data appends nothing.
     NSSend<void>(copy, NS_SEL("appendData:"), "xy"_ns);
     EXPECT_EQ(copy->length(), 24u);
-    EXPECT_EQ(NSSendClass<NSData*>(NSData::classObject(), NS_SEL("dataWithData:"), "xy"_ns)->length(), 0u);
+    EXPECT_EQ(
+            NSSendClass<NSData*>(NSData::classObject(), NS_SEL("dataWithData:"), "xy"_ns)->length(),
+            0u);
     copyOfCopy->release();
     copy->release();
 

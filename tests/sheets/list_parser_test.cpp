@@ -54,7 +54,8 @@ protected:
         NSString* text = NSAutorelease(NSString::alloc()->initWithBytes_length_(
                 bytes.data(), static_cast<uint32_t>(bytes.size())));
         NSMutableArray* list = nullptr;
-        std::string log = vt_test::logOf([&] { list = LXListParser::listParserWithString_(text)->parse_(openingToRead); });
+        std::string log = vt_test::logOf(
+                [&] { list = LXListParser::listParserWithString_(text)->parse_(openingToRead); });
         return {render(list), log};
     }
     NSAutoreleasePool* pool = nullptr;

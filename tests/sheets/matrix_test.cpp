@@ -8,11 +8,11 @@
 
 #include "foundation/NSDate.h"
 #include "foundation/NSValue.h"
-#include "structures/VTKeyedArrays.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTRecordVersions.h"
 #include "sheets/VTWrapper.h"
 #include "storage/LXContainer.h"
+#include "structures/VTKeyedArrays.h"
 #include "sync/LXVersion.h"
 #include "test_workspace.h"
 #include "tests/support/RunProgram.h"
@@ -50,8 +50,9 @@ protected:
     // A loaded primary matrix entered in the sheets map under its name.
     VTMatrix* makeMatrix(const char* name, VTMatrix* source = nullptr) {
         NSString* n = NSString::stringWithUTF8String_(name);
-        auto* m = static_cast<VTMatrix*>(VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
-                n, workspace->sheets(), workspace, nullptr, source));
+        auto* m = static_cast<VTMatrix*>(
+                VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
+                        n, workspace->sheets(), workspace, nullptr, source));
         m->load();
         auto* holder = static_cast<MatrixHolder*>(MatrixHolder::alloc()->init());
         holder->setMatrix(m);
@@ -63,11 +64,13 @@ protected:
     static std::string column(VTMatrix* m, const char* field) {
         std::string out;
         for (uint32_t r = 0; r < m->numberOfRows(); r++)
-            out += (r ? "," : "") + str(m->valueInRow_column_(r, NSString::stringWithUTF8String_(field)));
+            out += (r ? "," : "") +
+                   str(m->valueInRow_column_(r, NSString::stringWithUTF8String_(field)));
         return out;
     }
     static uint32_t stored(const char* name) {
-        Ref<LXContainer> c = adoptRef(LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(name)));
+        Ref<LXContainer> c = adoptRef(
+                LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(name)));
         return c->count_(NSMutableDictionary::classObject());
     }
     // A matrix with string field "name" holding these values, committed.
@@ -76,7 +79,8 @@ protected:
         m->addField_(words({"name", "string"}));
         m->beginTransaction();
         uint32_t row = 0;
-        for (const char* n : names) m->setValue_inRow_column_(NSString::stringWithUTF8String_(n), row++, "name"_ns);
+        for (const char* n : names)
+            m->setValue_inRow_column_(NSString::stringWithUTF8String_(n), row++, "name"_ns);
         m->commitTransaction_(false);
         return m;
     }
@@ -98,8 +102,10 @@ TEST_F(MatrixTest, KeyedArraysKeepOrderAndDuplicatesAndNeverAnswerNil) {
     k->removeAllObjects();
     EXPECT_FALSE(k->containsKey_("x"_ns));
 
-    Ref<VTWrapper> a = adoptRef(static_cast<VTWrapper*>(VTWrapper::alloc()->initWithObject_value_(nullptr, "a"_ns)));
-    Ref<VTWrapper> b = adoptRef(static_cast<VTWrapper*>(VTWrapper::alloc()->initWithObject_value_(nullptr, "b"_ns)));
+    Ref<VTWrapper> a = adoptRef(
+            static_cast<VTWrapper*>(VTWrapper::alloc()->initWithObject_value_(nullptr, "a"_ns)));
+    Ref<VTWrapper> b = adoptRef(
+            static_cast<VTWrapper*>(VTWrapper::alloc()->initWithObject_value_(nullptr, "b"_ns)));
     EXPECT_EQ(a->compareWithWrapper_(b), -1);
     EXPECT_EQ(b->compareWithWrapper_(a), 1);
     EXPECT_EQ(str(a), "a");
@@ -107,21 +113,24 @@ TEST_F(MatrixTest, KeyedArraysKeepOrderAndDuplicatesAndNeverAnswerNil) {
 
 TEST_F(MatrixTest, LoadSortsOutTombstonesAndDropsThoseOlderThanThirtyDays) {
     uint64_t now = lx::LXClock::wallMillis();
-    auto at = [](uint64_t millis) { return lx::versionText(millis << lx::kClockCounterBits, "w-1"_ns); };
+    auto at = [](uint64_t millis) {
+        return lx::versionText(millis << lx::kClockCounterBits, "w-1"_ns);
+    };
     uint64_t day = 24ull * 3600 * 1000;
     {
         Ref<LXContainer> c = adoptRef(LXContainer::alloc()->initWithName_("data/people"_ns));
         auto record = [&](const char* id, const char* name, NSString* written, NSString* removed) {
             NSMutableDictionary* r = NSDictionary::dictionaryWithObjectsAndKeys_(
-                    NSString::stringWithUTF8String_(id), "__recordId"_ns, NSString::stringWithUTF8String_(name),
-                    "name"_ns, nullptr);
-            r->setObject_forKey_(NSDictionary::dictionaryWithObjectsAndKeys_(written, "name"_ns, nullptr),
-                                 "__versions"_ns);
+                    NSString::stringWithUTF8String_(id), "__recordId"_ns,
+                    NSString::stringWithUTF8String_(name), "name"_ns, nullptr);
+            r->setObject_forKey_(
+                    NSDictionary::dictionaryWithObjectsAndKeys_(written, "name"_ns, nullptr),
+                    "__versions"_ns);
             if (removed) r->setObject_forKey_(removed, "__removed"_ns);
             c->set_(r);
         };
         record("live", "Ada", at(now - 5 * day), nullptr);
-        record("back", "Bob", at(now - day), at(now - 2 * day));   // changed after its removal
+        record("back", "Bob", at(now - day), at(now - 2 * day));  // changed after its removal
         record("gone", "Cy", at(now - 3 * day), at(now - 2 * day));
         record("old", "Dee", at(now - 40 * day), at(now - 31 * day));
     }
@@ -129,7 +138,8 @@ TEST_F(MatrixTest, LoadSortsOutTombstonesAndDropsThoseOlderThanThirtyDays) {
     std::string log = logOf([&] { m = people({}); });
     EXPECT_EQ(log, "1 removed records of people expired\n");
     std::vector<std::string> rows;
-    for (uint32_t r = 0; r < m->numberOfRows(); r++) rows.push_back(str(m->valueInRow_column_(r, "name"_ns)));
+    for (uint32_t r = 0; r < m->numberOfRows(); r++)
+        rows.push_back(str(m->valueInRow_column_(r, "name"_ns)));
     std::sort(rows.begin(), rows.end());
     EXPECT_EQ(rows, (std::vector<std::string>{"Ada", "Bob"}));
     EXPECT_EQ(m->objectWithRecordId_("gone"_ns), nullptr);
@@ -187,8 +197,9 @@ TEST_F(MatrixTest, CommitStampsStoresAndReplicatesTheChangedFieldsOncePerRecord)
     EXPECT_TRUE(record->objectForKey_("__modified"_ns)->isKindOfClass_(NSDate::classObject()));
 
     // A second matrix on the store reads what was committed.
-    Ref<VTMatrix> again = adoptRef(static_cast<VTMatrix*>(VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
-            "tasks"_ns, workspace->sheets(), workspace, nullptr, nullptr)));
+    Ref<VTMatrix> again = adoptRef(
+            static_cast<VTMatrix*>(VTMatrix::alloc()->initWithName_sheets_workspace_sheet_source_(
+                    "tasks"_ns, workspace->sheets(), workspace, nullptr, nullptr)));
     again->load();
     ASSERT_EQ(again->numberOfRows(), 2u);
     auto* back = again->objectWithRecordId_(NSString::stringWithUTF8String_(id0.c_str()));
@@ -206,7 +217,8 @@ TEST_F(MatrixTest, UnchangedValuesSendNoDeltaUnlessForced) {
     std::string id = str(record->objectForKey_("__recordId"_ns));
 
     m->beginTransaction();
-    m->setValue_inRow_column_(NSString::stringWithUTF8String_("Ada"), 0, "name"_ns);  // equal, not identical
+    m->setValue_inRow_column_(NSString::stringWithUTF8String_("Ada"), 0,
+                              "name"_ns);  // equal, not identical
     m->commitTransaction();
     EXPECT_TRUE(workspace->synchronized.empty());
     EXPECT_NE(record->objectForKey_("__modifier"_ns), nullptr);  // touched: stamped all the same
@@ -327,8 +339,9 @@ TEST_F(MatrixTest, SortOrdersDatesByDescriptionWithAMissingDateFirst) {
     for (uint32_t row = 0; row < 5; row++) {
         m->setValue_inRow_column_(NSString::stringWithUTF8String_(tags[row]), row, "tag"_ns);
         if (dates[row])
-            m->setValue_inRow_column_(NSDate::dateWithString_(NSString::stringWithUTF8String_(dates[row])),
-                                      row, "when"_ns);
+            m->setValue_inRow_column_(
+                    NSDate::dateWithString_(NSString::stringWithUTF8String_(dates[row])), row,
+                    "when"_ns);
     }
     m->sortByField_("when"_ns);
     EXPECT_EQ(column(m, "tag"), "a,b,c,d,e");
@@ -342,8 +355,8 @@ TEST_F(MatrixTest, SortOrdersNumbersAndMixedKindsAsCompareSays) {
     // Kinds rank as strings (a missing value is the empty string), then
     // numbers by value; the rows start out of that order.
     VTMatrix* m = makeMatrix("events");
-    NSObject* values[] = {NSNumber::numberWithInt_(5), "x"_ns, NSNumber::numberWithInt_(-2), nullptr,
-                          NSNumber::numberWithDouble_(3.5)};
+    NSObject* values[] = {NSNumber::numberWithInt_(5), "x"_ns, NSNumber::numberWithInt_(-2),
+                          nullptr, NSNumber::numberWithDouble_(3.5)};
     const char* tags[] = {"e", "b", "c", "a", "d"};
     for (uint32_t row = 0; row < 5; row++) {
         m->setValue_inRow_column_(NSString::stringWithUTF8String_(tags[row]), row, "tag"_ns);
@@ -354,8 +367,8 @@ TEST_F(MatrixTest, SortOrdersNumbersAndMixedKindsAsCompareSays) {
     m->sortByField_("n"_ns);
     EXPECT_EQ(column(m, "tag"), "e,d,c,b,a");
     // Numbers alone, and a row order that a sort must change.
-    m->setValue_inRow_column_(NSNumber::numberWithInt_(0), 0, "n"_ns);  // was e
-    m->setValue_inRow_column_(NSNumber::numberWithInt_(9), 1, "n"_ns);  // was d
+    m->setValue_inRow_column_(NSNumber::numberWithInt_(0), 0, "n"_ns);   // was e
+    m->setValue_inRow_column_(NSNumber::numberWithInt_(9), 1, "n"_ns);   // was d
     m->setValue_inRow_column_(NSNumber::numberWithInt_(-7), 3, "n"_ns);  // was b
     m->setValue_inRow_column_(NSNumber::numberWithInt_(4), 4, "n"_ns);   // was a
     m->sortByField_("n"_ns);
@@ -387,7 +400,8 @@ TEST_F(MatrixTest, ReferencesResolveHalfResolveAndFail) {
     EXPECT_EQ(str(m->resolveValue_forField_(both, "team"_ns)), "Ada Lovelace Bob lastName");
     EXPECT_EQ(str(m->resolveValue_forField_(adaId, "title"_ns)), ada);  // not a reference
 
-    std::string log = logOf([&] { EXPECT_EQ(str(m->resolveValue_forField_(half, "team"_ns)), "???"); });
+    std::string log =
+            logOf([&] { EXPECT_EQ(str(m->resolveValue_forField_(half, "team"_ns)), "???"); });
     EXPECT_EQ(log, "##### gone-1 multireference\n");
     log = logOf([&] { EXPECT_EQ(str(m->resolveValue_forField_(""_ns, "owner"_ns)), "???"); });
     EXPECT_EQ(log, "#####  reference\n");
@@ -402,14 +416,17 @@ TEST_F(MatrixTest, ReferencesResolveHalfResolveAndFail) {
 
 TEST_F(MatrixTest, SeenMarksShowInTheSeenColumn) {
     VTMatrix* m = people({"Ada", "Bob"});
-    Ref<NSTableColumn> seen = adoptRef(static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("_seen_"_ns)));
-    Ref<NSTableColumn> name = adoptRef(static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("name"_ns)));
+    Ref<NSTableColumn> seen = adoptRef(
+            static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("_seen_"_ns)));
+    Ref<NSTableColumn> name = adoptRef(
+            static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("name"_ns)));
     EXPECT_EQ(str(m->tableView_objectValueForTableColumn_row_(nullptr, seen, 1)), "*");
     m->markAsSeen_rowIndex_(true, 1);
     EXPECT_EQ(str(m->tableView_objectValueForTableColumn_row_(nullptr, seen, 1)), "");
     EXPECT_EQ(str(m->tableView_objectValueForTableColumn_row_(nullptr, seen, 0)), "*");
     EXPECT_EQ(m->seenRecords()->count(), 1u);
-    m->markAsSeen_recordId_(false, static_cast<NSString*>(m->valueInRow_column_(1, "__recordId"_ns)));
+    m->markAsSeen_recordId_(false,
+                            static_cast<NSString*>(m->valueInRow_column_(1, "__recordId"_ns)));
     EXPECT_EQ(str(m->tableView_objectValueForTableColumn_row_(nullptr, seen, 1)), "*");
     EXPECT_EQ(workspace->saves, 2);
     EXPECT_EQ(str(m->tableView_objectValueForTableColumn_row_(nullptr, name, 0)), "Ada");
@@ -453,7 +470,8 @@ TEST_F(MatrixTest, RowForObjectFindsByIdOrAppendsAndIdsAreUnique) {
 
     // A record without an id is none of the rows, also when a row lacks
     // one as well.
-    static_cast<NSMutableDictionary*>(m->allObjectsSorted()->objectAtIndex_(0))->removeObjectForKey_("__recordId"_ns);
+    static_cast<NSMutableDictionary*>(m->allObjectsSorted()->objectAtIndex_(0))
+            ->removeObjectForKey_("__recordId"_ns);
     EXPECT_EQ(m->rowForObjectUnlocked_(NSMutableDictionary::dictionary()), -1);
 }
 
@@ -466,8 +484,9 @@ TEST_F(MatrixTest, AMultireferenceIsTrimmedOnceAsAWhole) {
     VTMatrix* m = makeMatrix("tasks");
     m->addField_(NSArray::arrayWithObjects_("team"_ns, "multireference"_ns, "user"_ns,
                                             words({"firstName", "lastName"}), nullptr));
-    NSString* both = NSString::stringWithFormat_("%s %s", str(users->valueInRow_column_(0, "__recordId"_ns)).c_str(),
-                                                 str(users->valueInRow_column_(1, "__recordId"_ns)).c_str());
+    NSString* both = NSString::stringWithFormat_(
+            "%s %s", str(users->valueInRow_column_(0, "__recordId"_ns)).c_str(),
+            str(users->valueInRow_column_(1, "__recordId"_ns)).c_str());
     // Ada's empty last name keeps its blank between the two parts.
     EXPECT_EQ(str(m->resolveValue_forField_(both, "team"_ns)), "Ada  Bob Builder");
 }
@@ -477,11 +496,13 @@ TEST_F(MatrixTest, AMultireferenceIsTrimmedOnceAsAWhole) {
 class FailedCommitTest : public MatrixTest {
 protected:
     static std::string names(const char* stem) {
-        Ref<LXContainer> c = adoptRef(LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(stem)));
+        Ref<LXContainer> c = adoptRef(
+                LXContainer::alloc()->initWithName_(NSString::stringWithUTF8String_(stem)));
         NSMutableArray* all = c->query_(NSMutableDictionary::classObject());
         std::vector<std::string> out;
         for (uint32_t i = 0; i < all->count(); i++)
-            out.push_back(str(static_cast<NSDictionary*>(all->objectAtIndex_(i))->objectForKey_("name"_ns)));
+            out.push_back(str(
+                    static_cast<NSDictionary*>(all->objectAtIndex_(i))->objectForKey_("name"_ns)));
         std::sort(out.begin(), out.end());
         std::string text;
         for (auto& n : out) text += (text.empty() ? "" : ",") + n;
@@ -506,7 +527,9 @@ TEST_F(FailedCommitTest, AFullDiskFailsTheCommitPutsTheRowsBackAndSendsNothing) 
         std::string log = logOf([&] { committed = m->commitTransaction(); });
         LXContainer::failWriteForTesting(0);
         EXPECT_FALSE(committed);
-        EXPECT_NE(log.find("commit failed in people: the store could not be written\n"), std::string::npos) << log;
+        EXPECT_NE(log.find("commit failed in people: the store could not be written\n"),
+                  std::string::npos)
+                << log;
         EXPECT_EQ(column(m, "name"), "Ada,Bob");
         EXPECT_EQ(m->allObjectsSorted()->objectAtIndex_(1), bob);
         EXPECT_EQ(m->objectWithRecordId_(NSString::stringWithUTF8String_(bobId.c_str())), bob);

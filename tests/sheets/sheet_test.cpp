@@ -24,8 +24,9 @@ std::string joined(NSArray* a, const char* sep = " ") {
     std::string out;
     for (uint32_t i = 0; i < a->count(); i++) {
         NSObject* o = a->objectAtIndex_(i);
-        std::string s = o->isKindOfClass_(NSArray::classObject()) ? "(" + joined(static_cast<NSArray*>(o)) + ")"
-                                                                   : static_cast<NSString*>(o->description())->UTF8String();
+        std::string s = o->isKindOfClass_(NSArray::classObject())
+                                ? "(" + joined(static_cast<NSArray*>(o)) + ")"
+                                : static_cast<NSString*>(o->description())->UTF8String();
         out += (i ? sep : "") + s;
     }
     return out;
@@ -34,12 +35,14 @@ std::string joined(NSArray* a, const char* sep = " ") {
 class SheetTest : public SheetsTest {
 protected:
     NSArray* parse(const std::string& text) {
-        return LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))->parse();
+        return LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text.c_str()))
+                ->parse();
     }
     // Creates a sheet from a definition and enters it under its name.
     VTSheet* define(const std::string& text) { return defineList(parse(text)); }
     VTSheet* defineList(NSArray* list) {
-        auto* sheet = static_cast<VTSheet*>(VTSheet::alloc()->initWithArray_workspace_(list, workspace));
+        auto* sheet =
+                static_cast<VTSheet*>(VTSheet::alloc()->initWithArray_workspace_(list, workspace));
         if (!sheet) return nullptr;
         workspace->sheets()->setObject_forKey_(sheet, sheet->name());
         sheet->release();
@@ -54,13 +57,15 @@ protected:
         }
     }
     VTSheet* sheet(const char* name) {
-        return static_cast<VTSheet*>(workspace->sheets()->objectForKey_(NSString::stringWithUTF8String_(name)));
+        return static_cast<VTSheet*>(
+                workspace->sheets()->objectForKey_(NSString::stringWithUTF8String_(name)));
     }
     VTTableDataSource* sourceOf(VTSheet* s) {
         return static_cast<VTTableDataSource*>(s->sheetTableView()->dataSource());
     }
     // A user record; answers its id.
-    NSString* addUser(const char* first, const char* last, const char* unit = "Demo", const char* company = "Admin") {
+    NSString* addUser(const char* first, const char* last, const char* unit = "Demo",
+                      const char* company = "Admin") {
         VTMatrix* m = sheet("user")->matrix();
         uint32_t row = m->numberOfRows();
         m->setValue_inRow_column_(NSString::stringWithUTF8String_(first), row, "firstName"_ns);
@@ -78,7 +83,8 @@ protected:
     static void add(VTSheet* s, std::initializer_list<std::pair<const char*, NSObject*>> values) {
         VTMatrix* m = s->matrix();
         uint32_t row = m->numberOfRows();
-        for (auto& [field, value] : values) m->setValue_inRow_column_(value, row, NSString::stringWithUTF8String_(field));
+        for (auto& [field, value] : values)
+            m->setValue_inRow_column_(value, row, NSString::stringWithUTF8String_(field));
         if (values.size() == 0) m->setValue_inRow_column_(nullptr, row, "__none"_ns);
     }
     // The values of one field over the rows that pass, in table order.
@@ -88,15 +94,16 @@ protected:
         std::string out;
         NSArray* records = ds->allObjectsFiltered();
         for (uint32_t i = 0; i < records->count(); i++) {
-            NSObject* v = static_cast<NSDictionary*>(records->objectAtIndex_(i))->objectForKey_(
-                    NSString::stringWithUTF8String_(field));
+            NSObject* v = static_cast<NSDictionary*>(records->objectAtIndex_(i))
+                                  ->objectForKey_(NSString::stringWithUTF8String_(field));
             out += (i ? "," : "") + str(v);
         }
         return out;
     }
     static NSTableColumn* columnFor(const char* identifier) {
-        return NSAutorelease(static_cast<NSTableColumn*>(
-                NSTableColumn::alloc()->initWithIdentifier_(NSString::stringWithUTF8String_(identifier))));
+        return NSAutorelease(
+                static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_(
+                        NSString::stringWithUTF8String_(identifier))));
     }
 };
 
@@ -121,12 +128,14 @@ TEST_F(SheetTest, TheWholeVocabularyOnOneConfiguration) {
     EXPECT_EQ(str(task->title()), "Open tasks");
 
     // Fields in clause order; the unknown type word adds none.
-    EXPECT_EQ(joined(task->fields(), "|"),
-              "(title string)|(status enum (open started closed))|(notes multiline)|(due datepicker)|"
-              "(at datetimepicker)|(owner reference user (firstName lastName))|"
-              "(team multireference user (firstName lastName))|(internal string)");
+    EXPECT_EQ(
+            joined(task->fields(), "|"),
+            "(title string)|(status enum (open started closed))|(notes multiline)|(due datepicker)|"
+            "(at datetimepicker)|(owner reference user (firstName lastName))|"
+            "(team multireference user (firstName lastName))|(internal string)");
     EXPECT_EQ(task->matrix()->fields()->count(), 8u);
-    EXPECT_EQ(task->matrix()->fields()->objectForKey_("team"_ns), task->fields()->objectAtIndex_(6));
+    EXPECT_EQ(task->matrix()->fields()->objectForKey_("team"_ns),
+              task->fields()->objectAtIndex_(6));
     EXPECT_EQ(str(task->fieldLabels()->objectForKey_("status"_ns)), "Current state");
     EXPECT_EQ(str(task->fieldLabels()->objectForKey_("title"_ns)), "Title");
     EXPECT_EQ(str(task->fieldLabels()->objectForKey_("legacy"_ns)), "Legacy");
@@ -143,17 +152,23 @@ TEST_F(SheetTest, TheWholeVocabularyOnOneConfiguration) {
     EXPECT_EQ(joined(task->validation()->objectsForKey_("title"_ns)), "notempty unique");
     EXPECT_EQ(str(task->filterCurrentUser()), "owner");
     EXPECT_EQ(joined(task->filters()->objectsForKey_("status"_ns), "|"), "open|in progress");
-    EXPECT_EQ(joined(task->referenceFilters()->objectsForKey_(NSArray::arrayWithObjects_("team"_ns, "user"_ns, nullptr)), "|"),
+    EXPECT_EQ(joined(task->referenceFilters()->objectsForKey_(
+                             NSArray::arrayWithObjects_("team"_ns, "user"_ns, nullptr)),
+                     "|"),
               "Ada Lovelace|Bob Builder");
     EXPECT_EQ(joined(task->dateFilters()->objectsForKey_("due"_ns), "|"), "(-7 0)|(-30.5 30)");
     EXPECT_EQ(joined(task->access()->objectsForKey_("notes"_ns)), "manager editor");
     EXPECT_EQ(joined(task->accessRights()->objectsForKey_("read"_ns), "|"), "All|Power users");
     EXPECT_TRUE(task->readOwn());
     EXPECT_TRUE(task->isAdminType());
-    EXPECT_TRUE(task->createdInView() && task->modifiedInView() && task->creatorInView() && task->modifierInView());
-    EXPECT_EQ(joined(task->actions(), "|"), "(Send now! VTMailAction send: (urgent copy))|([Print] VTPrintAction print: <NSNull>)");
+    EXPECT_TRUE(task->createdInView() && task->modifiedInView() && task->creatorInView() &&
+                task->modifierInView());
+    EXPECT_EQ(
+            joined(task->actions(), "|"),
+            "(Send now! VTMailAction send: (urgent copy))|([Print] VTPrintAction print: <NSNull>)");
     EXPECT_EQ(task->actions()->count(), 2u);
-    EXPECT_EQ(static_cast<NSArray*>(task->actions()->objectAtIndex_(1))->objectAtIndex_(3), NSNull::null());
+    EXPECT_EQ(static_cast<NSArray*>(task->actions()->objectAtIndex_(1))->objectAtIndex_(3),
+              NSNull::null());
     EXPECT_EQ(task->activeRow(), 0);
 
     // The special filter and the data source come from the clauses too.
@@ -168,8 +183,8 @@ TEST_F(SheetTest, TheWholeVocabularyOnOneConfiguration) {
     NSString* me = "Ada Lovelace/Demo/Admin"_ns;
     NSDate* yesterday = NSDate::date()->addTimeInterval_(-24 * 3600);
     NSDate* longAgo = NSDate::date()->addTimeInterval_(-10 * 24 * 3600);
-    auto addTask = [&](const char* title, NSObject* owner, NSObject* creator, NSObject* status, NSObject* due,
-                       NSObject* team) {
+    auto addTask = [&](const char* title, NSObject* owner, NSObject* creator, NSObject* status,
+                       NSObject* due, NSObject* team) {
         add(task, {{"title", NSString::stringWithUTF8String_(title)},
                    {"owner", owner},
                    {"__creator", creator},
@@ -204,29 +219,38 @@ TEST_F(SheetTest, MalformedClausesAreRejectedWithALineNamingSheetAndClause) {
         const char* log;
         bool sheet;
     } cases[] = {
-            {"((name t) (field a as string) oops)", "sheet t: clause oops rejected: not a list\n", true},
-            {"((name t) (field a as string) (default a))", "sheet t: clause (default a) rejected: too few elements\n",
+            {"((name t) (field a as string) oops)", "sheet t: clause oops rejected: not a list\n",
              true},
-            {"((name t) (field a as string) ())", "sheet t: clause () rejected: an empty clause\n", true},
+            {"((name t) (field a as string) (default a))",
+             "sheet t: clause (default a) rejected: too few elements\n", true},
+            {"((name t) (field a as string) ())", "sheet t: clause () rejected: an empty clause\n",
+             true},
             {"((name t) (field a as string) ((x) y))",
              "sheet t: clause ((x) y) rejected: a list where the keyword belongs\n", true},
             {"((name t) (field a as string) (filter a (open closed)))",
-             "sheet t: clause (filter a (open closed)) rejected: a word where a list belongs\n", true},
+             "sheet t: clause (filter a (open closed)) rejected: a word where a list belongs\n",
+             true},
             {"((name t) (field a as string) (restrict read All))",
              "sheet t: clause (restrict read All) rejected: a word where a list belongs\n", true},
             {"((name t) (field a as string) (datefilter a (-7) 0))",
              "sheet t: clause (datefilter a (-7) 0) rejected: a list where a word belongs\n", true},
-            {"((name t) (field a as string) (name u))", "sheet t: clause (name u) rejected: the sheet has a name already\n",
-             true},
+            {"((name t) (field a as string) (name u))",
+             "sheet t: clause (name u) rejected: the sheet has a name already\n", true},
             {"((field a as string) (name t) (field b as string))",
-             "sheet (unnamed): clause (field a as string) rejected: a field before the name clause\n", true},
+             "sheet (unnamed): clause (field a as string) rejected: a field before the name "
+             "clause\n",
+             true},
             {"((name t) (field (a) as string) (field b as string))",
-             "sheet t: clause (field (a) as string) rejected: too few elements in the field's name and label\n", true},
+             "sheet t: clause (field (a) as string) rejected: too few elements in the field's name "
+             "and label\n",
+             true},
             {"((name t) (field a as reference user) (field b as string))",
              "sheet t: clause (field a as reference user) rejected: too few elements\n", true},
             {"((name t labelled Tasks) (field a as string))",
-             "sheet (unnamed): clause (name t labelled Tasks) rejected: a word where a list belongs\n"
-             "sheet (unnamed): clause (field a as string) rejected: a field before the name clause\n"
+             "sheet (unnamed): clause (name t labelled Tasks) rejected: a word where a list "
+             "belongs\n"
+             "sheet (unnamed): clause (field a as string) rejected: a field before the name "
+             "clause\n"
              "sheet (unnamed): no name clause; sheet rejected\n",
              false},
             {"((name t) (field a as enum open))",
@@ -234,7 +258,9 @@ TEST_F(SheetTest, MalformedClausesAreRejectedWithALineNamingSheetAndClause) {
              "sheet t: no field clause; sheet rejected\n",
              false},
             {"((name t) (field a as))",
-             "sheet t: clause (field a as) rejected: too few elements\nsheet t: no field clause; sheet rejected\n", false},
+             "sheet t: clause (field a as) rejected: too few elements\nsheet t: no field clause; "
+             "sheet rejected\n",
+             false},
             {"((name t))", "sheet t: no field clause; sheet rejected\n", false},
             {"()", "sheet (unnamed): no name clause; sheet rejected\n", false},
     };
@@ -250,16 +276,19 @@ TEST_F(SheetTest, MalformedClausesAreRejectedWithALineNamingSheetAndClause) {
     }
     std::string log = logOf([&] {
         // By message, as a definition that isn't a list can only come.
-        VTSheet* s = NSSend<VTSheet*>(VTSheet::alloc(), NS_SEL("initWithArray:workspace:"), "atom"_ns,
-                                      static_cast<NSObject*>(workspace));
+        VTSheet* s = NSSend<VTSheet*>(VTSheet::alloc(), NS_SEL("initWithArray:workspace:"),
+                                      "atom"_ns, static_cast<NSObject*>(workspace));
         EXPECT_EQ(s, nullptr);
     });
     EXPECT_EQ(log, "sheet (unnamed): definition atom is not a list; sheet rejected\n");
 }
 
 TEST_F(SheetTest, SmallClauseRulesAndRights) {
-    VTSheet* s = define("((name user) (field status as string) (field (state labelled Current  state) as string)"
-                        " (type user) (restrict read (Power users)) (restrict read (All)) (restrict read (All)))");
+    VTSheet* s =
+            define("((name user) (field status as string) (field (state labelled Current  state) "
+                   "as string)"
+                   " (type user) (restrict read (Power users)) (restrict read (All)) (restrict "
+                   "read (All)))");
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(str(s->title()), "User");
     EXPECT_EQ(str(s->fieldLabels()->objectForKey_("status"_ns)), "Status");
@@ -278,7 +307,8 @@ TEST_F(SheetTest, SmallClauseRulesAndRights) {
 }
 
 TEST_F(SheetTest, ColumnClicksSortReverseRefilterAndRefreshTheOthers) {
-    VTSheet* s = define("((name task) (field title as string) (field rank as string) (filter rank ((1) (2))))");
+    VTSheet* s = define(
+            "((name task) (field title as string) (field rank as string) (filter rank ((1) (2))))");
     ASSERT_NE(s, nullptr);
     add(s, {{"title", "b"_ns}, {"rank", "1"_ns}});
     add(s, {{"title", "c"_ns}, {"rank", "9"_ns}});
@@ -306,8 +336,9 @@ TEST_F(SheetTest, ColumnClicksSortReverseRefilterAndRefreshTheOthers) {
 }
 
 TEST_F(SheetTest, ValueFiltersCombineKeysAndTakeAlternatives) {
-    VTSheet* s = define("((name task) (field title as string) (field status as string) (field kind as string)"
-                        " (filter status ((open) (in progress))) (filter kind ((bug))))");
+    VTSheet* s = define(
+            "((name task) (field title as string) (field status as string) (field kind as string)"
+            " (filter status ((open) (in progress))) (filter kind ((bug))))");
     ASSERT_NE(s, nullptr);
     add(s, {{"title", "1"_ns}, {"status", "open"_ns}, {"kind", "bug"_ns}});
     add(s, {{"title", "2"_ns}, {"status", "in progress"_ns}, {"kind", "bug"_ns}});
@@ -329,8 +360,9 @@ TEST_F(SheetTest, OwnRecordsAndCurrentUserFilters) {
     add(own, {{"title", "nobody's"_ns}});
     EXPECT_EQ(visible(own, "title"), "mine");
 
-    VTSheet* assigned = define("((name work) (field title as string) (field who as reference user (firstName)) "
-                               "(filterCurrentUser who))");
+    VTSheet* assigned =
+            define("((name work) (field title as string) (field who as reference user (firstName)) "
+                   "(filterCurrentUser who))");
     ASSERT_NE(assigned, nullptr);
     add(assigned, {{"title", "a"_ns}, {"who", ada}});
     add(assigned, {{"title", "b"_ns}, {"who", bob}});
@@ -349,17 +381,21 @@ TEST_F(SheetTest, OwnRecordsAndCurrentUserFilters) {
     workspace->setUserId("Dee Nobody/Demo/Admin"_ns);
     VTTableDataSource::resetIdentityForTesting();
     EXPECT_EQ(visible(own, "title"), "");
-    for (int32_t row = 0; row < 3; row++) EXPECT_EQ(sourceOf(own)->translateIndexReversely_(row), -1);
+    for (int32_t row = 0; row < 3; row++)
+        EXPECT_EQ(sourceOf(own)->translateIndexReversely_(row), -1);
 }
 
 // Waits, if need be, so that the next second boundary is far enough away
 // for a test that compares dates to the second.
 void awayFromASecondBoundary() {
-    while (NSDate::date()->systemTime().milliseconds > 700) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (NSDate::date()->systemTime().milliseconds > 700)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
 TEST_F(SheetTest, DateFiltersHoldAtTheirExactBoundsAndPassNonDates) {
-    VTSheet* s = define("((name task) (field title as string) (field due as datepicker) (datefilter due -7 0))");
+    VTSheet* s =
+            define("((name task) (field title as string) (field due as datepicker) (datefilter due "
+                   "-7 0))");
     ASSERT_NE(s, nullptr);
     awayFromASecondBoundary();
     NSDate* now = NSDate::date();
@@ -375,8 +411,9 @@ TEST_F(SheetTest, DateFiltersHoldAtTheirExactBoundsAndPassNonDates) {
     EXPECT_EQ(log, "not NSDate!\nnot NSDate!\n");
 
     // Two clauses on one field narrow the range; fractions of days count.
-    VTSheet* narrow = define("((name narrow) (field title as string) (field due as datepicker)"
-                             " (datefilter due -7 0) (datefilter due -0.5 1))");
+    VTSheet* narrow =
+            define("((name narrow) (field title as string) (field due as datepicker)"
+                   " (datefilter due -7 0) (datefilter due -0.5 1))");
     ASSERT_NE(narrow, nullptr);
     awayFromASecondBoundary();
     now = NSDate::date();
@@ -390,14 +427,18 @@ TEST_F(SheetTest, ReferenceFiltersMatchAnyIdsDisplayText) {
     defineUsers();
     NSString* ada = addUser("Ada", "Lovelace");
     NSString* bob = addUser("Bob", "Builder");
-    VTSheet* s = define("((name task) (field title as string) (field team as multireference user (firstName lastName))"
-                        " (reffilter team user ((Bob Builder) (Nobody))))");
+    VTSheet* s =
+            define("((name task) (field title as string) (field team as multireference user "
+                   "(firstName lastName))"
+                   " (reffilter team user ((Bob Builder) (Nobody))))");
     ASSERT_NE(s, nullptr);
-    add(s, {{"title", "both"_ns}, {"team", NSString::stringWithFormat_("%s %s", ada->UTF8String(), bob->UTF8String())}});
+    add(s, {{"title", "both"_ns},
+            {"team", NSString::stringWithFormat_("%s %s", ada->UTF8String(), bob->UTF8String())}});
     add(s, {{"title", "ada"_ns}, {"team", ada}});
     add(s, {{"title", "stale"_ns}, {"team", "gone-1"_ns}});
     add(s, {{"title", "none"_ns}});
-    add(s, {{"title", "bob"_ns}, {"team", NSString::stringWithFormat_("gone-2 %s", bob->UTF8String())}});
+    add(s, {{"title", "bob"_ns},
+            {"team", NSString::stringWithFormat_("gone-2 %s", bob->UTF8String())}});
     EXPECT_EQ(visible(s, "title"), "both,bob");
     EXPECT_EQ(sourceOf(s)->allObjectsFiltered()->count(), 2u);
 }
@@ -408,13 +449,15 @@ TEST_F(SheetTest, CellsShowDisplayTextsDatesAndNames) {
     NSString* x = addUser("X", "");
     sheet("user")->matrix()->setValue_inRow_column_(nullptr, 1, "lastName"_ns);
     NSString* bob = addUser("Bob", "Builder");
-    VTSheet* s = define("((name task) (field title as string) (field owner as reference user (firstName))"
-                        " (field team as multireference user (firstName lastName)) (field due as datepicker))");
+    VTSheet* s = define(
+            "((name task) (field title as string) (field owner as reference user (firstName))"
+            " (field team as multireference user (firstName lastName)) (field due as datepicker))");
     ASSERT_NE(s, nullptr);
     VTSystemTime t = {2008, 5, 0, 3, 0, 0, 0, 0};
     add(s, {{"title", "t"_ns},
             {"owner", x},
-            {"team", NSString::stringWithFormat_("%s gone-1 %s", ada->UTF8String(), bob->UTF8String())},
+            {"team",
+             NSString::stringWithFormat_("%s gone-1 %s", ada->UTF8String(), bob->UTF8String())},
             {"due", NSAutorelease(NSDate::alloc()->initWithSystemTime_(t))},
             {"__creator", "Ada Lovelace/Demo/Admin"_ns}});
     add(s, {{"title", "u"_ns}, {"owner", ""_ns}, {"team", x}});
@@ -437,7 +480,8 @@ TEST_F(SheetTest, CellsShowDisplayTextsDatesAndNames) {
 }
 
 TEST_F(SheetTest, SimpleListsAndTheTableViewsSelection) {
-    Ref<VTSimpleDataSource> list = adoptRef(static_cast<VTSimpleDataSource*>(VTSimpleDataSource::alloc()->init()));
+    Ref<VTSimpleDataSource> list =
+            adoptRef(static_cast<VTSimpleDataSource*>(VTSimpleDataSource::alloc()->init()));
     list->addAnItem_("one"_ns);
     list->addAnItem_("two"_ns);
     list->addAnItem_("three"_ns);
@@ -445,7 +489,8 @@ TEST_F(SheetTest, SimpleListsAndTheTableViewsSelection) {
     EXPECT_EQ(list->indexOfItem_("four"_ns), -1);
     EXPECT_EQ(str(list->tableView_objectValueForTableColumn_row_(nullptr, nullptr, 2)), "three");
 
-    Ref<NSTableView> table = adoptRef(static_cast<NSTableView*>(NSTableView::alloc()->initWithFrame_(NSMakeRect(0, 0, 100, 100))));
+    Ref<NSTableView> table = adoptRef(static_cast<NSTableView*>(
+            NSTableView::alloc()->initWithFrame_(NSMakeRect(0, 0, 100, 100))));
     table->addTableColumn_(columnFor("x"));
     table->setDataSource_(list);
     EXPECT_EQ(table->numberOfRows(), 3);

@@ -19,8 +19,8 @@
 #include "foundation/NSSet.h"
 #include "foundation/NSString.h"
 #include "sheets/VTTableDataSource.h"
-#include "tests/support/TestSupport.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestSupport.h"
 
 using vt_test::logOf;
 
@@ -30,8 +30,10 @@ class TestWorkspace : public NSObject {
 public:
     TestWorkspace* init() override {
         NSObject::init();
-        _sheets.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
-        _seen.adopt(static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+        _sheets.adopt(static_cast<NSMutableDictionary*>(
+                NSMutableDictionary::alloc()->initWithCapacity_(10)));
+        _seen.adopt(static_cast<NSMutableDictionary*>(
+                NSMutableDictionary::alloc()->initWithCapacity_(10)));
         _userId.set("Ada Lovelace/Demo/Admin"_ns);
         _role.set("editor"_ns);
         return this;
@@ -52,7 +54,8 @@ public:
     void synchronizeFields_ofObject_inSheet_(NSArray* fields, NSObject* record, NSObject* sheet) {
         std::string text;
         for (uint32_t i = 0; i < fields->count(); i++)
-            text += std::string(i ? " " : "") + static_cast<NSString*>(fields->objectAtIndex_(i))->UTF8String();
+            text += std::string(i ? " " : "") +
+                    static_cast<NSString*>(fields->objectAtIndex_(i))->UTF8String();
         NSObject* id = static_cast<NSDictionary*>(record)->objectForKey_("__recordId"_ns);
         synchronized.push_back(std::string(static_cast<NSString*>(id)->UTF8String()) + ": " + text);
         sheetsSeen.push_back(sheet);
@@ -60,7 +63,9 @@ public:
     void synchronizeDeletionOfObjectWithId_inSheet_(NSString* id, NSObject*) {
         deleted.push_back(id->UTF8String());
     }
-    static int32_t roleWithString_(NSString* role) { return role && role->isEqual_("editor"_ns) ? 3 : 0; }
+    static int32_t roleWithString_(NSString* role) {
+        return role && role->isEqual_("editor"_ns) ? 3 : 0;
+    }
 
     void setUserId(NSString* id) { _userId.set(id); }
 
@@ -112,7 +117,6 @@ protected:
         std::filesystem::remove_all(dir);
         VTTableDataSource::resetIdentityForTesting();
     }
-
 
     static std::string str(NSObject* o) {
         if (!o) return "nil";

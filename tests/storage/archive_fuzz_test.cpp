@@ -57,7 +57,8 @@ std::vector<std::string> seeds() {
     out.push_back(archive(array));
     NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(4);
     record->setObject_forKey_(str("Ada"), str("name"));
-    record->setObject_forKey_(NSDate::dateWithString_(str("2008-05-03 09:00:07 +0100")), str("since"));
+    record->setObject_forKey_(NSDate::dateWithString_(str("2008-05-03 09:00:07 +0100")),
+                              str("since"));
     record->setObject_forKey_(array, str("list"));
     record->setObject_forKey_(NSNumber::numberWithInt_(7), NSNumber::numberWithInt_(1));
     out.push_back(archive(record));
@@ -65,7 +66,8 @@ std::vector<std::string> seeds() {
     set->addObject_(str("m"));
     set->addObject_(NSNumber::numberWithInt_(2));
     out.push_back(archive(set));
-    NSCountedSet* counted = static_cast<NSCountedSet*>(NSAutorelease(NSCountedSet::alloc()->init()));
+    NSCountedSet* counted =
+            static_cast<NSCountedSet*>(NSAutorelease(NSCountedSet::alloc()->init()));
     counted->addObject_(str("c"));
     counted->addObject_(str("c"));
     out.push_back(archive(counted));
@@ -106,8 +108,10 @@ private:
                 if (!s->empty()) s->resize(below(static_cast<int>(s->size())));
                 break;
             case 2: {  // a byte of a length field or count set to an edge value
-                static const unsigned char edges[] = {0x00, 0x01, 0x07, 0x08, 0x09, 0x7F, 0x80, 0xFF};
-                if (!s->empty()) (*s)[below(static_cast<int>(s->size()))] = static_cast<char>(edges[below(8)]);
+                static const unsigned char edges[] = {0x00, 0x01, 0x07, 0x08,
+                                                      0x09, 0x7F, 0x80, 0xFF};
+                if (!s->empty())
+                    (*s)[below(static_cast<int>(s->size()))] = static_cast<char>(edges[below(8)]);
                 break;
             }
             case 3: {  // splice: a prefix of this one, the tail of another
@@ -119,7 +123,8 @@ private:
             }
             case 4: {  // insertion of random bytes or of a whole archive
                 size_t at = below(static_cast<int>(s->size()) + 1);
-                std::string piece = below(2) ? pick() : std::string(1 + below(4), static_cast<char>(_random()));
+                std::string piece =
+                        below(2) ? pick() : std::string(1 + below(4), static_cast<char>(_random()));
                 s->insert(at, piece);
                 break;
             }
@@ -152,7 +157,8 @@ TEST(ArchiveFuzz, DamagedArchivesDecodeToNilOrToSomethingArchivable) {
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     for (int run = 0; run < kRuns; run++) {
         std::string bytes = mutator.next();
-        NSData* data = NSData::alloc()->initWithBytes_length_(bytes.data(), static_cast<uint32_t>(bytes.size()));
+        NSData* data = NSData::alloc()->initWithBytes_length_(bytes.data(),
+                                                              static_cast<uint32_t>(bytes.size()));
         NSUnarchiver* unarchiver = NSUnarchiver::alloc()->initForReadingWithData_(data);
         NSObject* object = unarchiver->decodeObject();
         EXPECT_LE(unarchiver->pos(), bytes.size());

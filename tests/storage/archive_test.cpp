@@ -89,13 +89,15 @@ std::string numberBytes(double value) {
 NSString* str(const char* text) { return NSString::stringWithUTF8String_(text); }
 
 TEST_F(Archive, WorkedBytes) {
-    const std::string three = "09 00 00 00 4E 53 4E 75 6D 62 65 72 00 08 00 00 00 00 00 00 00 00 00 08 40";
+    const std::string three =
+            "09 00 00 00 4E 53 4E 75 6D 62 65 72 00 08 00 00 00 00 00 00 00 00 00 08 40";
     EXPECT_EQ(hex(archive(NSNumber::numberWithInt_(3))), three);
     const std::string abc = "09 00 00 00 4E 53 53 74 72 69 6E 67 00 04 00 00 00 61 62 63 00";
     EXPECT_EQ(hex(archive(str("abc"))), abc);
     // Written by its own class: a constant string says so.
     EXPECT_EQ(hex(archive("abc"_ns)).substr(0, 12), "11 00 00 00 ");
-    const std::string zero = "09 00 00 00 4E 53 4E 75 6D 62 65 72 00 08 00 00 00 00 00 00 00 00 00 00 00";
+    const std::string zero =
+            "09 00 00 00 4E 53 4E 75 6D 62 65 72 00 08 00 00 00 00 00 00 00 00 00 00 00";
     EXPECT_EQ(hex(archive(NSNull::null())), "07 00 00 00 4E 53 4E 75 6C 6C 00 " + zero);
     EXPECT_EQ(archive(NSNull::null()).size(), 36u);
 
@@ -115,7 +117,8 @@ TEST_F(Archive, WorkedBytes) {
 
     // Numbers are doubles whatever they were made from.
     EXPECT_EQ(archive(NSNumber::numberWithBool_(true)), archive(NSNumber::numberWithDouble_(1.0)));
-    EXPECT_EQ(hex(archive(NSNumber::numberWithDouble_(-2.5)).substr(17)), "00 00 00 00 00 00 04 C0");
+    EXPECT_EQ(hex(archive(NSNumber::numberWithDouble_(-2.5)).substr(17)),
+              "00 00 00 00 00 00 04 C0");
 }
 
 TEST_F(Archive, DictionariesAndSetsInEnumerationOrder) {
@@ -125,9 +128,9 @@ TEST_F(Archive, DictionariesAndSetsInEnumerationOrder) {
     d->setObject_forKey_(str("1"), str("b"));
     d->setObject_forKey_(str("2"), str("k"));
     d->setObject_forKey_(str("3"), str("a"));
-    std::string expected = name("NSMutableDictionary") + archive(NSNumber::numberWithInt_(3)) + archive(str("k")) +
-                           archive(str("2")) + archive(str("a")) + archive(str("3")) + archive(str("b")) +
-                           archive(str("1"));
+    std::string expected = name("NSMutableDictionary") + archive(NSNumber::numberWithInt_(3)) +
+                           archive(str("k")) + archive(str("2")) + archive(str("a")) +
+                           archive(str("3")) + archive(str("b")) + archive(str("1"));
     EXPECT_EQ(archive(d), expected);
 
     NSMutableSet* set = NSMutableSet::set();
@@ -163,7 +166,8 @@ TEST_F(Archive, RoundTripsAndReadBackClasses) {
     // Data, with bytes of every value, and empty data.
     std::string all;
     for (int c = 0; c < 256; c++) all.push_back(static_cast<char>(c));
-    auto* data = static_cast<NSData*>(unarchive(archive(NSData::dataWithBytes_length_(all.data(), 256))));
+    auto* data = static_cast<NSData*>(
+            unarchive(archive(NSData::dataWithBytes_length_(all.data(), 256))));
     ASSERT_NE(data, nullptr);
     EXPECT_EQ(bytesOf(data), all);
     EXPECT_EQ(static_cast<NSData*>(unarchive(archive(NSData::data())))->length(), 0u);
@@ -172,7 +176,8 @@ TEST_F(Archive, RoundTripsAndReadBackClasses) {
     EXPECT_EQ(unarchive(archive(NSNull::null())), NSNull::null());
 
     // Arrays of any class come back as NSMutableArray with count capacity.
-    NSArray* fixed = static_cast<NSArray*>(NSAutorelease(NSArray::alloc()->initWithObjects_(str("a"), str("b"), nullptr)));
+    NSArray* fixed = static_cast<NSArray*>(
+            NSAutorelease(NSArray::alloc()->initWithObjects_(str("a"), str("b"), nullptr)));
     NSObject* a = unarchive(archive(fixed));
     ASSERT_NE(a, nullptr);
     EXPECT_TRUE(a->isMemberOfClass_(NSMutableArray::classObject()));
@@ -191,19 +196,23 @@ TEST_F(Archive, RoundTripsAndReadBackClasses) {
     EXPECT_TRUE(back->isKindOfClass_(NSDate::classObject()));
     EXPECT_TRUE(back->isEqual_(date));
     EXPECT_EQ(static_cast<NSDate*>(back)->systemTime().milliseconds, 0);
-    EXPECT_EQ(archive(precise), name("NSDate") + name("NSMutableString") + field(std::string("2024-01-31 09:30:00 +0100") + '\0'));
+    EXPECT_EQ(archive(precise), name("NSDate") + name("NSMutableString") +
+                                        field(std::string("2024-01-31 09:30:00 +0100") + '\0'));
 
     // Dictionaries get one bucket per entry (10 when empty), and nested
     // values survive.
     NSMutableDictionary* d = NSMutableDictionary::dictionaryWithCapacity_(1024);
-    for (int i = 0; i < 7; i++) d->setObject_forKey_(NSNumber::numberWithInt_(i * i), NSString::stringWithFormat_("k%d", i));
+    for (int i = 0; i < 7; i++)
+        d->setObject_forKey_(NSNumber::numberWithInt_(i * i),
+                             NSString::stringWithFormat_("k%d", i));
     d->setObject_forKey_(fixed, str("list"));
     auto* dBack = static_cast<NSDictionary*>(unarchive(archive(d)));
     ASSERT_NE(dBack, nullptr);
     EXPECT_TRUE(dBack->isMemberOfClass_(NSMutableDictionary::classObject()));
     EXPECT_EQ(dBack->bucketCount(), 8u);
     EXPECT_TRUE(dBack->isEqual_(d));
-    auto* empty = static_cast<NSDictionary*>(unarchive(archive(NSMutableDictionary::dictionaryWithCapacity_(3))));
+    auto* empty = static_cast<NSDictionary*>(
+            unarchive(archive(NSMutableDictionary::dictionaryWithCapacity_(3))));
     EXPECT_EQ(empty->bucketCount(), 10u);
     EXPECT_EQ(empty->count(), 0u);
 
@@ -216,7 +225,8 @@ TEST_F(Archive, RoundTripsAndReadBackClasses) {
     EXPECT_TRUE(setBack->isMemberOfClass_(NSMutableSet::classObject()));
     EXPECT_EQ(setBack->dict()->objectForKey_(str("m")), NSNull::null());
     EXPECT_EQ(setBack->dict()->bucketCount(), 1u);
-    NSCountedSet* counted = static_cast<NSCountedSet*>(NSAutorelease(NSCountedSet::alloc()->init()));
+    NSCountedSet* counted =
+            static_cast<NSCountedSet*>(NSAutorelease(NSCountedSet::alloc()->init()));
     counted->addObject_(str("x"));
     counted->addObject_(str("x"));
     auto* countedBack = static_cast<NSCountedSet*>(unarchive(archive(counted)));
@@ -233,8 +243,9 @@ TEST_F(Archive, ObjectsWithoutABody) {
     EXPECT_EQ(vt_test::logOf([&] { bytes = archive(plain); }), "encodeWithCoder -- abstract!\n");
     EXPECT_EQ(bytes, name("NSObject"));
 
-    std::string dict = name("NSMutableDictionary") + archive(NSNumber::numberWithInt_(2)) + archive(str("gone")) +
-                       name("NSObject") + archive(str("kept")) + archive(str("v"));
+    std::string dict = name("NSMutableDictionary") + archive(NSNumber::numberWithInt_(2)) +
+                       archive(str("gone")) + name("NSObject") + archive(str("kept")) +
+                       archive(str("v"));
     uint32_t end = 0;
     NSDictionary* d = nullptr;
     EXPECT_EQ(vt_test::logOf([&] { d = static_cast<NSDictionary*>(unarchive(dict, &end)); }),
@@ -252,7 +263,8 @@ TEST_F(Archive, MalformedArchivesAreRefused) {
     expectRefused("", "NSUnarchiver: length field past the end at byte 0");
     expectRefused(abc.substr(0, 3), "NSUnarchiver: length field past the end at byte 0");
     expectRefused(abc.substr(0, 20), "NSUnarchiver: field of 4 bytes past the end at byte 13");
-    expectRefused(name("NSNumber") + std::string("\x08\0\0\0abc", 7), "NSUnarchiver: field of 8 bytes past the end at byte 13");
+    expectRefused(name("NSNumber") + std::string("\x08\0\0\0abc", 7),
+                  "NSUnarchiver: field of 8 bytes past the end at byte 13");
     std::string huge = abc;
     huge[13] = huge[14] = huge[15] = huge[16] = '\xff';
     expectRefused(huge, "NSUnarchiver: field of 4294967295 bytes past the end at byte 13");
@@ -300,11 +312,15 @@ TEST_F(Archive, MalformedArchivesAreRefused) {
     ASSERT_NE(at, std::string::npos);
     bad[at] = 7;  // the value's number field now claims 7 bytes
     EXPECT_NE(unarchive(good), nullptr);
-    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(unarchive(bad), nullptr); }).rfind("NSUnarchiver: ", 0), 0u);
+    EXPECT_EQ(
+            vt_test::logOf([&] { EXPECT_EQ(unarchive(bad), nullptr); }).rfind("NSUnarchiver: ", 0),
+            0u);
 
     // Dates and sets check the shape of what they take.
-    expectRefused(name("NSDate") + archive(str("2024-01-31")), "NSUnarchiver: date that is not a date text at byte 24");
-    expectRefused(name("NSMutableSet") + archive(str("x")), "NSUnarchiver: set whose dict is not a mutable dictionary at byte 30");
+    expectRefused(name("NSDate") + archive(str("2024-01-31")),
+                  "NSUnarchiver: date that is not a date text at byte 24");
+    expectRefused(name("NSMutableSet") + archive(str("x")),
+                  "NSUnarchiver: set whose dict is not a mutable dictionary at byte 30");
 }
 
 TEST_F(Archive, NestingIsLimited) {
@@ -317,12 +333,11 @@ TEST_F(Archive, NestingIsLimited) {
     // The count objects nest one level below their array, as do the
     // elements: an array chain of d arrays is d + 1 levels deep.
     EXPECT_NE(unarchive(nested(NSUnarchiver::kMaxDepth)), nullptr);
-    std::string out = vt_test::logOf([&] { EXPECT_EQ(unarchive(nested(NSUnarchiver::kMaxDepth + 1)), nullptr); });
+    std::string out = vt_test::logOf(
+            [&] { EXPECT_EQ(unarchive(nested(NSUnarchiver::kMaxDepth + 1)), nullptr); });
     EXPECT_EQ(out.rfind("NSUnarchiver: objects nested deeper than 1000 at byte ", 0), 0u) << out;
     // Far deeper input is refused as cheaply.
-    vt_test::logOf([&] {
-        EXPECT_EQ(unarchive(nested(200000)), nullptr);
-    });
+    vt_test::logOf([&] { EXPECT_EQ(unarchive(nested(200000)), nullptr); });
 }
 
 TEST_F(Archive, DecodedObjectsBelongToTheUnarchiver) {
@@ -339,9 +354,7 @@ TEST_F(Archive, DecodedObjectsBelongToTheUnarchiver) {
     EXPECT_EQ(object->retainCount(), 1u);
     EXPECT_EQ(unarchiver->pos(), bytes.size());
     // Past the end: the next object is refused, the first stays valid.
-    vt_test::logOf([&] {
-        EXPECT_EQ(unarchiver->decodeObject(), nullptr);
-    });
+    vt_test::logOf([&] { EXPECT_EQ(unarchiver->decodeObject(), nullptr); });
     object->retain();
     unarchiver->release();
     EXPECT_EQ(static_cast<NSArray*>(object)->count(), 1u);

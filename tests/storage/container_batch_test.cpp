@@ -73,7 +73,8 @@ TEST_F(ContainerBatchTest, ChangesAreCommittedAsTheyAreMade) {
 
     box->beginBatch();
     EXPECT_TRUE(box->inBatch());
-    for (int i = 0; i < 50; i++) ASSERT_EQ(box->store_type_(object("v" + std::to_string(i)), "Thing"_ns), i + 2);
+    for (int i = 0; i < 50; i++)
+        ASSERT_EQ(box->store_type_(object("v" + std::to_string(i)), "Thing"_ns), i + 2);
     LXManagedObject* first = box->objectWithId_(1);
     first->setObject_forKeyPath_("changed"_ns, "value"_ns);
     ASSERT_EQ(box->store_(first), 1);

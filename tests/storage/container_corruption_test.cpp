@@ -46,7 +46,9 @@ protected:
             NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(1 + i % 4);
             record->setObject_forKey_(ns("name " + std::to_string(i)), ns("name"));
             record->setObject_forKey_(NSNumber::numberWithInt_(i * 7), ns("n"));
-            if (i % 3 == 0) record->setObject_forKey_(NSArray::arrayWithObjects_(ns("a"), ns("b"), nullptr), ns("tags"));
+            if (i % 3 == 0)
+                record->setObject_forKey_(NSArray::arrayWithObjects_(ns("a"), ns("b"), nullptr),
+                                          ns("tags"));
             ASSERT_EQ(box->set_(record), i + 1);
             records.push_back(record);
         }
@@ -124,7 +126,8 @@ protected:
 
     vt_test::ProgramResult admin(const std::string& arguments, const std::string& input = "") {
         // Bounded: a hang ends as status 124.
-        return vt_test::runProgram("timeout 60 " + vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments, input);
+        return vt_test::runProgram(
+                "timeout 60 " + vt_test::quoteShell(VANTOR_ADMIN_PATH) + " " + arguments, input);
     }
 
     // A store into the copy: refused when the copy does not open cleanly.
@@ -141,18 +144,22 @@ protected:
             LXContainer* box = LXContainer::alloc()->initWithName_(ns(stem));
             damaged = box->isDamaged();
             NSArray* ids = box->allIds();
-            for (uint32_t i = 0; i < ids->count(); i++) listed[static_cast<NSString*>(ids->objectAtIndex_(i))->intValue()] = true;
+            for (uint32_t i = 0; i < ids->count(); i++)
+                listed[static_cast<NSString*>(ids->objectAtIndex_(i))->intValue()] = true;
             box->release();
         });
         if (!damaged) {
-            for (const auto& entry : blocks) EXPECT_TRUE(listed.count(entry.first)) << "id " << entry.first << " is not listed";
+            for (const auto& entry : blocks)
+                EXPECT_TRUE(listed.count(entry.first)) << "id " << entry.first << " is not listed";
             EXPECT_EQ(listed.size(), blocks.size());
         }
         std::map<int, std::string> before = readable(stem);
         bool stored = false;
         if (throughProgram) {
-            vt_test::ProgramResult store = admin("container store " + vt_test::quoteShell(stem), R"({"k":"new"})");
-            ASSERT_TRUE(store.status == 0 || store.status == 1) << "store: status " << store.status << store.err;
+            vt_test::ProgramResult store =
+                    admin("container store " + vt_test::quoteShell(stem), R"({"k":"new"})");
+            ASSERT_TRUE(store.status == 0 || store.status == 1)
+                    << "store: status " << store.status << store.err;
             stored = store.status == 0;
         } else {
             vt_test::logOf([&] {
@@ -178,7 +185,8 @@ protected:
         if (!indexDamaged) {
             std::string written = readFile(stem + ".vcd");
             for (const auto& [id, block] : blocks) {
-                EXPECT_EQ(written.substr(block.first, block.second), vcd.substr(block.first, block.second))
+                EXPECT_EQ(written.substr(block.first, block.second),
+                          vcd.substr(block.first, block.second))
                         << "the block of " << id << " was written over";
             }
         }
@@ -219,10 +227,12 @@ TEST_F(ContainerCorruption, AdminCommands) {
         std::string quoted = vt_test::quoteShell(stem);
         vt_test::ProgramResult dump = admin("container dump " + quoted);
         vt_test::ProgramResult check = admin("container check " + quoted);
-        ASSERT_TRUE(dump.status == 0 || dump.status == 1) << "round " << round << ": dump status " << dump.status;
-        ASSERT_TRUE(check.status == 0 || check.status == 1) << "round " << round << ": check status " << check.status;
-        EXPECT_EQ(dump.status, check.status) << "round " << round << ": dump says " << dump.err << "check says "
-                                             << check.out;
+        ASSERT_TRUE(dump.status == 0 || dump.status == 1)
+                << "round " << round << ": dump status " << dump.status;
+        ASSERT_TRUE(check.status == 0 || check.status == 1)
+                << "round " << round << ": check status " << check.status;
+        EXPECT_EQ(dump.status, check.status)
+                << "round " << round << ": dump says " << dump.err << "check says " << check.out;
         if (check.status == 1) agreedFailures++;
         storeLeavesRecords(stem, true, inIndex);
         inner->release();
@@ -250,7 +260,8 @@ TEST_F(ContainerCorruption, NegativeCountInARecord) {
     vt_test::ProgramResult dump = admin("container dump " + vt_test::quoteShell(stem));
     vt_test::ProgramResult check = admin("container check " + vt_test::quoteShell(stem));
     EXPECT_EQ(dump.status, 1);
-    EXPECT_NE(dump.err.find("makes no NSMutableDictionary: the dictionary's count is not its number of entries"),
+    EXPECT_NE(dump.err.find("makes no NSMutableDictionary: the dictionary's count is not its "
+                            "number of entries"),
               std::string::npos)
             << dump.err;
     EXPECT_EQ(check.status, 1);

@@ -57,12 +57,14 @@ int versionOf(LXManagedObject* object) {
 }
 
 // The child: works on the container until it is killed.
-[[noreturn]] void runChild(const std::string& stem, int fd, uint32_t randomStart, int firstVersion, int crashStep) {
+[[noreturn]] void runChild(const std::string& stem, int fd, uint32_t randomStart, int firstVersion,
+                           int crashStep) {
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     LXContainer* box = LXContainer::alloc()->initWithName_(ns(stem));
     if (box->isDamaged()) _exit(4);
     std::mt19937 random(randomStart);
-    if (crashStep > 0) LXContainer::crashAtWriteForTesting(crashStep, static_cast<int>(random() % 1001));
+    if (crashStep > 0)
+        LXContainer::crashAtWriteForTesting(crashStep, static_cast<int>(random() % 1001));
     int version = firstVersion;
     for (;;) {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
@@ -149,7 +151,8 @@ void runKills(const std::string& stem, int kills, bool hook, uint32_t seed) {
         ASSERT_EQ(pipe(fds), 0);
         // The n-th step of writing: mostly within the first operations,
         // now and then after many.
-        int crashStep = hook ? 1 + static_cast<int>(random() % 4 == 0 ? random() % 200 : random() % 12) : 0;
+        int crashStep =
+                hook ? 1 + static_cast<int>(random() % 4 == 0 ? random() % 200 : random() % 12) : 0;
         uint32_t childSeed = random();
         fflush(stdout);
         pid_t child = fork();
@@ -162,7 +165,8 @@ void runKills(const std::string& stem, int kills, bool hook, uint32_t seed) {
         int status = 0;
         if (hook) {
             ASSERT_EQ(waitpid(child, &status, 0), child);
-            ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == LXContainer::kCrashStatusForTesting)
+            ASSERT_TRUE(WIFEXITED(status) &&
+                        WEXITSTATUS(status) == LXContainer::kCrashStatusForTesting)
                     << "the child ended otherwise, status " << status;
         } else {
             // From at once (inside opening) to a few milliseconds, now and
@@ -170,7 +174,8 @@ void runKills(const std::string& stem, int kills, bool hook, uint32_t seed) {
             usleep(random() % 4 == 0 ? random() % 20000 : random() % 6000);
             ASSERT_EQ(::kill(child, SIGKILL), 0);
             ASSERT_EQ(waitpid(child, &status, 0), child);
-            ASSERT_TRUE(WIFSIGNALED(status)) << "the child ended by itself, status " << WEXITSTATUS(status);
+            ASSERT_TRUE(WIFSIGNALED(status))
+                    << "the child ended by itself, status " << WEXITSTATUS(status);
         }
 
         // Replay the reports on the model of acknowledged state.
@@ -217,7 +222,8 @@ void runKills(const std::string& stem, int kills, bool hook, uint32_t seed) {
                 EXPECT_TRUE(removing) << "acknowledged record " << id << " is lost";
             } else if (it->second != v) {
                 EXPECT_TRUE(restoring && it->second == inFlight.version)
-                        << "record " << id << " is version " << it->second << ", acknowledged " << v;
+                        << "record " << id << " is version " << it->second << ", acknowledged "
+                        << v;
             }
         }
         for (const auto& [id, v] : found) {
@@ -242,8 +248,12 @@ void runKills(const std::string& stem, int kills, bool hook, uint32_t seed) {
     EXPECT_GT(operations, kKills / 2) << "the children should get work done";
 }
 
-TEST_F(CrashTest, KilledAtRandomMomentsLosesNothingAcknowledged) { runKills(stem, 320, false, 20261122); }
+TEST_F(CrashTest, KilledAtRandomMomentsLosesNothingAcknowledged) {
+    runKills(stem, 320, false, 20261122);
+}
 
-TEST_F(CrashTest, StoppedAtEveryKindOfWriteLosesNothingAcknowledged) { runKills(stem, 2000, true, 20261123); }
+TEST_F(CrashTest, StoppedAtEveryKindOfWriteLosesNothingAcknowledged) {
+    runKills(stem, 2000, true, 20261123);
+}
 
 }  // namespace

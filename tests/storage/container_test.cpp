@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <fstream>
@@ -12,7 +13,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-#include <algorithm>
 
 #include "foundation/Foundation.h"
 #include "foundation/NSSet.h"
@@ -20,8 +20,8 @@
 #include "storage/LXManagedObject.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
-#include "tests/support/TestSupport.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -46,7 +46,9 @@ using vt_test::archiveBytes;
 int intAt(NSObject* object, const char* path) {
     if (!object || !object->isKindOfClass_(LXManagedObject::classObject())) return -2;
     NSObject* value = static_cast<LXManagedObject*>(object)->objectForKeyPath_(ns(path));
-    return value && value->isKindOfClass_(NSNumber::classObject()) ? static_cast<NSNumber*>(value)->intValue() : -1;
+    return value && value->isKindOfClass_(NSNumber::classObject())
+                   ? static_cast<NSNumber*>(value)->intValue()
+                   : -1;
 }
 
 // Rewrites the index file of a stem after `edit` has changed it.
@@ -117,8 +119,11 @@ protected:
         NSMutableArray* areas = box->freeBlocks();
         for (uint32_t i = 0; i < areas->count(); i++) {
             NSArray* pair = static_cast<NSArray*>(areas->objectAtIndex_(i));
-            out += "(" + std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(0))->intValue()) + "," +
-                   std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(1))->intValue()) + ")";
+            out += "(" +
+                   std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(0))->intValue()) +
+                   "," +
+                   std::to_string(static_cast<NSNumber*>(pair->objectAtIndex_(1))->intValue()) +
+                   ")";
         }
         return out;
     }
@@ -178,7 +183,8 @@ TEST_F(ContainerTest, FirstFitByPosition) {
     EXPECT_EQ(offsetOnDisk(4), 0);
     LXManagedObject* e = objectOfLength(300);
     EXPECT_EQ(box->store_(e), 5);
-    EXPECT_EQ(offsetOnDisk(5), 250) << "what remained of the hole is free by itself, and an exact fit";
+    EXPECT_EQ(offsetOnDisk(5), 250)
+            << "what remained of the hole is free by itself, and an exact fit";
     EXPECT_EQ(freeList(box), "(1100,2147483647)");
 
     // Same length, no hole: a new version never lands on its old block.
@@ -204,7 +210,8 @@ std::string derivedFreeList(LXContainer* box) {
     std::string out;
     int cursor = 0;
     for (const auto& pair : pairs) {
-        if (cursor < pair.first) out += "(" + std::to_string(cursor) + "," + std::to_string(pair.first - cursor) + ")";
+        if (cursor < pair.first)
+            out += "(" + std::to_string(cursor) + "," + std::to_string(pair.first - cursor) + ")";
         cursor = pair.second;
     }
     return out + "(" + std::to_string(cursor) + ",2147483647)";
@@ -248,7 +255,8 @@ TEST_F(ContainerTest, FreeAreasFollowTheIndexThroughRandomWork) {
             // The index file is what NSArchiver makes of the index (the
             // container encodes it itself, keeping the buckets of its
             // large dictionaries from one write to the next).
-            ASSERT_EQ(readFile(indexAtRest()), archiveBytes(box->valueForKey_("index"_ns))) << "step " << step;
+            ASSERT_EQ(readFile(indexAtRest()), archiveBytes(box->valueForKey_("index"_ns)))
+                    << "step " << step;
         }
         inner->release();
     }
@@ -407,10 +415,11 @@ TEST_F(ContainerTest, FailedWrites) {
     LXManagedObject* forged = objectOfLength(300);
     forged->setObject_forKeyPath_("x"_ns, "__meta.id"_ns);
     EXPECT_EQ(vt_test::logOf([&] {
-        EXPECT_EQ(box->store_(forged), -1);
-        EXPECT_FALSE(box->remove_(forged));
-    }),
-              "LXContainer " + stem + ": refusing to store an object whose id is not a positive number\n");
+                  EXPECT_EQ(box->store_(forged), -1);
+                  EXPECT_FALSE(box->remove_(forged));
+              }),
+              "LXContainer " + stem +
+                      ": refusing to store an object whose id is not a positive number\n");
     EXPECT_FALSE(LXContainer::containerWithName_(ns(stem))->isDamaged());
 }
 
@@ -425,9 +434,9 @@ TEST_F(ContainerTest, MissingIndexBesideItsTemporaryFileIsRenamedAtOpen) {
     }
     ASSERT_EQ(rename(indexPath().c_str(), (indexPath() + ".tmp").c_str()), 0);
     LXContainer* box = nullptr;
-    EXPECT_EQ(vt_test::logOf([&] { box = open(); }), "LXContainer " + stem +
-                                                              ": the index was missing; completed the rename of " +
-                                                              indexPath() + ".tmp\n");
+    EXPECT_EQ(vt_test::logOf([&] { box = open(); }),
+              "LXContainer " + stem + ": the index was missing; completed the rename of " +
+                      indexPath() + ".tmp\n");
     EXPECT_FALSE(box->isDamaged());
     EXPECT_TRUE(exists(indexPath()));
     EXPECT_FALSE(exists(indexPath() + ".tmp"));
@@ -470,47 +479,68 @@ TEST_F(ContainerTest, DamagedStoresAreReportedAndLeftUntouched) {
             // An index that decodes but whose shape is off: read as it
             // stands, each would let a store write over a live block.
             {"objects level renamed",
-             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { renameKey(i, "objects", "objdcts"); }); },
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { renameKey(i, "objects", "objdcts"); });
+             },
              "%s.vci holds an unknown key 'objdcts'"},
             {"pos level renamed",
              [](const std::string& s) {
                  editIndex(s, [](LXManagedObject* i) {
-                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKey_("objects"_ns)), "pos", "pms");
+                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKey_("objects"_ns)),
+                               "pos", "pms");
                  });
              },
              "%s.vci holds an unknown key 'pms'"},
             {"objects level gone",
-             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->removeObjectForKey_("objects"_ns); }); },
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) { i->removeObjectForKey_("objects"_ns); });
+             },
              "%s.vci has given out ids but has no objects level"},
             {"length of an id gone",
              [](const std::string& s) {
-                 editIndex(s, [](LXManagedObject* i) { i->removeObjectForKeyPath_("objects.length.2"_ns); });
+                 editIndex(s, [](LXManagedObject* i) {
+                     i->removeObjectForKeyPath_("objects.length.2"_ns);
+                 });
              },
              "%s.vci has no objects.pos and objects.length of the same ids"},
             {"id written with a leading zero",
              [](const std::string& s) {
                  editIndex(s, [](LXManagedObject* i) {
-                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKeyPath_("objects.pos"_ns)), "2", "02");
-                     renameKey(static_cast<NSMutableDictionary*>(i->objectForKeyPath_("objects.length"_ns)), "2", "02");
+                     renameKey(static_cast<NSMutableDictionary*>(
+                                       i->objectForKeyPath_("objects.pos"_ns)),
+                               "2", "02");
+                     renameKey(static_cast<NSMutableDictionary*>(
+                                       i->objectForKeyPath_("objects.length"_ns)),
+                               "2", "02");
                  });
              },
              "%s.vci holds a block entry that is not an id with an offset and a length"},
             {"id above maxid",
              [](const std::string& s) {
-                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(1), "meta.maxid"_ns); });
+                 editIndex(s, [](LXManagedObject* i) {
+                     i->setObject_forKeyPath_(NSNumber::numberWithInt_(1), "meta.maxid"_ns);
+                 });
              },
              "%s.vci holds id 2, above meta.maxid 1"},
             {"maxid that is no number",
-             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(ns("2"), "meta.maxid"_ns); }); },
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     i->setObject_forKeyPath_(ns("2"), "meta.maxid"_ns);
+                 });
+             },
              "%s.vci holds a meta.filesize or meta.maxid that is no count"},
             {"blocks on the same bytes",
              [](const std::string& s) {
-                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(100), "objects.pos.2"_ns); });
+                 editIndex(s, [](LXManagedObject* i) {
+                     i->setObject_forKeyPath_(NSNumber::numberWithInt_(100), "objects.pos.2"_ns);
+                 });
              },
              "%s.vci places two blocks on the same bytes at 100"},
             {"filesize below the blocks",
              [](const std::string& s) {
-                 editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(10), "meta.filesize"_ns); });
+                 editIndex(s, [](LXManagedObject* i) {
+                     i->setObject_forKeyPath_(NSNumber::numberWithInt_(10), "meta.filesize"_ns);
+                 });
              },
              "%s.vci places blocks up to 600, beyond its meta.filesize 10"},
             {"type listing an object not stored",
@@ -523,7 +553,11 @@ TEST_F(ContainerTest, DamagedStoresAreReportedAndLeftUntouched) {
              },
              "%s.vci lists under type T an object that is not stored"},
             {"type that is no set",
-             [](const std::string& s) { editIndex(s, [](LXManagedObject* i) { i->setObject_forKeyPath_(ns("1"), "types.T"_ns); }); },
+             [](const std::string& s) {
+                 editIndex(s, [](LXManagedObject* i) {
+                     i->setObject_forKeyPath_(ns("1"), "types.T"_ns);
+                 });
+             },
              "%s.vci holds a type that is not a set of ids"},
             {"undecodable temporary file without index",
              [](const std::string& s) {
@@ -582,7 +616,9 @@ TEST_F(ContainerTest, LostFreeTailIsReportedButNotDamage) {
     truncate(dataPath().c_str(), 300);
     LXContainer* again = nullptr;
     EXPECT_EQ(vt_test::logOf([&] { again = open(); }),
-              "LXContainer " + stem + ": the data file holds 300 bytes, the index recorded 600; the tail held no object\n");
+              "LXContainer " + stem +
+                      ": the data file holds 300 bytes, the index recorded 600; the tail held no "
+                      "object\n");
     EXPECT_FALSE(again->isDamaged());
     EXPECT_EQ(again->store_(objectOfLength(300)), 3);
     EXPECT_NE(again->objectWithId_(1), nullptr);
@@ -595,14 +631,18 @@ TEST_F(ContainerTest, LastIdIsGivenOutOnce) {
     LXManagedObject* first = objectOfLength(300);
     ASSERT_EQ(open()->store_(first), 1);
     indexAtRest();
-    editIndex(stem, [](LXManagedObject* i) { i->setObject_forKeyPath_(NSNumber::numberWithInt_(0x7FFFFFFE), "meta.maxid"_ns); });
+    editIndex(stem, [](LXManagedObject* i) {
+        i->setObject_forKeyPath_(NSNumber::numberWithInt_(0x7FFFFFFE), "meta.maxid"_ns);
+    });
     LXContainer* box = open();
     ASSERT_FALSE(box->isDamaged());
     EXPECT_EQ(box->store_(objectOfLength(300)), 0x7FFFFFFF);
     std::string index = readFile(indexAtRest());
     LXManagedObject* refused = objectOfLength(300);
     EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(box->store_(refused), -1); }),
-              "LXContainer " + stem + ": refusing to store a new object: every id up to 2147483647 has been given out\n");
+              "LXContainer " + stem +
+                      ": refusing to store a new object: every id up to 2147483647 has been given "
+                      "out\n");
     EXPECT_EQ(refused->uniqueId(), nullptr);
     EXPECT_EQ(readFile(indexAtRest()), index);
     EXPECT_EQ(box->store_(first), 1) << "objects that have an id are still stored";
@@ -623,7 +663,8 @@ TEST_F(ContainerTest, ExistingContainersOnly) {
     ASSERT_NE(box, nullptr);
     EXPECT_EQ(box->allIds()->count(), 1u);
     remove(indexPath().c_str());
-    std::string log = vt_test::logOf([&] { box = LXContainer::existingContainerWithName_(ns(stem)); });
+    std::string log =
+            vt_test::logOf([&] { box = LXContainer::existingContainerWithName_(ns(stem)); });
     ASSERT_NE(box, nullptr) << "a data file without its index is a damaged store, not none";
     EXPECT_TRUE(box->isDamaged());
 }
@@ -651,10 +692,13 @@ TEST_F(ContainerTest, RecordsThatMakeNoDictionaryAreRefused) {
     lone->addObject_(ns("k"));
     odd->addObject_(lone);
     const Case cases[] = {
-            {"negative count", NSNumber::numberWithInt_(-2), table, "the dictionary's count is not its number of entries"},
-            {"count too high", NSNumber::numberWithInt_(3), table, "the dictionary's count is not its number of entries"},
+            {"negative count", NSNumber::numberWithInt_(-2), table,
+             "the dictionary's count is not its number of entries"},
+            {"count too high", NSNumber::numberWithInt_(3), table,
+             "the dictionary's count is not its number of entries"},
             {"count not a number", ns("2"), table, "the dictionary's count is not a number"},
-            {"no table", NSNumber::numberWithInt_(2), nullptr, "the dictionary's bucket table is not a list of buckets"},
+            {"no table", NSNumber::numberWithInt_(2), nullptr,
+             "the dictionary's bucket table is not a list of buckets"},
             {"empty table", NSNumber::numberWithInt_(0), NSMutableArray::array(),
              "the dictionary's bucket table is not a list of buckets"},
             {"bucket of one key", NSNumber::numberWithInt_(1), odd,
@@ -672,9 +716,12 @@ TEST_F(ContainerTest, RecordsThatMakeNoDictionaryAreRefused) {
             EXPECT_EQ(box->queryById_class_(1, NSMutableDictionary::classObject()), nullptr);
             EXPECT_EQ(box->query_(NSMutableDictionary::classObject())->count(), 0u);
         });
-        EXPECT_NE(log.find(std::string("record 1 makes no NSMutableDictionary: ") + c.why), std::string::npos) << log;
+        EXPECT_NE(log.find(std::string("record 1 makes no NSMutableDictionary: ") + c.why),
+                  std::string::npos)
+                << log;
     }
-    EXPECT_TRUE(LXContainer::recordFits(stored, NSObject::classObject(), &why)) << "other classes take any value";
+    EXPECT_TRUE(LXContainer::recordFits(stored, NSObject::classObject(), &why))
+            << "other classes take any value";
 }
 
 TEST_F(ContainerTest, EmptyDataFileWithoutIndexIsCreatedAnew) {
@@ -719,7 +766,8 @@ TEST(ManagedObject, KeyPaths) {
     EXPECT_EQ(static_cast<NSDictionary*>(object->objectForKey_("p"_ns))->count(), 1u);
 
     object->removeObjectForKeyPath_("q.r.s"_ns);
-    EXPECT_EQ(object->objectForKey_("q"_ns), nullptr) << "removal stops silently at a missing level";
+    EXPECT_EQ(object->objectForKey_("q"_ns), nullptr)
+            << "removal stops silently at a missing level";
     object->removeObjectForKeyPath_("a.b.d"_ns);
     EXPECT_EQ(object->objectForKeyPath_("a.b.d"_ns), nullptr);
     pool->release();
@@ -755,7 +803,9 @@ class Note : public NSObject {
     NS_DECLARE_CLASS(Note, NSObject)
 
 public:
-    NSArray* attributeKeys() override { return NSArray::arrayWithObjects_("title"_ns, "pages"_ns, nullptr); }
+    NSArray* attributeKeys() override {
+        return NSArray::arrayWithObjects_("title"_ns, "pages"_ns, nullptr);
+    }
     void dealloc() override {
         gNotesFreed++;
         NSObject::dealloc();
@@ -891,7 +941,8 @@ TEST_F(ContainerTest, QueryBuildsNewObjectsAndTheMappingEmptiesAgain) {
 TEST_F(ContainerTest, DictionaryRecordsKeepTheirBuckets) {
     LXContainer* box = open();
     NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(17);
-    for (int i = 0; i < 30; i++) record->setObject_forKey_(NSNumber::numberWithInt_(i), ns("key" + std::to_string(i)));
+    for (int i = 0; i < 30; i++)
+        record->setObject_forKey_(NSNumber::numberWithInt_(i), ns("key" + std::to_string(i)));
     int identifier = box->set_(record);
     ASSERT_EQ(identifier, 1);
     NSMutableDictionary* back = static_cast<NSMutableDictionary*>(
@@ -950,7 +1001,8 @@ TEST_F(ContainerTest, MappingIsSafeFromTwoThreads) {
     MappingWorker* first = static_cast<MappingWorker*>(MappingWorker::alloc()->init());
     MappingWorker* second = static_cast<MappingWorker*>(MappingWorker::alloc()->init());
     first->box = second->box = box;
-    NSThread::detachNewThreadSelector_toTarget_withObject_(NS_SEL("work:"), first, NSNumber::numberWithInt_(100));
+    NSThread::detachNewThreadSelector_toTarget_withObject_(NS_SEL("work:"), first,
+                                                           NSNumber::numberWithInt_(100));
     second->work_(NSNumber::numberWithInt_(200));
     while (!first->done) usleep(1000);
     EXPECT_EQ(first->failures.load() + second->failures.load(), 0);

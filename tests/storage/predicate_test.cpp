@@ -14,8 +14,8 @@
 #include "storage/LXDynamicProxy.h"
 #include "storage/LXPredicate.h"
 #include "storage/LXProxy.h"
-#include "tests/support/TempDir.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -44,10 +44,12 @@ protected:
 };
 
 TEST_F(PredicateTest, ClassesAndOperationsAreFoundByName) {
-    for (const char* name : {"NSPredicate", "NSComparisonPredicate", "NSExpression", "LXProxy", "LXDynamicProxy"}) {
+    for (const char* name :
+         {"NSPredicate", "NSComparisonPredicate", "NSExpression", "LXProxy", "LXDynamicProxy"}) {
         EXPECT_NE(NSClassFromString(ns(name)), nullptr) << name;
     }
-    EXPECT_TRUE(LXContainer::classObject()->instancesRespondToSelector_(NS_SEL("query:predicate:")));
+    EXPECT_TRUE(
+            LXContainer::classObject()->instancesRespondToSelector_(NS_SEL("query:predicate:")));
     EXPECT_TRUE(LXContainer::classObject()->instancesRespondToSelector_(NS_SEL("select:type:")));
     EXPECT_TRUE(NSObject::classObject()->instancesRespondToSelector_(NS_SEL("proxy")));
 }
@@ -82,7 +84,8 @@ TEST_F(PredicateTest, ComparisonTypes) {
 
 TEST_F(PredicateTest, AbstractPredicateAndExpressions) {
     NSPredicate* abstract = static_cast<NSPredicate*>(NSAutorelease(NSPredicate::alloc()->init()));
-    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(abstract->evaluateWithObject_("x"_ns)); }), "abstract predicate\n");
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(abstract->evaluateWithObject_("x"_ns)); }),
+              "abstract predicate\n");
 
     LXManagedObject* record = LXManagedObject::managedObject();
     record->setObject_forKeyPath_(num(12), "__meta.id"_ns);
@@ -197,9 +200,9 @@ TEST_F(PredicateTest, DynamicProxyFieldsByName) {
     EXPECT_EQ(text(p), text(p->ivars()));
 
     EXPECT_EQ(vt_test::logOf([&] {
-        EXPECT_EQ(NSSend<NSObject*>(p, NS_SEL("frobnicate")), nullptr);
-        NSSend<void>(p, NS_SEL("set"));  // no field name in it
-    }),
+                  EXPECT_EQ(NSSend<NSObject*>(p, NS_SEL("frobnicate")), nullptr);
+                  NSSend<void>(p, NS_SEL("set"));  // no field name in it
+              }),
               "unsupported selector: frobnicate\nunsupported selector: set\n");
     // The rule is mechanical: "set:with:" names the field ":with".
     NSSend<void>(p, NS_SEL("set:with:"), "a"_ns, "b"_ns);
@@ -307,9 +310,11 @@ TEST_F(ContainerPredicateTest, AStringAttributeAgainstANumberOrdersByKind) {
     const size_t expectedLeft[6] = {3, 3, 0, 0, 0, 3};   // title <op> 5
     const size_t expectedRight[6] = {0, 0, 3, 3, 0, 3};  // 5 <op> title
     for (int type = 0; type < 6; type++) {
-        EXPECT_EQ(box->select_type_(compare(title, type, five), "Book"_ns)->count(), expectedLeft[type])
+        EXPECT_EQ(box->select_type_(compare(title, type, five), "Book"_ns)->count(),
+                  expectedLeft[type])
                 << "type " << type;
-        EXPECT_EQ(box->select_type_(compare(five, type, title), "Book"_ns)->count(), expectedRight[type])
+        EXPECT_EQ(box->select_type_(compare(five, type, title), "Book"_ns)->count(),
+                  expectedRight[type])
                 << "type " << type;
     }
     // A key path that is no string reaches nothing, and its text is empty.

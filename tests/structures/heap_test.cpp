@@ -68,11 +68,14 @@ protected:
 };
 
 TEST_F(HeapTest, StructureClassesAreFoundByName) {
-    for (const char* name : {"LXCircularNode", "LXCircularList", "LXPriorityHeap", "NSOperation", "NSOperationQueue",
-                             "KBAVM", "KBVariable", "LXTernaryTree", "LXLevenshtein"}) {
+    for (const char* name :
+         {"LXCircularNode", "LXCircularList", "LXPriorityHeap", "NSOperation", "NSOperationQueue",
+          "KBAVM", "KBVariable", "LXTernaryTree", "LXLevenshtein"}) {
         EXPECT_NE(NSClassFromString(NSString::stringWithUTF8String_(name)), nullptr) << name;
     }
-    EXPECT_EQ(LXPriorityHeap::classObject()->argumentCountOfMethod(NSSelectorFromString("updateArray:::"_ns)), 3);
+    EXPECT_EQ(LXPriorityHeap::classObject()->argumentCountOfMethod(
+                      NSSelectorFromString("updateArray:::"_ns)),
+              3);
 }
 
 TEST_F(HeapTest, ListAddRemoveAndWalk) {

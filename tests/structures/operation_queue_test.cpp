@@ -110,9 +110,9 @@ TEST_F(OperationQueueTest, PlainOperationDefaults) {
     queue->setMaxConcurrentOperationCount_(2);
     EXPECT_EQ(queue->maxConcurrentCount(), 2);
     EXPECT_EQ(vt_test::logOf([&] {
-        op->main();
-        op->start();
-    }),
+                  op->main();
+                  op->start();
+              }),
               "operation's main method executed\noperation's start method executed\n");
 }
 
@@ -186,13 +186,14 @@ NS_CLASS_END(Repeater)
 TEST_F(OperationQueueTest, OperationThatNeverFinishesStaysAndMainRepeats) {
     Repeater* op = static_cast<Repeater*>(NSAutorelease(Repeater::alloc()->init()));
     EXPECT_EQ(vt_test::logOf([&] {
-        queue->addOperation_(op);
-        for (int i = 0; i < 500 && op->_calls.load() < 50; i++) NSThread::sleepForTimeInterval_(0.01);
-        EXPECT_GE(op->_calls.load(), 50);
-        EXPECT_EQ(queue->operationCount(), 1u);
-        queue->release();  // waits for the worker to leave main
-        queue = nullptr;
-    }),
+                  queue->addOperation_(op);
+                  for (int i = 0; i < 500 && op->_calls.load() < 50; i++)
+                      NSThread::sleepForTimeInterval_(0.01);
+                  EXPECT_GE(op->_calls.load(), 50);
+                  EXPECT_EQ(queue->operationCount(), 1u);
+                  queue->release();  // waits for the worker to leave main
+                  queue = nullptr;
+              }),
               "operation's main method executed\noperation's main method executed\n");
 }
 

@@ -75,10 +75,10 @@ TEST_F(TernaryTreeTest, SetAndGet) {
 
 TEST_F(TernaryTreeTest, RefusedKeysAndValues) {
     EXPECT_EQ(vt_test::logOf([&] {
-        tree->setObject_forKey_("v"_ns, ""_ns);
-        tree->setObject_forKey_("v"_ns, ns(std::string(1000, 'a')));
-        tree->setObject_forKey_(nullptr, "a"_ns);
-    }),
+                  tree->setObject_forKey_("v"_ns, ""_ns);
+                  tree->setObject_forKey_("v"_ns, ns(std::string(1000, 'a')));
+                  tree->setObject_forKey_(nullptr, "a"_ns);
+              }),
               "LXTernaryTree: key of 0 bytes refused\nLXTernaryTree: key of 1000 bytes refused\n"
               "LXTernaryTree: nil object refused\n");
     EXPECT_EQ(tree->count(), 0u);

@@ -44,11 +44,16 @@ constexpr int kFateCount = 5;
 
 inline const char* fateName(Fate fate) {
     switch (fate) {
-        case Fate::Pass: return "pass";
-        case Fate::Cut: return "cut";
-        case Fate::Reset: return "reset";
-        case Fate::Stall: return "stall";
-        case Fate::Refuse: return "refuse";
+        case Fate::Pass:
+            return "pass";
+        case Fate::Cut:
+            return "cut";
+        case Fate::Reset:
+            return "reset";
+        case Fate::Stall:
+            return "stall";
+        case Fate::Refuse:
+            return "refuse";
     }
     return "?";
 }
@@ -92,14 +97,16 @@ struct FaultProxyOptions {
 // (std::mt19937's own output is fixed by the language).
 class FaultPlanner {
 public:
-    explicit FaultPlanner(const FaultProxyOptions& options) : _options(options), _random(options.sequence) {}
+    explicit FaultPlanner(const FaultProxyOptions& options)
+        : _options(options), _random(options.sequence) {}
 
     FaultPlan next() {
         uint32_t fateDraw = static_cast<uint32_t>(_random());
         uint32_t directionDraw = static_cast<uint32_t>(_random());
         uint32_t offsetDraw = static_cast<uint32_t>(_random());
-        const uint64_t weights[kFateCount] = {_options.passWeight, _options.cutWeight, _options.resetWeight,
-                                              _options.stallWeight, _options.refuseWeight};
+        const uint64_t weights[kFateCount] = {_options.passWeight, _options.cutWeight,
+                                              _options.resetWeight, _options.stallWeight,
+                                              _options.refuseWeight};
         uint64_t total = 0;
         for (uint64_t weight : weights) total += weight;
         FaultPlan plan;
@@ -110,7 +117,8 @@ public:
             plan.fate = static_cast<Fate>(fate);
         }
         plan.direction = (directionDraw & 1) ? Direction::ToClient : Direction::ToTarget;
-        plan.offset = static_cast<size_t>(offsetDraw % (static_cast<uint64_t>(_options.maxFaultOffset) + 1));
+        plan.offset = static_cast<size_t>(offsetDraw %
+                                          (static_cast<uint64_t>(_options.maxFaultOffset) + 1));
         return plan;
     }
 
@@ -130,7 +138,8 @@ public:
         _listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         sockaddr_in address = loopback(0);
         socklen_t size = sizeof address;
-        if (_listener < 0 || bind(_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        if (_listener < 0 ||
+            bind(_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
             listen(_listener, SOMAXCONN) != 0 ||
             getsockname(_listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
             closeQuietly(_listener);
@@ -361,7 +370,8 @@ private:
                 abortSocket(target);
                 return;
             }
-            if (plan.fate == Fate::Stall && pause(std::max(0, static_cast<int>(_options.stallSeconds * 1000)))) {
+            if (plan.fate == Fate::Stall &&
+                pause(std::max(0, static_cast<int>(_options.stallSeconds * 1000)))) {
                 close(client);
                 close(target);
                 return;
@@ -410,7 +420,9 @@ private:
     Step receive(Flow& f) {
         char buffer[16384];
         ssize_t got = recv(f.from, buffer, sizeof buffer, 0);
-        if (got < 0) return (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) ? Step::Go : Step::Reset;
+        if (got < 0)
+            return (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) ? Step::Go
+                                                                               : Step::Reset;
         if (got == 0) {
             f.ended = true;
             shutdown(f.to, SHUT_WR);
@@ -430,7 +442,8 @@ private:
 
     Step flush(Flow& f) {
         while (f.written < f.pending.size()) {
-            ssize_t sent = send(f.to, f.pending.data() + f.written, f.pending.size() - f.written, MSG_NOSIGNAL);
+            ssize_t sent = send(f.to, f.pending.data() + f.written, f.pending.size() - f.written,
+                                MSG_NOSIGNAL);
             if (sent < 0) {
                 if (errno == EINTR) continue;
                 return (errno == EAGAIN || errno == EWOULDBLOCK) ? Step::Go : Step::Reset;
@@ -453,7 +466,8 @@ private:
         pollfd p[3] = {{_wake[0], POLLIN, 0}, {client, POLLIN, 0}, {target, POLLIN, 0}};
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
         while (p[1].fd >= 0 || p[2].fd >= 0) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                    deadline - std::chrono::steady_clock::now());
             if (left.count() <= 0) break;
             int result = poll(p, 3, static_cast<int>(left.count()));
             if (result < 0 && errno == EINTR) continue;
@@ -462,7 +476,9 @@ private:
                 if (p[i].fd < 0 || !p[i].revents) continue;
                 char buffer[4096];
                 ssize_t got = recv(p[i].fd, buffer, sizeof buffer, 0);
-                if (got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) p[i].fd = -1;
+                if (got == 0 ||
+                    (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR))
+                    p[i].fd = -1;
             }
         }
         close(client);

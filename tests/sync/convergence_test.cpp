@@ -59,7 +59,8 @@ int envNumber(const char* name, int fallback) {
 }
 
 // The stored records of a sheet, by id, without the local stamps.
-std::map<std::string, Ref<NSMutableDictionary>> storedRecords(const Installation& i, const char* stem) {
+std::map<std::string, Ref<NSMutableDictionary>> storedRecords(const Installation& i,
+                                                              const char* stem) {
     std::map<std::string, Ref<NSMutableDictionary>> byId;
     NSAutoreleasePoolScope pool;
     NSString* path = NSString::stringWithUTF8String_((i.dir + "/data/" + stem).c_str());
@@ -67,7 +68,8 @@ std::map<std::string, Ref<NSMutableDictionary>> storedRecords(const Installation
     NSMutableArray* records = store ? store->query_(NSMutableDictionary::classObject()) : nullptr;
     for (uint32_t k = 0, n = records ? records->count() : 0; k < n; k++) {
         auto* record = static_cast<NSMutableDictionary*>(records->objectAtIndex_(k));
-        Ref<NSMutableDictionary> copy = adoptRef(static_cast<NSMutableDictionary*>(record->mutableCopy()));
+        Ref<NSMutableDictionary> copy =
+                adoptRef(static_cast<NSMutableDictionary*>(record->mutableCopy()));
         copy->removeObjectForKey_("__modified"_ns);
         copy->removeObjectForKey_("__modifier"_ns);
         byId[static_cast<NSString*>(record->objectForKey_("__recordId"_ns))->UTF8String()] = copy;
@@ -104,9 +106,11 @@ protected:
         relay.reset(new Relay(root));
         ASSERT_TRUE(relay->start()) << relay->log();
         const char* passwords[] = {"vantor-demo", "bob-secret", "carol-secret", "dan-secret"};
-        for (int i = 0; i < 4; i++) all.emplace_back(root + "/" + std::string(1, static_cast<char>('a' + i)), passwords[i]);
+        for (int i = 0; i < 4; i++)
+            all.emplace_back(root + "/" + std::string(1, static_cast<char>('a' + i)), passwords[i]);
         ASSERT_TRUE(makeFirstInstallation(all[0]));
-        ASSERT_EQ(addUsers(all[0], {&all[1], &all[2], &all[3]}, {{"Bob", "Baker"}, {"Carol", "Cooper"}, {"Dan", "Dunn"}})
+        ASSERT_EQ(addUsers(all[0], {&all[1], &all[2], &all[3]},
+                           {{"Bob", "Baker"}, {"Carol", "Cooper"}, {"Dan", "Dunn"}})
                           .size(),
                   3u);
     }
@@ -130,7 +134,8 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
 
     // The records fought over, and every value saved into them.
     std::set<std::string> ours;
-    std::map<std::string, std::vector<std::pair<std::string, std::string>>> saved;  // id -> (field, value)
+    std::map<std::string, std::vector<std::pair<std::string, std::string>>>
+            saved;  // id -> (field, value)
     Figures figures;
     auto make = [&](const Installation& at, int n, const std::string& tag) {
         std::string json = "[";
@@ -140,7 +145,8 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
         ProgramResult r = at.admin("record set company", json + "]");
         EXPECT_EQ(r.status, 0) << r.err;
         int k = 0;
-        for (size_t start = 0, end; (end = r.out.find('\n', start)) != std::string::npos; start = end + 1, k++) {
+        for (size_t start = 0, end; (end = r.out.find('\n', start)) != std::string::npos;
+             start = end + 1, k++) {
             std::string id = r.out.substr(start, end - start);
             ours.insert(id);
             saved[id].push_back({"name", tag + "-" + std::to_string(k)});
@@ -176,14 +182,16 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
                 std::string id = live[pick(live.size())];
                 std::string field = chance(0.5) ? "name" : "city";
                 std::string value = "v" + std::to_string(++serial) + "-" + std::to_string(who);
-                json += std::string(k ? "," : "") + R"({"__recordId": ")" + id + R"(", ")" + field + R"(": ")" +
-                        value + R"("})";
+                json += std::string(k ? "," : "") + R"({"__recordId": ")" + id + R"(", ")" + field +
+                        R"(": ")" + value + R"("})";
                 batch.push_back({id, {field, value}});
             }
             if (n > 0) {
                 // Each Save prints its record's id once it is stored.
-                size_t done = static_cast<size_t>(countOf(at.admin("record set company", json + "]").out, "\n"));
-                for (size_t k = 0; k < done && k < batch.size(); k++) saved[batch[k].first].push_back(batch[k].second);
+                size_t done = static_cast<size_t>(
+                        countOf(at.admin("record set company", json + "]").out, "\n"));
+                for (size_t k = 0; k < done && k < batch.size(); k++)
+                    saved[batch[k].first].push_back(batch[k].second);
                 figures.changes += static_cast<int>(done);
             }
             if (chance(0.25)) {
@@ -191,11 +199,13 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
                 std::string id = live[pick(live.size())];
                 std::string history = at.admin("record history company " + id).out;
                 std::string field = valueOf(history, "field");
-                if (!field.empty() && at.admin("record restore company " + id + " " + field + " 1").status == 0)
+                if (!field.empty() &&
+                    at.admin("record restore company " + id + " " + field + " 1").status == 0)
                     figures.restores++;
             }
             if (chance(0.12)) {
-                if (at.admin("record remove company " + live[pick(live.size())]).status == 0) figures.removals++;
+                if (at.admin("record remove company " + live[pick(live.size())]).status == 0)
+                    figures.removals++;
             }
             if (chance(0.3)) {
                 make(at, 1, "new" + std::to_string(++serial));
@@ -231,11 +241,14 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
     for (int pass = 0; pass < 2; pass++)
         for (const Installation& i : all) ASSERT_TRUE(i.syncDone(proxy.port())) << i.dir;
 
-    std::printf("convergence: seed %u, %d rounds: %d changes, %d restores, %d removals, %d new records; "
-                "%d syncs, %d killed, %d waits; proxy: %d cut, %d reset, %d stalled, %d refused\n",
-                seed, rounds, figures.changes, figures.restores, figures.removals, figures.creations, figures.syncs,
-                figures.killed, figures.waits, proxy.count(vt_test::Fate::Cut), proxy.count(vt_test::Fate::Reset),
-                proxy.count(vt_test::Fate::Stall), proxy.count(vt_test::Fate::Refuse));
+    std::printf(
+            "convergence: seed %u, %d rounds: %d changes, %d restores, %d removals, %d new "
+            "records; "
+            "%d syncs, %d killed, %d waits; proxy: %d cut, %d reset, %d stalled, %d refused\n",
+            seed, rounds, figures.changes, figures.restores, figures.removals, figures.creations,
+            figures.syncs, figures.killed, figures.waits, proxy.count(vt_test::Fate::Cut),
+            proxy.count(vt_test::Fate::Reset), proxy.count(vt_test::Fate::Stall),
+            proxy.count(vt_test::Fate::Refuse));
 
     auto reference = storedRecords(all[0], "company");
     for (size_t k = 1; k < all.size(); k++) {
@@ -263,12 +276,13 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
         ASSERT_TRUE(reference.count(id)) << id;
         for (const auto& [field, value] : list) {
             values++;
-            EXPECT_TRUE(keeps(reference[id].get(), field, value)) << id << " lost " << field << " = " << value;
+            EXPECT_TRUE(keeps(reference[id].get(), field, value))
+                    << id << " lost " << field << " = " << value;
         }
     }
     EXPECT_GT(figures.changes, 0);
-    std::printf("convergence: %zu records (%zu shown), %d saved values all kept\n", reference.size(), shown.size(),
-                values);
+    std::printf("convergence: %zu records (%zu shown), %d saved values all kept\n",
+                reference.size(), shown.size(), values);
 }
 
 }  // namespace

@@ -14,7 +14,6 @@ using namespace synctest;
 
 namespace {
 
-
 std::string text(NSString* s) { return s ? s->UTF8String() : "<nil>"; }
 
 std::string fields(LXUser* u) {
@@ -45,11 +44,13 @@ TEST_F(DeltasTest, IdentityStrings) {
     EXPECT_EQ(fields(hyphens), "Jane|Doe|R&D|Acme|7f3a-12-b");
     EXPECT_EQ(text(hyphens->description()), "Jane Doe/R&D/Acme-7f3a-12-b");
     // A third name word is dropped without notice.
-    EXPECT_EQ(fields(LXUser::userWithString_("Anna Maria Lopez/Ops/Acme-1"_ns)), "Anna|Maria|Ops|Acme|1");
+    EXPECT_EQ(fields(LXUser::userWithString_("Anna Maria Lopez/Ops/Acme-1"_ns)),
+              "Anna|Maria|Ops|Acme|1");
 }
 
 TEST_F(DeltasTest, IdentityStringsOfOtherShapesLeaveTheMissingPartsEmpty) {
-    EXPECT_EQ(fields(LXUser::userWithString_("John Smith/Sales/Acme"_ns)), "John|Smith|Sales|Acme|");
+    EXPECT_EQ(fields(LXUser::userWithString_("John Smith/Sales/Acme"_ns)),
+              "John|Smith|Sales|Acme|");
     EXPECT_EQ(fields(LXUser::userWithString_("Solo-9"_ns)), "Solo||||9");
     EXPECT_EQ(fields(LXUser::userWithString_("John Smith/Sales-9"_ns)), "John|Smith|Sales||9");
     EXPECT_EQ(fields(LXUser::userWithString_(""_ns)), "||||");
@@ -71,15 +72,18 @@ TEST_F(DeltasTest, Equality) {
 TEST_F(DeltasTest, DescriptionAndFields) {
     LXDelta* d = delta("John Smith/Sales/Acme-1", NSMutableDictionary::dictionary());
     EXPECT_EQ(d->addressee(), nullptr);
-    EXPECT_EQ(text(d->description()), "(Rk2pWn) John Smith/Sales/Acme-1 -> (null) (NSMutableDictionary)");
+    EXPECT_EQ(text(d->description()),
+              "(Rk2pWn) John Smith/Sales/Acme-1 -> (null) (NSMutableDictionary)");
     d->setAddressee_(LXUser::userWithString_("Jane Doe/R&D/Acme-2"_ns));
-    EXPECT_EQ(text(d->description()), "(Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2 (NSMutableDictionary)");
+    EXPECT_EQ(text(d->description()),
+              "(Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2 (NSMutableDictionary)");
     NSArray* keys = d->attributeKeys();
     ASSERT_EQ(keys->count(), 4u);
     EXPECT_EQ(text(static_cast<NSString*>(keys->objectAtIndex_(0))), "pool");
     EXPECT_EQ(text(static_cast<NSString*>(keys->objectAtIndex_(3))), "contents");
     // Found by name, as archives and containers find them.
-    for (const char* name : {"LXDelta", "LXPool", "LXUser", "LXDeltaRepository", "LXSocket", "LXTransceiver"})
+    for (const char* name :
+         {"LXDelta", "LXPool", "LXUser", "LXDeltaRepository", "LXSocket", "LXTransceiver"})
         EXPECT_NE(NSClassFromCString(name), nullptr) << name;
 }
 
@@ -87,7 +91,10 @@ TEST_F(DeltasTest, ArchiveBodies) {
     // LXPool: its name, nothing of the delegate.
     LXPool* pool1 = LXPool::poolWithName_(ns("P"));
     pool1->setDelegate_(NSMutableArray::array());
-    EXPECT_EQ(archiveOf(pool1), std::string("\x07\0\0\0LXPool\0" "\x09\0\0\0NSString\0" "\x02\0\0\0P\0", 30));
+    EXPECT_EQ(archiveOf(pool1), std::string("\x07\0\0\0LXPool\0"
+                                            "\x09\0\0\0NSString\0"
+                                            "\x02\0\0\0P\0",
+                                            30));
     // LXUser: the five fields as strings, in field order.
     std::string user = archiveOf(LXUser::userWithString_(ns("A B/C/D-E")));
     std::string expected = std::string("\x07\0\0\0LXUser\0", 11);
@@ -95,7 +102,8 @@ TEST_F(DeltasTest, ArchiveBodies) {
         expected += std::string("\x09\0\0\0NSString\0\x02\0\0\0", 17) + f + std::string(1, '\0');
     EXPECT_EQ(user, expected);
 
-    LXDelta* d = delta("John Smith/Sales/Acme-1", NSDictionary::dictionaryWithObjectsAndKeys_("set"_ns, "action"_ns, nullptr));
+    LXDelta* d = delta("John Smith/Sales/Acme-1",
+                       NSDictionary::dictionaryWithObjectsAndKeys_("set"_ns, "action"_ns, nullptr));
     d->setAddressee_(LXUser::userWithString_("Jane Doe/R&D/Acme-2-3"_ns));
     auto* back = static_cast<LXDelta*>(decode(archiveOf(d)));
     ASSERT_NE(back, nullptr);
@@ -131,15 +139,20 @@ TEST_F(DeltasTest, HostileArchivesDecodeToNil) {
         EXPECT_EQ(decode(badPool), nullptr);
         EXPECT_EQ(decode(badUser), nullptr);
     });
-    EXPECT_NE(out.find("NSUnarchiver: delta whose pool or users are of another class at byte"), std::string::npos) << out;
-    EXPECT_NE(out.find("NSUnarchiver: user field that is not a string at byte"), std::string::npos) << out;
+    EXPECT_NE(out.find("NSUnarchiver: delta whose pool or users are of another class at byte"),
+              std::string::npos)
+            << out;
+    EXPECT_NE(out.find("NSUnarchiver: user field that is not a string at byte"), std::string::npos)
+            << out;
 }
 
 TEST_F(DeltasTest, PostingStoresForOthersOnly) {
     LXDeltaRepository* store = LXTransceiver::defaultTransceiver()->deltaRepository();
     uint32_t before = store->count();
     LXDelta* d = delta("John Smith/Sales/Acme-1", ns("x"));
-    EXPECT_EQ(vt_test::logOf([&] { d->postTo_(LXUser::userWithString_("John Smith/Sales/Acme-1"_ns)); }), "cannot post delta to the same user as sender\n");
+    EXPECT_EQ(vt_test::logOf(
+                      [&] { d->postTo_(LXUser::userWithString_("John Smith/Sales/Acme-1"_ns)); }),
+              "cannot post delta to the same user as sender\n");
     EXPECT_EQ(store->count(), before);
     EXPECT_EQ(d->addressee(), nullptr);
     // The same name with another record id is another user.
@@ -199,7 +212,8 @@ TEST_F(DeltasTest, RepositorySurvivesARestart) {
         EXPECT_EQ(store->count(), 2u);
         LXDelta* first = store->firstDelta();
         ASSERT_NE(first, nullptr);
-        EXPECT_EQ(text(first->description()), "(Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2-b (NSString)");
+        EXPECT_EQ(text(first->description()),
+                  "(Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2-b (NSString)");
         EXPECT_EQ(text(static_cast<NSString*>(first->contents())), "one");
         store->removeDelta_(first);
         EXPECT_EQ(store->count(), 1u);

@@ -43,7 +43,8 @@ bool sendAll(int fd, const std::string& bytes, const std::atomic<bool>* stop = n
         if ((stop && *stop) || secondsSince(start) > 3) return false;
         pollfd p{fd, POLLOUT, 0};
         if (poll(&p, 1, 50) <= 0) continue;
-        ssize_t sent = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        ssize_t sent =
+                send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0) {
             if (errno == EAGAIN || errno == EINTR) continue;
             return false;
@@ -63,7 +64,8 @@ struct Received {
 
 // Reads until `want` bytes have come, the peer closed, a read failed, or
 // silenceMs passed without anything.
-Received readFrom(int fd, size_t want, int silenceMs = 2000, const std::atomic<bool>* stop = nullptr) {
+Received readFrom(int fd, size_t want, int silenceMs = 2000,
+                  const std::atomic<bool>* stop = nullptr) {
     Received r;
     auto start = std::chrono::steady_clock::now();
     auto last = start;
@@ -72,7 +74,8 @@ Received readFrom(int fd, size_t want, int silenceMs = 2000, const std::atomic<b
         pollfd p{fd, POLLIN, 0};
         if (poll(&p, 1, 20) <= 0) continue;
         char buffer[8192];
-        ssize_t got = recv(fd, buffer, std::min(sizeof buffer, want - r.bytes.size()), MSG_DONTWAIT);
+        ssize_t got =
+                recv(fd, buffer, std::min(sizeof buffer, want - r.bytes.size()), MSG_DONTWAIT);
         if (got == 0) {
             r.eof = true;
             break;
@@ -263,8 +266,8 @@ TEST(FaultProxy, PassForwardsBothWaysFaithfullyWithHalfClose) {
 
 // A fault struck where its plan says: the target has exactly the bytes the
 // plan lets through toward it, the client exactly those toward it.
-void expectStruckAt(const FaultPlan& plan, const std::string& request, const ReplyServer::Record& record,
-                    const Received& r) {
+void expectStruckAt(const FaultPlan& plan, const std::string& request,
+                    const ReplyServer::Record& record, const Received& r) {
     if (plan.direction == Direction::ToClient) {
         EXPECT_EQ(record.received, kRequest);
         EXPECT_TRUE(r.bytes == request.substr(0, plan.offset)) << r.bytes.size();
@@ -285,7 +288,8 @@ void checkCuts(size_t maxFaultOffset, uint32_t sequence, size_t n) {
     FaultProxy proxy(server.port(), options);
     std::string request = randomBytes(kRequest, sequence);
     for (size_t i = 0; i < n; i++) {
-        SCOPED_TRACE("connection " + std::to_string(i) + ", offset " + std::to_string(plans[i].offset));
+        SCOPED_TRACE("connection " + std::to_string(i) + ", offset " +
+                     std::to_string(plans[i].offset));
         Received r = exchange(proxy.port(), request);
         ReplyServer::Record record = server.finished(i);
         EXPECT_TRUE(r.eof);
@@ -312,7 +316,8 @@ TEST(FaultProxy, ResetGivesBothSidesConnectionReset) {
     FaultProxy proxy(server.port(), options);
     std::string request = randomBytes(kRequest, 9);
     for (size_t i = 0; i < n; i++) {
-        SCOPED_TRACE("connection " + std::to_string(i) + ", offset " + std::to_string(plans[i].offset));
+        SCOPED_TRACE("connection " + std::to_string(i) + ", offset " +
+                     std::to_string(plans[i].offset));
         Received r = exchange(proxy.port(), request);
         ReplyServer::Record record = server.finished(i);
         EXPECT_EQ(r.error, ECONNRESET);
@@ -346,7 +351,8 @@ TEST(FaultProxy, StallHoldsBothSidesSilentThenCloses) {
     for (std::thread& t : clients) t.join();
     std::multiset<size_t> expected, seen;
     for (size_t i = 0; i < 2; i++) {
-        SCOPED_TRACE("connection " + std::to_string(i) + ", offset " + std::to_string(plans[i].offset));
+        SCOPED_TRACE("connection " + std::to_string(i) + ", offset " +
+                     std::to_string(plans[i].offset));
         const Received& r = received[i];
         EXPECT_TRUE(r.eof);
         EXPECT_GE(r.seconds, 0.35) << "closed before the stall ended";

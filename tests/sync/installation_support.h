@@ -37,7 +37,9 @@ inline std::string envPath(const char* name) {
 
 inline int countOf(const std::string& text, const std::string& what) {
     int n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) n++;
+    for (size_t at = text.find(what); at != std::string::npos;
+         at = text.find(what, at + what.size()))
+        n++;
     return n;
 }
 
@@ -53,8 +55,10 @@ inline std::string valueOf(const std::string& line, const std::string& key) {
     for (size_t at = 0; at < line.size(); at++) {
         char c = line[at];
         if (quoted) {
-            if (c == '\\') at++;
-            else if (c == '"') quoted = false;
+            if (c == '\\')
+                at++;
+            else if (c == '"')
+                quoted = false;
             continue;
         }
         if (c == '{' || c == '[') depth++;
@@ -143,8 +147,9 @@ public:
     }
     bool start() {
         size_t from = readFile(_log).size();
-        _child.reset(new Child("exec " + quoteShell(envPath("VANTOR_RELAY_PATH")) + " --port " + std::to_string(_port) +
-                                       " --dir " + quoteShell(_dir) + " --timeout 2",
+        _child.reset(new Child("exec " + quoteShell(envPath("VANTOR_RELAY_PATH")) + " --port " +
+                                       std::to_string(_port) + " --dir " + quoteShell(_dir) +
+                                       " --timeout 2",
                                _log));
         std::string head = "listening on port ";
         bool up = waitFor(
@@ -172,7 +177,8 @@ private:
 class Installation {
 public:
     Installation() = default;
-    Installation(const std::string& dir, const std::string& password) : dir(dir), password(password) {}
+    Installation(const std::string& dir, const std::string& password)
+        : dir(dir), password(password) {}
     std::string commandLine(const std::string& args) const {
         return "cd " + quoteShell(dir) + " && VANTOR_PASSWORD=" + quoteShell(password) + " exec " +
                quoteShell(envPath("VANTOR_ADMIN_PATH")) + " " + args;
@@ -230,22 +236,26 @@ public:
 // sheet made there, a key (key make), the demo's configuration, and every
 // record pushed to it. Answers the new users' record ids; a failure is
 // reported to the test and leaves the list short.
-inline std::vector<std::string> addUsers(const Installation& first, std::vector<Installation*> installations,
-                                         const std::vector<std::pair<std::string, std::string>>& names) {
+inline std::vector<std::string> addUsers(
+        const Installation& first, std::vector<Installation*> installations,
+        const std::vector<std::pair<std::string, std::string>>& names) {
     std::vector<std::string> ids;
     std::string source = envPath("VANTOR_SOURCE_DIR");
     for (size_t i = 0; i < installations.size() && i < names.size(); i++) {
         Installation* user = installations[i];
-        std::string id = first.set("user", R"({"firstName": ")" + names[i].first + R"(", "lastName": ")" +
-                                                   names[i].second + R"(", "orgUnit": "Sales", "company": "Demo",
+        std::string id = first.set("user", R"({"firstName": ")" + names[i].first +
+                                                   R"(", "lastName": ")" + names[i].second +
+                                                   R"(", "orgUnit": "Sales", "company": "Demo",
                                   "role": "manager", "groups": "demo-group-admins"})");
         if (id.empty()) return ids;
-        ProgramResult key = first.admin("key make " + id + " --password-stdin", user->password + "\n");
+        ProgramResult key =
+                first.admin("key make " + id + " --password-stdin", user->password + "\n");
         EXPECT_EQ(key.status, 0) << key.err;
         if (key.status != 0) return ids;
         std::string keyFile = key.out.substr(0, key.out.find('\n'));
-        int copied = std::system(("mkdir -p " + quoteShell(user->dir + "/userkey") + " " + quoteShell(user->dir + "/data") +
-                                  " && cp -r " + quoteShell(source + "/demo/conf") + " " + quoteShell(user->dir) +
+        int copied = std::system(("mkdir -p " + quoteShell(user->dir + "/userkey") + " " +
+                                  quoteShell(user->dir + "/data") + " && cp -r " +
+                                  quoteShell(source + "/demo/conf") + " " + quoteShell(user->dir) +
                                   " && mv " + quoteShell(first.dir + "/" + keyFile) + " " +
                                   quoteShell(user->dir + "/userkey/"))
                                          .c_str());

@@ -39,7 +39,8 @@ protected:
         b = Installation(root + "/b", "bob-secret");
         c = Installation(root + "/c", "carol-secret");
         ASSERT_TRUE(makeFirstInstallation(a));
-        std::vector<std::string> ids = addUsers(a, {&b, &c}, {{"Bob", "Baker"}, {"Carol", "Cooper"}});
+        std::vector<std::string> ids =
+                addUsers(a, {&b, &c}, {{"Bob", "Baker"}, {"Carol", "Cooper"}});
         ASSERT_EQ(ids.size(), 2u);
         bobId = ids[0];
         carolId = ids[1];
@@ -54,10 +55,12 @@ protected:
     }
 
     static void syncAll() {
-        for (const Installation* i : {&a, &b, &c}) ASSERT_TRUE(i->syncDone(relay->port())) << i->dir;
+        for (const Installation* i : {&a, &b, &c})
+            ASSERT_TRUE(i->syncDone(relay->port())) << i->dir;
         // A second round brings what the first round made at B and C (the
         // replies of a message) to the others.
-        for (const Installation* i : {&a, &b, &c}) ASSERT_TRUE(i->syncDone(relay->port())) << i->dir;
+        for (const Installation* i : {&a, &b, &c})
+            ASSERT_TRUE(i->syncDone(relay->port())) << i->dir;
     }
 
     static std::string root;
@@ -89,7 +92,8 @@ TEST_F(InstallationsTest, PushBringsEveryRecordToTheNewUsers) {
 }
 
 TEST_F(InstallationsTest, RecordMadeAtAArrivesWholeWithItsStamps) {
-    std::string id = a.set("company", R"({"name": "Fresh Fields", "city": "Graz", "industry": "trade",
+    std::string id =
+            a.set("company", R"({"name": "Fresh Fields", "city": "Graz", "industry": "trade",
                                          "since": {"$date": "2020-02-02 00:00:00 +0100"}})");
     ASSERT_FALSE(id.empty());
     syncAll();
@@ -101,7 +105,8 @@ TEST_F(InstallationsTest, RecordMadeAtAArrivesWholeWithItsStamps) {
 }
 
 TEST_F(InstallationsTest, ChangesOfDifferentFieldsAtBAndCMerge) {
-    std::string id = a.set("company", R"({"name": "Merge Works", "city": "Linz", "industry": "software"})");
+    std::string id =
+            a.set("company", R"({"name": "Merge Works", "city": "Linz", "industry": "software"})");
     syncAll();
     b.set("company", R"({"__recordId": ")" + id + R"(", "city": "Salzburg"})");
     c.set("company", R"({"__recordId": ")" + id + R"(", "industry": "trade"})");
@@ -121,7 +126,8 @@ TEST_F(InstallationsTest, RemovalReplicates) {
     ProgramResult removed = b.admin("record remove company " + id);
     ASSERT_EQ(removed.status, 0) << removed.err;
     syncAll();
-    for (const Installation* i : {&a, &b, &c}) EXPECT_FALSE(i->records("company").count(id)) << i->dir;
+    for (const Installation* i : {&a, &b, &c})
+        EXPECT_FALSE(i->records("company").count(id)) << i->dir;
 }
 
 TEST_F(InstallationsTest, MessageRunsFromSentToDeliveredToRead) {
@@ -191,7 +197,8 @@ TEST_F(InstallationsTest, RelayKilledAndRestartedDuringABurstLosesNothing) {
     // other user), and again while B collects.
     int before = relay->enqueued();
     {
-        Child sync(a.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())), root + "/a-sync.log");
+        Child sync(a.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())),
+                   root + "/a-sync.log");
         ASSERT_TRUE(waitFor([&] { return relay->enqueued() >= before + 600; }, 60));
         relay->kill9();
         EXPECT_NE(sync.wait(30), 0) << "the sync should have lost its relay";
@@ -200,7 +207,8 @@ TEST_F(InstallationsTest, RelayKilledAndRestartedDuringABurstLosesNothing) {
     EXPECT_NE(relay->log().find("delta(s) restored"), std::string::npos);
     ASSERT_TRUE(a.syncDone(relay->port()));
     {
-        Child sync(b.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())), root + "/b-sync.log");
+        Child sync(b.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())),
+                   root + "/b-sync.log");
         ASSERT_TRUE(collecting(root + "/b-sync.log"));
         relay->kill9();
         sync.wait(30);
@@ -208,7 +216,8 @@ TEST_F(InstallationsTest, RelayKilledAndRestartedDuringABurstLosesNothing) {
     ASSERT_TRUE(relay->start()) << relay->log();
     ASSERT_TRUE(b.syncDone(relay->port()));
     ASSERT_TRUE(c.syncDone(relay->port()));
-    for (const Installation* i : {&a, &b, &c}) EXPECT_EQ(titlesWith(*i, "burst").size(), size_t(n)) << i->dir;
+    for (const Installation* i : {&a, &b, &c})
+        EXPECT_EQ(titlesWith(*i, "burst").size(), size_t(n)) << i->dir;
 }
 
 TEST_F(InstallationsTest, ClientKilledDuringSyncLosesNothing) {
@@ -216,7 +225,8 @@ TEST_F(InstallationsTest, ClientKilledDuringSyncLosesNothing) {
     ASSERT_EQ(a.admin("record set task", burst("killed", n)).status, 0);
     int before = relay->enqueued();
     {
-        Child sync(a.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())), root + "/a-kill.log");
+        Child sync(a.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())),
+                   root + "/a-kill.log");
         ASSERT_TRUE(waitFor([&] { return relay->enqueued() >= before + 100; }, 60));
     }
     // Killed: its lock stays behind, as a killed client's does, and the
@@ -224,13 +234,15 @@ TEST_F(InstallationsTest, ClientKilledDuringSyncLosesNothing) {
     ASSERT_EQ(std::remove((a.dir + "/vantor.lock").c_str()), 0);
     ASSERT_TRUE(a.syncDone(relay->port()));
     {
-        Child sync(c.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())), root + "/c-kill.log");
+        Child sync(c.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())),
+                   root + "/c-kill.log");
         ASSERT_TRUE(collecting(root + "/c-kill.log"));
     }
     std::remove((c.dir + "/vantor.lock").c_str());
     ASSERT_TRUE(c.syncDone(relay->port()));
     ASSERT_TRUE(b.syncDone(relay->port()));
-    for (const Installation* i : {&a, &b, &c}) EXPECT_EQ(titlesWith(*i, "killed").size(), size_t(n)) << i->dir;
+    for (const Installation* i : {&a, &b, &c})
+        EXPECT_EQ(titlesWith(*i, "killed").size(), size_t(n)) << i->dir;
 }
 
 // Deltas that B could never apply, waiting in the relay's store ahead of a
@@ -243,13 +255,16 @@ TEST_F(InstallationsTest, PoisonDeltasAtTheRelayAreKeptAsideAndTheRestArrives) {
         NSString* stem = NSString::stringWithUTF8String_((root + "/relay/_relay_").c_str());
         LXContainer* store = LXContainer::alloc()->initWithName_(stem);
         LXUser* sender = LXUser::userWithString_("Mallory Mole/Nowhere/Void-x"_ns);
-        LXUser* bob = LXUser::userWithString_(NSString::stringWithUTF8String_(("Bob Baker/Sales/Demo-" + bobId).c_str()));
+        LXUser* bob = LXUser::userWithString_(
+                NSString::stringWithUTF8String_(("Bob Baker/Sales/Demo-" + bobId).c_str()));
         NSMutableDictionary* contents = NSMutableDictionary::dictionary();
         contents->setObject_forKey_("delete"_ns, "action"_ns);
         contents->setObject_forKey_("company"_ns, "sheet"_ns);
         contents->setObject_forKey_("no-such-record"_ns, "objectId"_ns);
-        for (LXDelta* poison : {LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Other"_ns), sender, contents),
-                                LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Rk2pWn"_ns), sender, nullptr)}) {
+        for (LXDelta* poison : {LXDelta::deltaWithPool_sender_contents_(
+                                        LXPool::poolWithName_("Other"_ns), sender, contents),
+                                LXDelta::deltaWithPool_sender_contents_(
+                                        LXPool::poolWithName_("Rk2pWn"_ns), sender, nullptr)}) {
             poison->setAddressee_(bob);
             EXPECT_GE(store->set_(poison), 0);
         }
@@ -264,7 +279,8 @@ TEST_F(InstallationsTest, PoisonDeltasAtTheRelayAreKeptAsideAndTheRestArrives) {
     ProgramResult refused = b.admin("deltas --refused");
     EXPECT_EQ(refused.status, 0) << refused.err;
     std::vector<std::string> lines;
-    for (size_t start = 0, end; (end = refused.out.find('\n', start)) != std::string::npos; start = end + 1)
+    for (size_t start = 0, end; (end = refused.out.find('\n', start)) != std::string::npos;
+         start = end + 1)
         lines.push_back(refused.out.substr(start, end - start));
     ASSERT_EQ(lines.size(), 2u) << refused.out;
     EXPECT_EQ(valueOf(lines[0], "reason"), "pool Other not registered");
@@ -292,11 +308,14 @@ TEST_F(InstallationsTest, CutResetAndStalledConnectionsLoseNothing) {
     options.stallSeconds = 3;
     vt_test::FaultProxy proxy(static_cast<uint16_t>(relay->port()), options);
     // Through the faulty link until each side once got through a whole run.
-    for (const Installation* i : {&a, &b, &c}) EXPECT_TRUE(i->syncDone(proxy.port(), 400)) << i->dir;
+    for (const Installation* i : {&a, &b, &c})
+        EXPECT_TRUE(i->syncDone(proxy.port(), 400)) << i->dir;
     proxy.setFaultsEnabled(false);
     for (const Installation* i : {&a, &b, &c}) ASSERT_TRUE(i->syncDone(proxy.port())) << i->dir;
-    for (const Installation* i : {&a, &b, &c}) EXPECT_EQ(titlesWith(*i, "faulty").size(), size_t(n)) << i->dir;
-    for (auto fate : {vt_test::Fate::Cut, vt_test::Fate::Reset, vt_test::Fate::Stall, vt_test::Fate::Refuse})
+    for (const Installation* i : {&a, &b, &c})
+        EXPECT_EQ(titlesWith(*i, "faulty").size(), size_t(n)) << i->dir;
+    for (auto fate :
+         {vt_test::Fate::Cut, vt_test::Fate::Reset, vt_test::Fate::Stall, vt_test::Fate::Refuse})
         EXPECT_GT(proxy.count(fate), 0) << vt_test::fateName(fate);
 }
 

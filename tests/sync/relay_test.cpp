@@ -4,8 +4,8 @@
 // What is stored, delivered, refused and logged; restarts and a kill;
 // stalled and hostile clients; a port in use. Store failures are made in
 // process with the container's fault layer.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -32,7 +32,8 @@ class RelayTestDelegate : public NSObject {
 
 public:
     bool processDelta_(LXDelta* delta) {
-        seen.push_back(delta->contents() ? delta->contents()->description()->UTF8String() : "<nil>");
+        seen.push_back(delta->contents() ? delta->contents()->description()->UTF8String()
+                                         : "<nil>");
         return true;
     }
     std::vector<std::string> seen;
@@ -52,7 +53,7 @@ namespace {
 using namespace synctest;
 
 const char* kSender = "John Smith/Sales/Acme-1";
-const char* kJane = "Jane Doe/R&D/Acme-2";  // uniqueId "2"
+const char* kJane = "Jane Doe/R&D/Acme-2";      // uniqueId "2"
 const char* kMax = "Max Mustermann/IT/Acme-3";  // uniqueId "3"
 
 std::string relayPath() {
@@ -61,8 +62,8 @@ std::string relayPath() {
 }
 
 LXDelta* delta(const char* contents, const char* to = kJane) {
-    LXDelta* d = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_("Rk2pWn"_ns),
-                                                         LXUser::userWithString_(ns(kSender)), ns(contents));
+    LXDelta* d = LXDelta::deltaWithPool_sender_contents_(
+            LXPool::poolWithName_("Rk2pWn"_ns), LXUser::userWithString_(ns(kSender)), ns(contents));
     if (to) d->setAddressee_(LXUser::userWithString_(ns(to)));
     return d;
 }
@@ -72,7 +73,9 @@ std::string intBytes(int32_t value) {
     for (int i = 0; i < 4; i++) b[i] = static_cast<char>(static_cast<uint32_t>(value) >> (8 * i));
     return b;
 }
-std::string stringElement(const std::string& s) { return intBytes(static_cast<int32_t>(s.size())) + s + '\0'; }
+std::string stringElement(const std::string& s) {
+    return intBytes(static_cast<int32_t>(s.size())) + s + '\0';
+}
 std::string dataElement(const std::string& payload) {
     return intBytes(static_cast<int32_t>(payload.size())) + payload;
 }
@@ -107,13 +110,16 @@ public:
         _logPath = dir + "/relay-" + std::to_string(++serial) + ".log";
         std::string seconds = std::to_string(timeout);
         std::string path = relayPath();
-        std::vector<const char*> argv = {path.c_str(), "--port", "0", "--dir", dir.c_str(),
-                                         "--timeout", seconds.c_str(), nullptr};
+        std::vector<const char*> argv = {path.c_str(),    "--port",    "0",
+                                         "--dir",         dir.c_str(), "--timeout",
+                                         seconds.c_str(), nullptr};
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, _logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        posix_spawn_file_actions_addopen(&actions, 1, _logPath.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        if (posix_spawn(&_pid, path.c_str(), &actions, nullptr, const_cast<char**>(argv.data()), environ) != 0) {
+        if (posix_spawn(&_pid, path.c_str(), &actions, nullptr, const_cast<char**>(argv.data()),
+                        environ) != 0) {
             _pid = -1;
         }
         posix_spawn_file_actions_destroy(&actions);
@@ -121,7 +127,8 @@ public:
         EXPECT_TRUE(waitForLog("listening on port ")) << log();
         std::string text = log();
         size_t at = text.find("listening on port ");
-        if (at != std::string::npos) _port = static_cast<uint16_t>(std::atoi(text.c_str() + at + 18));
+        if (at != std::string::npos)
+            _port = static_cast<uint16_t>(std::atoi(text.c_str() + at + 18));
         EXPECT_NE(_port, 0);
     }
     ~RelayProcess() { stop(SIGKILL); }
@@ -176,7 +183,8 @@ int32_t deposit(uint16_t port, LXDelta* d, const char* announced = nullptr) {
     socket->sendInt_(1);
     socket->sendString_(announced ? ns(announced) : d->addressee()->uniqueId());
     std::string archive = archiveOf(d);
-    socket->sendData_(NSData::dataWithBytes_length_(archive.data(), static_cast<uint32_t>(archive.size())));
+    socket->sendData_(
+            NSData::dataWithBytes_length_(archive.data(), static_cast<uint32_t>(archive.size())));
     int32_t answer = socket->readInt();
     if (socket->isBroken()) answer = -1;
     socket->release();
@@ -247,7 +255,8 @@ TEST_F(RelayTest, EmptyCollectAnswersZeroAndCloses) {
     EXPECT_EQ(peer.read(4), intBytes(0));
     EXPECT_EQ(peer.readAll(), "");
     EXPECT_TRUE(relay.waitForLog("listening on port", 2));
-    EXPECT_EQ(relay.log(), "0 delta(s) restored\nlistening on port " + std::to_string(relay.port()) +
+    EXPECT_EQ(relay.log(), "0 delta(s) restored\nlistening on port " +
+                                   std::to_string(relay.port()) +
                                    "\nnew connection accepted - 2\nlistening on port " +
                                    std::to_string(relay.port()) + "\n");
 }
@@ -265,19 +274,20 @@ TEST_F(RelayTest, TransceiversDepositAndCollectThroughTheRelay) {
         sender->setUser_(LXUser::userWithString_(ns(kSender)));
         sender->registerPool_(channel);
         for (const char* word : {"one", "two"}) {
-            sender->post_to_(LXDelta::deltaWithPool_sender_contents_(channel, LXUser::userWithString_(ns(kSender)),
-                                                                     ns(word)),
+            sender->post_to_(LXDelta::deltaWithPool_sender_contents_(
+                                     channel, LXUser::userWithString_(ns(kSender)), ns(word)),
                              LXUser::userWithString_(ns(kJane)));
         }
-        std::string log = vt_test::logOf([&] { sender->checkWithPort_host_(relay.port(), "127.0.0.1"_ns); });
+        std::string log =
+                vt_test::logOf([&] { sender->checkWithPort_host_(relay.port(), "127.0.0.1"_ns); });
         EXPECT_EQ(log,
                   "checking deltas - to be sent: 2\nsending delta 1\n"
                   "checking deltas - to be sent: 1\nsending delta 2\nshould get 0 delta(s)\n");
         EXPECT_EQ(sender->deltaRepository()->count(), 0u);
         sender->release();
     }
-    EXPECT_EQ(occurrences(relay.log(), std::string("delta enqueued: (Rk2pWn) ") + kSender + " -> " + kJane +
-                                               " (NSString), total users: 1\n"),
+    EXPECT_EQ(occurrences(relay.log(), std::string("delta enqueued: (Rk2pWn) ") + kSender + " -> " +
+                                               kJane + " (NSString), total users: 1\n"),
               2u);
     {
         InDir in(janeDir);
@@ -305,7 +315,8 @@ TEST_F(RelayTest, RestartRestoresQueuesInArrivalOrder) {
     {
         RelayProcess relay(dir);
         // Enough ids that the store's set of them is not in numeric order.
-        for (int i = 1; i <= 11; i++) ASSERT_EQ(deposit(relay.port(), delta(("j" + std::to_string(i)).c_str())), 1);
+        for (int i = 1; i <= 11; i++)
+            ASSERT_EQ(deposit(relay.port(), delta(("j" + std::to_string(i)).c_str())), 1);
         ASSERT_EQ(deposit(relay.port(), delta("m1", kMax)), 1);
         EXPECT_TRUE(relay.waitForLog("total users: 2"));
         relay.stop();
@@ -314,7 +325,8 @@ TEST_F(RelayTest, RestartRestoresQueuesInArrivalOrder) {
     EXPECT_EQ(relay.log().substr(0, 21), "12 delta(s) restored\n");
     Collected jane = collect(relay.port(), "2");
     EXPECT_EQ(jane.announced, 11);
-    EXPECT_EQ(jane.contents, words({"j1", "j2", "j3", "j4", "j5", "j6", "j7", "j8", "j9", "j10", "j11"}));
+    EXPECT_EQ(jane.contents,
+              words({"j1", "j2", "j3", "j4", "j5", "j6", "j7", "j8", "j9", "j10", "j11"}));
     Collected max = collect(relay.port(), "3");
     EXPECT_EQ(max.contents, words({"m1"}));
     EXPECT_EQ(collect(relay.port(), "2").announced, 0);
@@ -326,7 +338,8 @@ TEST_F(RelayTest, UnknownCommandIsClosedWithoutReply) {
     RawPeer peer(vt_test::connectLoopback(relay.port()));
     peer.write(intBytes(7) + stringElement("2"));
     EXPECT_EQ(peer.readAll(), "");
-    EXPECT_TRUE(relay.waitForLog("new connection accepted - 7\nunknown command 7 - connection closed\n"));
+    EXPECT_TRUE(relay.waitForLog(
+            "new connection accepted - 7\nunknown command 7 - connection closed\n"));
     // And the relay goes on.
     EXPECT_EQ(collect(relay.port(), "2").announced, 0);
 }
@@ -344,7 +357,8 @@ TEST_F(RelayTest, SameDeltaDepositedTwiceIsDeliveredTwice) {
 TEST_F(RelayTest, BrokenCollectKeepsTheRestAcknowledgedStayDeleted) {
     {
         RelayProcess relay(dir);
-        for (const char* word : {"a", "b", "c", "d", "e"}) ASSERT_EQ(deposit(relay.port(), delta(word)), 1);
+        for (const char* word : {"a", "b", "c", "d", "e"})
+            ASSERT_EQ(deposit(relay.port(), delta(word)), 1);
         Collected first = collect(relay.port(), "2", 2);  // acks a, b; closes at c
         EXPECT_EQ(first.announced, 5);
         EXPECT_EQ(first.contents, words({"a", "b", "c"}));
@@ -363,9 +377,9 @@ TEST_F(RelayTest, BrokenCollectKeepsTheRestAcknowledgedStayDeleted) {
 TEST_F(RelayTest, PortInUseEndsWithSocketNotBound) {
     RelayProcess relay(dir);
     std::string other = vt_test::makeTempDir("vt-relay-c");
-    vt_test::ProgramResult result = vt_test::runProgram(vt_test::quoteShell(relayPath()) + " --port " +
-                                                        std::to_string(relay.port()) + " --dir " +
-                                                        vt_test::quoteShell(other));
+    vt_test::ProgramResult result = vt_test::runProgram(vt_test::quoteShell(relayPath()) +
+                                                        " --port " + std::to_string(relay.port()) +
+                                                        " --dir " + vt_test::quoteShell(other));
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(occurrences(result.out, "listening"), 0u);
     const std::string last = "\nsocket not bound\n";
@@ -376,13 +390,15 @@ TEST_F(RelayTest, PortInUseEndsWithSocketNotBound) {
 
 TEST_F(RelayTest, BadOptionsGiveUsageAndStatusTwo) {
     for (const char* args : {"--port 70000", "--port", "--timeout -1", "--verbose", "--dir ''"}) {
-        vt_test::ProgramResult result = vt_test::runProgram(vt_test::quoteShell(relayPath()) + " " + args);
+        vt_test::ProgramResult result =
+                vt_test::runProgram(vt_test::quoteShell(relayPath()) + " " + args);
         EXPECT_EQ(result.status, 2) << args;
         EXPECT_NE(result.err.find("usage: vantor-relay"), std::string::npos) << args;
         EXPECT_EQ(result.out, "") << args;
     }
     vt_test::ProgramResult missing =
-            vt_test::runProgram(vt_test::quoteShell(relayPath()) + " --port 0 --dir " + vt_test::quoteShell(dir + "/none"));
+            vt_test::runProgram(vt_test::quoteShell(relayPath()) + " --port 0 --dir " +
+                                vt_test::quoteShell(dir + "/none"));
     EXPECT_EQ(missing.status, 1);
     EXPECT_NE(missing.err.find("can't enter"), std::string::npos);
     EXPECT_FALSE(vtFileStatus((dir + "/none").c_str(), nullptr));
@@ -405,7 +421,8 @@ TEST_F(RelayTest, StalledClientsDoNotBlockOthersBeyondTheTimeout) {
     EXPECT_EQ(deposit(relay.port(), delta("whole")), 1);
     EXPECT_LT(secondsSince(start), 3.5);
     EXPECT_EQ(halfway.readAll(), "");  // no acknowledgement
-    EXPECT_TRUE(relay.waitForLog("socket: read of 1000 bytes timed out after 1.0 s with 10 received"));
+    EXPECT_TRUE(
+            relay.waitForLog("socket: read of 1000 bytes timed out after 1.0 s with 10 received"));
     EXPECT_EQ(collect(relay.port(), "2").contents, words({"whole"}));
 }
 
@@ -421,10 +438,12 @@ TEST_F(RelayTest, OversizeLengthsAreRefusedBeforeAllocation) {
         peer.write(intBytes(2) + intBytes(0x7FFFFFFF) + "2");
         EXPECT_EQ(peer.readAll(), "");
     }
-    EXPECT_TRUE(relay.waitForLog("socket: data of 268435456 bytes refused (limit 16777216); connection dropped\n"
-                                 "deposit refused: no delta received\n"));
-    EXPECT_TRUE(relay.waitForLog("socket: string of 2147483647 bytes refused (limit 16777216); connection dropped\n"
-                                 "collect refused: no user received\n"));
+    EXPECT_TRUE(relay.waitForLog(
+            "socket: data of 268435456 bytes refused (limit 16777216); connection dropped\n"
+            "deposit refused: no delta received\n"));
+    EXPECT_TRUE(relay.waitForLog(
+            "socket: string of 2147483647 bytes refused (limit 16777216); connection dropped\n"
+            "collect refused: no user received\n"));
     EXPECT_EQ(collect(relay.port(), "2").announced, 0);
 }
 
@@ -434,7 +453,8 @@ TEST_F(RelayTest, DepositsThatCannotBeDeliveredAreRefused) {
     EXPECT_EQ(deposit(relay.port(), delta("wrong"), "3"), -1);
     EXPECT_TRUE(relay.waitForLog("deposit refused: announced for 3, addressed to 2\n"));
     // Not a delta; a delta with no addressee.
-    for (NSObject* object : {static_cast<NSObject*>(ns("text")), static_cast<NSObject*>(delta("lost", nullptr))}) {
+    for (NSObject* object :
+         {static_cast<NSObject*>(ns("text")), static_cast<NSObject*>(delta("lost", nullptr))}) {
         RawPeer peer(vt_test::connectLoopback(relay.port()));
         peer.write(intBytes(1) + stringElement("2") + deltaElement(object));
         EXPECT_EQ(peer.readAll(), "");
@@ -450,22 +470,30 @@ TEST_F(RelayTest, DepositsThatCannotBeDeliveredAreRefused) {
 TEST_F(RelayTest, DepositsTheAddresseeCannotProcessAreRefused) {
     RelayProcess relay(dir);
     auto addressed = [](LXPool* pool, NSObject* contents) {
-        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(pool, LXUser::userWithString_(ns(kSender)), contents);
+        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(
+                pool, LXUser::userWithString_(ns(kSender)), contents);
         d->setAddressee_(LXUser::userWithString_(ns(kJane)));
         return d;
     };
     EXPECT_EQ(deposit(relay.port(), addressed(nullptr, ns("no pool"))), -1);
     EXPECT_EQ(deposit(relay.port(), addressed(LXPool::poolWithName_(""_ns), ns("empty name"))), -1);
-    EXPECT_EQ(deposit(relay.port(), addressed(LXPool::poolWithName_("Rk2pWx"_ns), ns("other pool"))), -1);
+    EXPECT_EQ(
+            deposit(relay.port(), addressed(LXPool::poolWithName_("Rk2pWx"_ns), ns("other pool"))),
+            -1);
     EXPECT_EQ(deposit(relay.port(), addressed(LXPool::poolWithName_("Rk2pWn"_ns), nullptr)), -1);
     EXPECT_EQ(deposit(relay.port(), delta("fine")), 1);
     std::string prefix = std::string("deposit refused: ");
     EXPECT_TRUE(relay.waitForLog("delta enqueued"));
     std::string log = relay.log();
-    EXPECT_EQ(occurrences(log, prefix + "no pool: ((null)) " + kSender + " -> " + kJane + " (NSString)\n"), 1u) << log;
+    EXPECT_EQ(occurrences(log, prefix + "no pool: ((null)) " + kSender + " -> " + kJane +
+                                       " (NSString)\n"),
+              1u)
+            << log;
     EXPECT_EQ(occurrences(log, prefix + "no pool: () " + kSender), 1u) << log;
     EXPECT_EQ(occurrences(log, prefix + "unknown pool: (Rk2pWx) " + kSender), 1u) << log;
-    EXPECT_EQ(occurrences(log, prefix + "no contents: (Rk2pWn) " + kSender + " -> " + kJane + " ((null))\n"), 1u)
+    EXPECT_EQ(occurrences(log, prefix + "no contents: (Rk2pWn) " + kSender + " -> " + kJane +
+                                       " ((null))\n"),
+              1u)
             << log;
     EXPECT_EQ(collect(relay.port(), "2").contents, words({"fine"}));
 }
@@ -506,7 +534,8 @@ TEST_F(RelayTest, FailedStoreIsNotAcknowledged) {
     std::string log;
     for (int failingWrite : {1, 2}) {
         EXPECT_EQ(exchange(failingWrite, &log), "") << failingWrite;
-        EXPECT_NE(log.find("deposit not stored: (Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2 (NSString) - "
+        EXPECT_NE(log.find("deposit not stored: (Rk2pWn) John Smith/Sales/Acme-1 -> Jane "
+                           "Doe/R&D/Acme-2 (NSString) - "
                            "no acknowledgement\n"),
                   std::string::npos)
                 << log;
@@ -516,7 +545,9 @@ TEST_F(RelayTest, FailedStoreIsNotAcknowledged) {
     relay->release();
     EXPECT_EQ(vt_test::logOf([&] { relay = LXRelay::alloc()->init(); }), "0 delta(s) restored\n");
     EXPECT_EQ(exchange(0, &log), intBytes(1));
-    EXPECT_EQ(log, "delta enqueued: (Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2 (NSString), total users: 1\n");
+    EXPECT_EQ(log,
+              "delta enqueued: (Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2 (NSString), "
+              "total users: 1\n");
     relay->release();
     EXPECT_EQ(vt_test::logOf([&] { relay = LXRelay::alloc()->init(); }), "1 delta(s) restored\n");
     relay->release();

@@ -64,15 +64,21 @@ TEST_F(SocketTest, ElementsOnTheWireWithoutKey) {
     EXPECT_EQ(wire(nullptr, [](LXSocket* s) { EXPECT_TRUE(s->sendShort_(258)); }), "02 01");
     EXPECT_EQ(wire(nullptr, [](LXSocket* s) { s->sendShort_(-1); }), "FF FF");
     // The length doesn't count the NUL; the NUL goes out all the same.
-    EXPECT_EQ(wire(nullptr, [](LXSocket* s) { s->sendString_("abc"_ns); }), "03 00 00 00 61 62 63 00");
+    EXPECT_EQ(wire(nullptr, [](LXSocket* s) { s->sendString_("abc"_ns); }),
+              "03 00 00 00 61 62 63 00");
     EXPECT_EQ(wire(nullptr, [](LXSocket* s) { s->sendString_(""_ns); }), "00 00 00 00 00");
     EXPECT_EQ(wire(nullptr, [](LXSocket* s) { s->sendString_(nullptr); }), "00 00 00 00 00");
     // UTF-8 length, not characters: "é" is two bytes.
-    EXPECT_EQ(wire(nullptr, [](LXSocket* s) { s->sendString_(ns("\xC3\xA9")); }), "02 00 00 00 C3 A9 00");
-    EXPECT_EQ(wire(nullptr, [](LXSocket* s) { EXPECT_TRUE(s->sendData_(NSData::dataWithBytes_length_("abc", 3))); }),
+    EXPECT_EQ(wire(nullptr, [](LXSocket* s) { s->sendString_(ns("\xC3\xA9")); }),
+              "02 00 00 00 C3 A9 00");
+    EXPECT_EQ(wire(nullptr,
+                   [](LXSocket* s) {
+                       EXPECT_TRUE(s->sendData_(NSData::dataWithBytes_length_("abc", 3)));
+                   }),
               "03 00 00 00 61 62 63");
     // Empty data is the length alone.
-    EXPECT_EQ(wire(nullptr, [](LXSocket* s) { EXPECT_TRUE(s->sendData_(NSData::data())); }), "00 00 00 00");
+    EXPECT_EQ(wire(nullptr, [](LXSocket* s) { EXPECT_TRUE(s->sendData_(NSData::data())); }),
+              "00 00 00 00");
     // An object is one data element holding its archive (21 bytes here).
     EXPECT_EQ(wire(nullptr, [](LXSocket* s) { EXPECT_TRUE(s->sendObject_(ns("abc"))); }),
               "15 00 00 00 09 00 00 00 4E 53 53 74 72 69 6E 67 00 04 00 00 00 61 62 63 00");
@@ -109,8 +115,13 @@ TEST_F(SocketTest, SendDataLeavesTheDataEnciphered) {
 
 TEST_F(SocketTest, ReadsEveryElementKind) {
     LXSocket* socket = connectClient("Mq7Tarn"_ns);
-    std::string bytes = std::string("\x01\0\0\0" "\xFE\xFF" "\x07\0\0\0", 10) + std::string("\x03\0\0\0abc\0", 8) +
-                        std::string("\0\0\0\0", 4) + std::string("\x03\0\0\0", 4) + cipher("xyz", true);
+    std::string bytes = std::string(
+                                "\x01\0\0\0"
+                                "\xFE\xFF"
+                                "\x07\0\0\0",
+                                10) +
+                        std::string("\x03\0\0\0abc\0", 8) + std::string("\0\0\0\0", 4) +
+                        std::string("\x03\0\0\0", 4) + cipher("xyz", true);
     std::string archive = cipher(archiveOf(ns("hello")), true);
     bytes += std::string("\0\0\0", 3).insert(0, 1, static_cast<char>(archive.size())) + archive;
     ASSERT_TRUE(peer->write(bytes));
@@ -147,11 +158,12 @@ TEST_F(SocketTest, PeerClosingHalfwayGivesNothing) {
     peer->write(std::string("\x05\0\0\0ab", 6));
     peer.reset();
     EXPECT_EQ(vt_test::logOf([&] {
-        EXPECT_EQ(socket->readData(), nullptr);
-        // Nothing further either, and a closed peer is no log line.
-        EXPECT_EQ(socket->readInt(), 0);
-        EXPECT_EQ(socket->readBytesWithLength_(1), nullptr);
-    }), "");
+                  EXPECT_EQ(socket->readData(), nullptr);
+                  // Nothing further either, and a closed peer is no log line.
+                  EXPECT_EQ(socket->readInt(), 0);
+                  EXPECT_EQ(socket->readBytesWithLength_(1), nullptr);
+              }),
+              "");
 }
 
 TEST_F(SocketTest, SilentPeerTimesOut) {
@@ -159,15 +171,16 @@ TEST_F(SocketTest, SilentPeerTimesOut) {
     socket->setReceiveTimeout_(0.2);
     auto start = std::chrono::steady_clock::now();
     double first = 0;
-    EXPECT_EQ(vt_test::logOf([&] {
-                  EXPECT_EQ(socket->readInt(), 0);
-                  first = secondsSince(start);
-                  // Broken from now on: the next read fails at once, even with data.
-                  peer->write(std::string("\x01\0\0\0", 4));
-                  EXPECT_EQ(socket->readInt(), 0);
-                  EXPECT_EQ(socket->readString(), nullptr);
-              }),
-              "socket: read of 4 bytes timed out after 0.2 s with 0 received; connection dropped\n");
+    EXPECT_EQ(
+            vt_test::logOf([&] {
+                EXPECT_EQ(socket->readInt(), 0);
+                first = secondsSince(start);
+                // Broken from now on: the next read fails at once, even with data.
+                peer->write(std::string("\x01\0\0\0", 4));
+                EXPECT_EQ(socket->readInt(), 0);
+                EXPECT_EQ(socket->readString(), nullptr);
+            }),
+            "socket: read of 4 bytes timed out after 0.2 s with 0 received; connection dropped\n");
     EXPECT_GE(first, 0.19);
     EXPECT_LT(secondsSince(start), 5.0);
     EXPECT_TRUE(socket->isBroken());
@@ -208,7 +221,8 @@ TEST_F(SocketTest, AbsurdLengthsAreRefusedBeforeAllocating) {
     second->setMaximumLength_(1024);
     // A negative string length (-1 would make the read of N + 1 bytes empty).
     peer->write(std::string("\xFF\xFF\xFF\xFF", 4));
-    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(second->readString(), nullptr); }), "socket: string of -1 bytes refused (limit 1024); connection dropped\n");
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_EQ(second->readString(), nullptr); }),
+              "socket: string of -1 bytes refused (limit 1024); connection dropped\n");
 
     // At the limit itself the payload is read.
     LXSocket* third = connectClient(nullptr);
@@ -247,7 +261,8 @@ TEST_F(SocketTest, AcceptedSocketDeciphersWithTheListenersKey) {
 
 TEST_F(SocketTest, ConnectionFailures) {
     LXSocket* socket = LXSocket::socket();
-    EXPECT_STREQ(NSNil(socket->resolveHostName_("localhost"_ns), &NSString::UTF8String), "127.0.0.1");
+    EXPECT_STREQ(NSNil(socket->resolveHostName_("localhost"_ns), &NSString::UTF8String),
+                 "127.0.0.1");
     EXPECT_EQ(socket->resolveHostName_("no-such-host.invalid"_ns), nullptr);
     EXPECT_EQ(socket->resolveHostName_(""_ns), nullptr);
     EXPECT_FALSE(socket->connect_port_("no-such-host.invalid"_ns, 1));
@@ -261,9 +276,13 @@ TEST_F(SocketTest, ConnectionFailures) {
 
     // Binding a port in use logs the error and closes the socket.
     LXSocket* second = LXSocket::socket();
-    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(second->bindToAddress_port_("127.0.0.1"_ns, listener.port())); }), "bind() failed: 98.\n");
+    EXPECT_EQ(vt_test::logOf([&] {
+                  EXPECT_FALSE(second->bindToAddress_port_("127.0.0.1"_ns, listener.port()));
+              }),
+              "bind() failed: 98.\n");
     EXPECT_EQ(second->handle(), LXSocket::kInvalidHandle);
-    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(second->listen_(10)); }), "listen(): Error listening on socket 9.\n");
+    EXPECT_EQ(vt_test::logOf([&] { EXPECT_FALSE(second->listen_(10)); }),
+              "listen(): Error listening on socket 9.\n");
 }
 
 TEST_F(SocketTest, SendToAVanishedPeerFailsWithoutEndingTheProcess) {
@@ -272,7 +291,8 @@ TEST_F(SocketTest, SendToAVanishedPeerFailsWithoutEndingTheProcess) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     std::string big(1 << 20, 'x');
     bool allSent = true;
-    for (int i = 0; i < 8 && allSent; i++) allSent = socket->sendBytes_length_(big.data(), static_cast<uint32_t>(big.size()));
+    for (int i = 0; i < 8 && allSent; i++)
+        allSent = socket->sendBytes_length_(big.data(), static_cast<uint32_t>(big.size()));
     EXPECT_FALSE(allSent);
 }
 

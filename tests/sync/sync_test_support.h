@@ -4,12 +4,12 @@
 // Included by one test file per program.
 #pragma once
 
-#include <memory>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <memory>
 
 #include <atomic>
 #include <chrono>
@@ -27,13 +27,15 @@
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
 #include "sync/LXDelta.h"
-#include "tests/support/LoopbackSocket.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/LoopbackSocket.h"
 #include "tests/support/TempDir.h"
 
 namespace synctest {
 
-inline NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
+inline NSString* ns(const std::string& text) {
+    return NSString::stringWithUTF8String_(text.c_str());
+}
 
 // A fresh temporary directory as the working directory while it lives.
 class ScopedWorkDir : public vt_test::TempDir {
@@ -68,7 +70,8 @@ public:
     // only if it ended (a stuck thread keeps it).
     bool join(double seconds) {
         auto start = std::chrono::steady_clock::now();
-        while (!_done && synctest::secondsSince(start) < seconds) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        while (!_done && synctest::secondsSince(start) < seconds)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
         return _done;
     }
     bool done() const { return _done; }
@@ -112,7 +115,9 @@ public:
     std::string read(size_t n, int timeoutMs = 2000) {
         std::string out;
         while (out.size() < n) {
-            struct pollfd p{_fd, POLLIN, 0};
+            struct pollfd p {
+                _fd, POLLIN, 0
+            };
             if (poll(&p, 1, timeoutMs) <= 0) break;
             char buffer[4096];
             ssize_t got = recv(_fd, buffer, std::min(sizeof buffer, n - out.size()), 0);
@@ -124,7 +129,8 @@ public:
     // Everything until the peer closes (or 2 s of silence).
     std::string readAll(int timeoutMs = 2000) { return read(1 << 24, timeoutMs); }
     bool write(const std::string& bytes) {
-        return send(_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+        return send(_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(bytes.size());
     }
     int32_t readInt() {
         std::string b = read(4);
@@ -136,7 +142,8 @@ public:
         int32_t n = readInt();
         if (n < 0) return "<none>";
         std::string b = read(static_cast<size_t>(n) + 1);
-        return b.size() == static_cast<size_t>(n) + 1 ? b.substr(0, static_cast<size_t>(n)) : "<short>";
+        return b.size() == static_cast<size_t>(n) + 1 ? b.substr(0, static_cast<size_t>(n))
+                                                      : "<short>";
     }
     // The payload of a data element, still enciphered.
     std::string readPayload() {
@@ -146,7 +153,8 @@ public:
     }
     bool writeInt(int32_t value) {
         std::string b(4, '\0');
-        for (int i = 0; i < 4; i++) b[i] = static_cast<char>(static_cast<uint32_t>(value) >> (8 * i));
+        for (int i = 0; i < 4; i++)
+            b[i] = static_cast<char>(static_cast<uint32_t>(value) >> (8 * i));
         return write(b);
     }
     void shutdownBoth() { shutdown(_fd, SHUT_RDWR); }
@@ -160,7 +168,7 @@ class RawListener {
 public:
     RawListener() {
         _fd = socket(AF_INET, SOCK_STREAM, 0);
-        struct sockaddr_in address{};
+        struct sockaddr_in address {};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         address.sin_port = 0;
@@ -174,7 +182,9 @@ public:
     uint16_t port() const { return _port; }
     // -1 when nobody connected within the time or the listener was shut.
     int accept(int timeoutMs = 3000) {
-        struct pollfd p{_fd, POLLIN, 0};
+        struct pollfd p {
+            _fd, POLLIN, 0
+        };
         if (poll(&p, 1, timeoutMs) <= 0) return -1;
         return ::accept(_fd, nullptr, nullptr);
     }
@@ -183,7 +193,6 @@ private:
     int _fd = -1;
     uint16_t _port = 0;
 };
-
 
 inline std::string bytesOf(NSData* data) {
     void* bytes = data->bytes();
@@ -367,6 +376,7 @@ public:
     void TearDown() override { dir.reset(); }
     std::unique_ptr<ScopedWorkDir> dir;
 };
-inline const auto* const kWorkDirEnvironment = ::testing::AddGlobalTestEnvironment(new WorkDirEnvironment);
+inline const auto* const kWorkDirEnvironment =
+        ::testing::AddGlobalTestEnvironment(new WorkDirEnvironment);
 
 }  // namespace synctest

@@ -33,7 +33,8 @@ public:
         std::unique_lock<std::mutex> held;
         if (transactionLock) held = std::unique_lock<std::mutex>(*transactionLock);
         std::lock_guard<std::mutex> guard(mutex);
-        std::string contents = delta->contents() ? delta->contents()->description()->UTF8String() : "<nil>";
+        std::string contents =
+                delta->contents() ? delta->contents()->description()->UTF8String() : "<nil>";
         seen.push_back(contents);
         return refuse.count(contents) == 0;
     }
@@ -58,7 +59,6 @@ NS_CLASS_BEGIN(TestDelegate, NSObject)
 NS_CLASS_END(TestDelegate)
 
 namespace {
-
 
 const char* kMe = "Jane Doe/R&D/Acme-2-b";
 const char* kOther = "John Smith/Sales/Acme-1";
@@ -96,13 +96,15 @@ protected:
     // A delta from the other user to this one, as the relay holds it.
     LXDelta* incoming(const char* contents, const char* poolName = "Rk2pWn") {
         LXDelta* d = LXDelta::deltaWithPool_sender_contents_(LXPool::poolWithName_(ns(poolName)),
-                                                             LXUser::userWithString_(ns(kOther)), ns(contents));
+                                                             LXUser::userWithString_(ns(kOther)),
+                                                             ns(contents));
         d->setAddressee_(LXUser::userWithString_(ns(kMe)));
         return d;
     }
 
     void post(const char* contents) {
-        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(channel, LXUser::userWithString_(ns(kMe)), ns(contents));
+        LXDelta* d = LXDelta::deltaWithPool_sender_contents_(
+                channel, LXUser::userWithString_(ns(kMe)), ns(contents));
         transceiver->post_to_(d, LXUser::userWithString_(ns(kOther)));
     }
 
@@ -151,7 +153,8 @@ TEST_F(TransceiverTest, ThreeDeltasAreFourConnections) {
               "should get 0 delta(s)\n");
     EXPECT_EQ(r.connections(), 4);
     // Each deposit carries the addressee's unique id, then the whole delta.
-    std::string deposit = std::string("deposit 1 (Rk2pWn) ") + kMe + " -> " + kOther + " (NSString)\n";
+    std::string deposit =
+            std::string("deposit 1 (Rk2pWn) ") + kMe + " -> " + kOther + " (NSString)\n";
     EXPECT_EQ(joined(r.events()), deposit + deposit + deposit + "collect 2-b dummy_group\n");
     EXPECT_EQ(transceiver->deltaRepository()->count(), 0u);
 }
@@ -171,7 +174,8 @@ TEST_F(TransceiverTest, DepositWithoutOneStaysInTheStore) {
     post("one");
     post("two");
     EXPECT_EQ(cycle(r.port()),
-              "checking deltas - to be sent: 2\nsending delta 1\nreception not committed\nshould get 0 delta(s)\n");
+              "checking deltas - to be sent: 2\nsending delta 1\nreception not committed\nshould "
+              "get 0 delta(s)\n");
     EXPECT_EQ(transceiver->deltaRepository()->count(), 2u);
     // Sent again next time, so the relay may hold it twice.
     r.setDepositReply(1);
@@ -225,9 +229,9 @@ TEST_F(TransceiverTest, PoisonDeltasAreKeptAsideAndTheQueueMovesOn) {
               "pool elsewhere not registered\n"
               "delta kept aside in _refused_: pool elsewhere not registered: (elsewhere) " +
                       std::string(kOther) + " -> " + kMe + " (NSString)\n" +
-                      "delta kept aside in _refused_: no pool: () " + kOther + " -> " + kMe + " (NSString)\n" +
-                      "delta kept aside in _refused_: no contents: (Rk2pWn) " + kOther + " -> " + kMe +
-                      " ((null))\n");
+                      "delta kept aside in _refused_: no pool: () " + kOther + " -> " + kMe +
+                      " (NSString)\n" + "delta kept aside in _refused_: no contents: (Rk2pWn) " +
+                      kOther + " -> " + kMe + " ((null))\n");
     EXPECT_EQ(joined(delegate->seenNow()), "a\ne\n");
     EXPECT_EQ(joined(r.events()), "collect 2-b dummy_group\nack\nack\nack\nack\nack\nack\n");
     EXPECT_EQ(r.waiting(), 0u);
@@ -239,7 +243,8 @@ TEST_F(TransceiverTest, PoisonDeltasAreKeptAsideAndTheQueueMovesOn) {
     ASSERT_EQ(ids->count(), 4u);
     std::vector<std::string> reasons;
     for (uint32_t i = 0; i < ids->count(); i++) {
-        LXRefusedDelta* entry = refused->refusedDeltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
+        LXRefusedDelta* entry =
+                refused->refusedDeltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
         ASSERT_NE(entry, nullptr);
         reasons.push_back(entry->reason()->UTF8String());
         ASSERT_NE(entry->archive(), nullptr);
@@ -254,7 +259,8 @@ TEST_F(TransceiverTest, PoisonDeltasAreKeptAsideAndTheQueueMovesOn) {
                       again->description()->UTF8String());
         }
     }
-    EXPECT_EQ(joined(reasons), "not a delta\npool elsewhere not registered\nno pool\nno contents\n");
+    EXPECT_EQ(joined(reasons),
+              "not a delta\npool elsewhere not registered\nno pool\nno contents\n");
 }
 
 // A refused delta that can't be stored aside is not acknowledged: it stays
@@ -266,7 +272,8 @@ TEST_F(TransceiverTest, PoisonThatCannotBeKeptAsideStaysAtTheRelay) {
     LXContainer::failWriteForTesting(1);
     std::string log = cycle(r.port());
     LXContainer::failWriteForTesting(0);
-    EXPECT_NE(log.find("delta could not be kept aside (pool elsewhere not registered) - not acknowledged\n"),
+    EXPECT_NE(log.find("delta could not be kept aside (pool elsewhere not registered) - not "
+                       "acknowledged\n"),
               std::string::npos)
             << log;
     EXPECT_EQ(r.waiting(), 1u);
@@ -276,13 +283,16 @@ TEST_F(TransceiverTest, PoisonThatCannotBeKeptAsideStaysAtTheRelay) {
 
 // Code that finds a delta it can never apply keeps it aside itself.
 TEST_F(TransceiverTest, RefuseDeltaKeepsItAsideWithTheReason) {
-    EXPECT_EQ(vt_test::logOf([&] { EXPECT_TRUE(transceiver->refuseDelta_reason_(incoming("x"), "unknown sheet"_ns)); }),
-              "delta kept aside in _refused_: unknown sheet: (Rk2pWn) " + std::string(kOther) + " -> " + kMe +
-                      " (NSString)\n");
+    EXPECT_EQ(vt_test::logOf([&] {
+                  EXPECT_TRUE(transceiver->refuseDelta_reason_(incoming("x"), "unknown sheet"_ns));
+              }),
+              "delta kept aside in _refused_: unknown sheet: (Rk2pWn) " + std::string(kOther) +
+                      " -> " + kMe + " (NSString)\n");
     EXPECT_FALSE(transceiver->refuseDelta_reason_(nullptr, "nothing"_ns));
     NSArray* ids = transceiver->refusedDeltas()->sortedIds();
     ASSERT_EQ(ids->count(), 1u);
-    LXRefusedDelta* entry = transceiver->refusedDeltas()->refusedDeltaWithId_(static_cast<NSString*>(ids->objectAtIndex_(0)));
+    LXRefusedDelta* entry = transceiver->refusedDeltas()->refusedDeltaWithId_(
+            static_cast<NSString*>(ids->objectAtIndex_(0)));
     EXPECT_EQ(std::string(entry->reason()->UTF8String()), "unknown sheet");
     EXPECT_EQ(std::string(entry->delta()->contents()->description()->UTF8String()), "x");
     EXPECT_NE(entry->refused(), nullptr);
@@ -309,7 +319,8 @@ TEST_F(TransceiverTest, StalledRelayEndsTheCycleAtTheTimeOut) {
 TEST_F(TransceiverTest, WithoutUserTheLoopEndsAtOnce) {
     FakeRelay& r = startRelay();
     LXTransceiver* lonely = LXTransceiver::alloc()->init();
-    EXPECT_EQ(vt_test::logOf([&] { lonely->runWithPort_host_(r.port(), "127.0.0.1"_ns); }), "not user has been assigned to the transceiver\n");
+    EXPECT_EQ(vt_test::logOf([&] { lonely->runWithPort_host_(r.port(), "127.0.0.1"_ns); }),
+              "not user has been assigned to the transceiver\n");
     EXPECT_EQ(r.connections(), 0);
     lonely->release();
 }
@@ -319,13 +330,15 @@ TEST_F(TransceiverTest, LifetimeEndsTheLoop) {
     transceiver->setCheckInterval_(0.02);
     // A date in the past: exactly one cycle.
     transceiver->setLifetime_(NSDate::date()->addTimeInterval_(-1));
-    EXPECT_EQ(vt_test::logOf([&] { transceiver->runWithPort_host_(r.port(), "127.0.0.1"_ns); }), "should get 0 delta(s)\n");
+    EXPECT_EQ(vt_test::logOf([&] { transceiver->runWithPort_host_(r.port(), "127.0.0.1"_ns); }),
+              "should get 0 delta(s)\n");
     EXPECT_EQ(r.connections(), 1);
     // A date ahead: a cycle every interval, on a thread, until it passes.
     transceiver->setLifetime_(NSDate::date()->addTimeInterval_(1.0));
     LXTransceiver* t = transceiver;
     uint16_t port = r.port();
-    SyncTestThread* thread = SyncTestThread::start([t, port] { t->runWithPort_host_(port, "127.0.0.1"_ns); });
+    SyncTestThread* thread =
+            SyncTestThread::start([t, port] { t->runWithPort_host_(port, "127.0.0.1"_ns); });
     EXPECT_TRUE(thread->join(10));
     thread->release();
     EXPECT_FALSE(transceiver->isRunning());
@@ -343,9 +356,12 @@ TEST_F(TransceiverTest, CommitsNeverWaitForStalledCycles) {
     r.setStallMilliseconds(600);
     r.setModes([](int index) {
         switch (index % 7) {
-            case 3: return FakeRelay::Mode::Stall;
-            case 5: return FakeRelay::Mode::Drop;
-            default: return FakeRelay::Mode::Normal;
+            case 3:
+                return FakeRelay::Mode::Stall;
+            case 5:
+                return FakeRelay::Mode::Drop;
+            default:
+                return FakeRelay::Mode::Normal;
         }
     });
     for (int i = 0; i < 12; i++) r.enqueue(incoming(("in " + std::to_string(i)).c_str()));
@@ -369,8 +385,9 @@ TEST_F(TransceiverTest, CommitsNeverWaitForStalledCycles) {
             NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
             {
                 std::lock_guard<std::mutex> transaction(transactionLock);
-                LXDelta* d = LXDelta::deltaWithPool_sender_contents_(p, LXUser::userWithString_(ns(kMe)),
-                                                                     ns("out " + std::to_string(posted.load())));
+                LXDelta* d = LXDelta::deltaWithPool_sender_contents_(
+                        p, LXUser::userWithString_(ns(kMe)),
+                        ns("out " + std::to_string(posted.load())));
                 auto start = std::chrono::steady_clock::now();
                 t->post_to_(d, LXUser::userWithString_(ns(kOther)));
                 double took = secondsSince(start);
