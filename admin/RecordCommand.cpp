@@ -185,7 +185,7 @@ std::string unfitFor(VTWorkspace* w, NSArray* descriptor, NSObject* value) {
     return "";
 }
 
-// Step 1 of Save: the first field in field order whose `notempty` rule its
+// What Save checks first: the first field in field order whose `notempty` rule its
 // form value breaks, or nil. Text must hold more than blanks, an enum and a
 // reference must select something; dates and multireferences always pass,
 // and a hidden text field, having no control, never does.

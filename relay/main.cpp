@@ -1,5 +1,5 @@
-// vantor-relay: the relay server. The documented entry (a pool, +[LXRelay
-// relay], run) with the few options an operator needs:
+// vantor-relay: the relay server. Its entry makes a pool, sends +[LXRelay
+// relay] and run, and takes the few options an operator needs:
 //
 //   vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]
 //   vantor-relay --help | --version

@@ -98,7 +98,7 @@ public:
     void releaseCallback_(NSObject* object);
     uint32_t mappingSize();
 
-    // ---- Beyond the documented interface -------------------------------
+    // ---- For tools and tests ---------------------------------------------
 
     // Whether a record's attributes can be installed in a new object of
     // `cls`. A dictionary takes its count and bucket table as they stand
@@ -265,8 +265,8 @@ private:
     std::string _indexPath;
     std::string _dataPath;
     // The mapping from live plain objects (by address) to their managed
-    // objects. Not the dictionary of 10 buckets keyed by NSValue that the
-    // documented field is: nothing observes its buckets, and at 10 buckets
+    // objects. Not a dictionary of 10 buckets keyed by NSValue, as the field
+    // was first conceived: nothing observes its buckets, and at 10 buckets
     // entering the objects of a query of 100,000 records would scan 10,000
     // entries per object. The user's and the transceiver's threads reach it
     // outside the container's lock, and releases happen on any thread, so
