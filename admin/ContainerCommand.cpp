@@ -192,14 +192,16 @@ int dump(const char* stem) {
     LogToStderr redirect;
     LXContainer* box = openContainer(stem, true);
     if (!box) return 1;
+    std::vector<Block> blocks = indexedBlocks(box);
+    // A container holding nothing may have no data file at all.
     FILE* data = std::fopen((std::string(stem) + ".vcd").c_str(), "rb");
-    if (!data) {
+    if (!data && !blocks.empty()) {
         std::fprintf(stderr, "vantor-admin: container %s: can't read the data file\n", stem);
         return 1;
     }
     int status = 0;
     std::string line;
-    for (const Block& block : indexedBlocks(box)) {
+    for (const Block& block : blocks) {
         NSUnarchiver* reader = nullptr;
         LXManagedObject* managed = nullptr;
         std::string why;
@@ -216,7 +218,7 @@ int dump(const char* stem) {
         }
         if (reader) reader->release();
     }
-    std::fclose(data);
+    if (data) std::fclose(data);
     return status;
 }
 

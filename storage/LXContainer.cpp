@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -166,10 +167,13 @@ NSMutableData* archive(NSObject* object) {
     return buffer;
 }
 
-// Writes all of `data` at `offset` of an existing file.
+// Writes all of `data` at `offset` of the data file. A container holding
+// nothing may have no data file yet (opening one creates nothing, so that
+// readers leave no trace): the first write makes it.
 bool writeAt(const std::string& path, long offset, NSData* data) {
     if (faultNow()) return false;
     FILE* f = std::fopen(path.c_str(), "rb+");
+    if (!f && errno == ENOENT) f = std::fopen(path.c_str(), "wb+");
     if (!f) return false;
     void* bytes = data->bytes();
     size_t part = data->length();
@@ -384,14 +388,10 @@ bool LXContainer::openExisting(const std::string& indexPath, const std::string& 
 
     long end = _tail;
     long length = fileLength(dataPath);
-    if (length < 0 && end == 0) {
-        // Nothing is stored: a missing data file loses nothing, and it has
-        // to exist for the next store to open it for update.
-        if (FILE* f = std::fopen(dataPath.c_str(), "wb")) {
-            std::fclose(f);
-            length = 0;
-        }
-    }
+    // Nothing is stored: a missing data file loses nothing. It is not made
+    // here, so that reading a container never creates a file; the next
+    // store makes it.
+    if (length < 0 && end == 0) length = 0;
     if (length < end) {
         // Blocks beyond the end of the data file are lost or the file is
         // not this index's: refuse rather than fill the gap with new data.
@@ -1088,7 +1088,8 @@ bool LXContainer::compactLocked() {
     std::string copied;
     std::unordered_map<int, int32_t> placed;
     FILE* in = std::fopen(_dataPath.c_str(), "rb");
-    bool ok = in != nullptr;
+    // A container that holds nothing may have no data file yet.
+    bool ok = in != nullptr || order.empty();
     for (const auto& item : order) {
         if (!ok) break;
         const Block& block = _blocks[item.second];

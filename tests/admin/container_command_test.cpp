@@ -200,6 +200,23 @@ TEST_F(ContainerCommandTest, MissingContainerIsAnError) {
               "damaged: the store does not open; see standard error\n");
 }
 
+// A container that holds nothing needs no data file: reading it makes
+// none, and the next store does.
+TEST_F(ContainerCommandTest, ReadingAnEmptiedContainerCreatesNoFile) {
+    ASSERT_EQ(run("container store '" + stem + "'", "{\"a\": 1}").status, 0);
+    ASSERT_EQ(run("container remove '" + stem + "' 1").status, 0);
+    ASSERT_EQ(std::remove((stem + ".vcd").c_str()), 0);
+    for (const char* verb : {"dump", "check"}) {
+        SCOPED_TRACE(verb);
+        EXPECT_EQ(run(std::string("container ") + verb + " '" + stem + "'").status, 0);
+        EXPECT_EQ(access((stem + ".vcd").c_str(), F_OK), -1);
+    }
+    Result stored = run("container store '" + stem + "'", "{\"b\": 2}");
+    EXPECT_EQ(stored.status, 0) << stored.err;
+    EXPECT_EQ(run("container dump '" + stem + "'").out,
+              "{\"id\":2,\"type\":\"NSMutableDictionary\",\"contents\":{\"b\":2}}\n");
+}
+
 // The readers replay the journal that a writing process has not yet
 // written into the index; compact writes it in and drops the free space.
 TEST_F(ContainerCommandTest, JournalIsReadAndCompactShrinksTheDataFile) {
