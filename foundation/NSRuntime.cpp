@@ -174,12 +174,12 @@ const NSClass::Entry* NSClass::find(SEL sel, bool classSide) {
 
 IMP NSClass::lookupMethod(SEL sel) {
     const Entry* e = find(sel, false);
-    return e ? reinterpret_cast<IMP>(e->imp) : nullptr;
+    return e ? reinterpret_cast<IMP>(static_cast<uintptr_t>(e->imp)) : nullptr;
 }
 
 ClassIMP NSClass::lookupClassMethod(SEL sel) {
     const Entry* e = find(sel, true);
-    return e ? reinterpret_cast<ClassIMP>(e->imp) : nullptr;
+    return e ? reinterpret_cast<ClassIMP>(static_cast<uintptr_t>(e->imp)) : nullptr;
 }
 
 int NSClass::argumentCountOfMethod(SEL sel) {

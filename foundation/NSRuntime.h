@@ -27,8 +27,11 @@ class NSSelector;
 using Class = NSClass*;
 // An interned selector: two selectors of equal text are the same pointer.
 using SEL = const NSSelector*;
-// One machine word: what a message answers and what a frame holds per slot.
-using NSWord = uintptr_t;
+// One word: what a message answers and what a frame holds per slot. It is
+// 64 bits on every platform, not a pointer's width: a double has to travel
+// in one word (a result is one word), and on 32-bit Windows a pointer is
+// only half of that. Pointers pass through uintptr_t on their way in and out.
+using NSWord = uint64_t;
 
 // The arguments of one message as it was sent, without type information.
 // Valid only while the send that produced it is running.
@@ -146,8 +149,8 @@ struct NSWordCodec;
 template <class T>
 struct NSWordCodec<T, std::enable_if_t<std::is_pointer_v<T>>> {
     static constexpr unsigned words = 1;
-    static void encode(T v, NSWord* w) { w[0] = reinterpret_cast<NSWord>(v); }
-    static T decode(const NSWord* w) { return reinterpret_cast<T>(w[0]); }
+    static void encode(T v, NSWord* w) { w[0] = static_cast<NSWord>(reinterpret_cast<uintptr_t>(v)); }
+    static T decode(const NSWord* w) { return reinterpret_cast<T>(static_cast<uintptr_t>(w[0])); }
 };
 
 template <class T>
@@ -157,9 +160,9 @@ struct NSWordCodec<T, std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T
         if constexpr (std::is_same_v<T, bool>) {
             w[0] = v ? 1 : 0;
         } else if constexpr (std::is_enum_v<T>) {
-            w[0] = static_cast<NSWord>(static_cast<intptr_t>(v));
+            w[0] = static_cast<NSWord>(static_cast<int64_t>(v));
         } else if constexpr (std::is_signed_v<T>) {
-            w[0] = static_cast<NSWord>(static_cast<intptr_t>(v));
+            w[0] = static_cast<NSWord>(static_cast<int64_t>(v));
         } else {
             w[0] = static_cast<NSWord>(v);
         }
