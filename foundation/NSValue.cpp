@@ -47,7 +47,7 @@ NSString* NSValue::description() {
 
 NSNumber* NSNumber::initWithInt_(int value) { return initWithDouble_(value); }
 
-NSNumber* NSNumber::initWithLong_(long value) {
+NSNumber* NSNumber::initWithLong_(int64_t value) {
     return initWithDouble_(static_cast<double>(value));
 }
 
@@ -62,7 +62,7 @@ NSNumber* NSNumber::numberWithInt_(int value) {
     return NSAutorelease(alloc()->initWithInt_(value));
 }
 
-NSNumber* NSNumber::numberWithLong_(long value) {
+NSNumber* NSNumber::numberWithLong_(int64_t value) {
     return NSAutorelease(alloc()->initWithLong_(value));
 }
 

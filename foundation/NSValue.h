@@ -30,17 +30,19 @@ class NSNumber : public NSValue {
 
 public:
     NSNumber* initWithInt_(int value);
-    NSNumber* initWithLong_(long value);
+    // "Long" is 64 bits on every platform (a Windows long has 32), so that
+    // a number means the same wherever it was made.
+    NSNumber* initWithLong_(int64_t value);
     NSNumber* initWithDouble_(double value);
     NSNumber* initWithBool_(bool value);
     static NSNumber* numberWithInt_(int value);
-    static NSNumber* numberWithLong_(long value);
+    static NSNumber* numberWithLong_(int64_t value);
     static NSNumber* numberWithDouble_(double value);
     static NSNumber* numberWithBool_(bool value);
 
     // Truncated towards zero to 32 bits; out of range gives INT32_MIN.
     int intValue();
-    long longValue() { return intValue(); }
+    int64_t longValue() { return intValue(); }
     double doubleValue() { return _number; }
     // True only for exactly 1.
     bool boolValue() { return intValue() == 1; }
