@@ -535,8 +535,8 @@ int check(const char* path, bool strict, bool json) {
 
     // The client's own interpreter, in a scratch directory: its containers
     // are made there, not in the installation.
-    std::string scratch = "/tmp/vantor-config-check-XXXXXX";
-    if (mkdtemp(&scratch[0])) {
+    std::string scratch;
+    if (vtMakeTemporaryDirectory("vantor-config-check", &scratch)) {
         std::filesystem::path old = std::filesystem::current_path();
         std::error_code ec;
         std::filesystem::current_path(scratch, ec);

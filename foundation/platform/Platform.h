@@ -93,6 +93,11 @@ int64_t vtLaunchProgram(const char* path, const char* parameters, const char* di
 // directory.
 bool vtFileStatus(const char* path, bool* isDirectory);
 
+// Makes a new, empty directory of a unique name starting with `tag` in the
+// system's folder for temporary files (/tmp; on Win32 GetTempPathA) and
+// puts its path into *path. False if none could be made.
+bool vtMakeTemporaryDirectory(const char* tag, std::string* path);
+
 // ---------------------------------------------------------------------------
 // Lock files: one process per working directory.
 

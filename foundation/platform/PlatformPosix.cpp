@@ -321,6 +321,13 @@ bool vtFileStatus(const char* path, bool* isDirectory) {
     return true;
 }
 
+bool vtMakeTemporaryDirectory(const char* tag, std::string* path) {
+    std::string pattern = std::string("/tmp/") + tag + "-XXXXXX";
+    if (!mkdtemp(&pattern[0])) return false;
+    *path = pattern;
+    return true;
+}
+
 // ---------------------------------------------------------------------------
 // Lock files.
 

@@ -18,6 +18,7 @@
 // shellapi.h needs the types windows.h defines.
 #include <shellapi.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -149,6 +150,27 @@ bool vtFileStatus(const char* path, bool* isDirectory) {
     if (attributes == INVALID_FILE_ATTRIBUTES) return false;
     if (isDirectory) *isDirectory = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     return true;
+}
+
+bool vtMakeTemporaryDirectory(const char* tag, std::string* path) {
+    char base[MAX_PATH + 1];
+    DWORD length = GetTempPathA(sizeof base, base);
+    if (length == 0 || length > MAX_PATH) return false;
+    // The process id and the tick count keep concurrent processes apart;
+    // CreateDirectoryA refuses a name that is taken, and the next is tried.
+    DWORD start = GetTickCount();
+    for (DWORD attempt = 0; attempt < 1000; attempt++) {
+        char name[64];
+        std::snprintf(name, sizeof name, "-%lx-%lx", static_cast<unsigned long>(GetCurrentProcessId()),
+                      static_cast<unsigned long>(start + attempt));
+        std::string candidate = std::string(base) + tag + name;
+        if (CreateDirectoryA(candidate.c_str(), nullptr)) {
+            *path = candidate;
+            return true;
+        }
+        if (GetLastError() != ERROR_ALREADY_EXISTS) return false;
+    }
+    return false;
 }
 
 // ---------------------------------------------------------------------------
