@@ -10,6 +10,22 @@
 # library that starts to reach above its layer fails to link in its own tests.
 # The platform layer (vt_platform_posix or vt_platform_win32) is the bottom of
 # every program and is added by the program helpers.
+#
+# Three flavours: the Linux build (native programs on POSIX, the client as a
+# Winelib program), the sanitizer build (native only), and the Windows build
+# (VANTOR_WINDOWS, MinGW-w64): there every program, console or GUI, is a
+# Windows program on the Win32 platform layer.
+if(VANTOR_WINDOWS)
+    set(VANTOR_PLATFORM_LIBS vt_platform_win32)
+else()
+    set(VANTOR_PLATFORM_LIBS vt_platform_posix)
+endif()
+# What the Win32 platform layer and the toolkit's native side call.
+set(VANTOR_WIN32_SYSTEM_LIBS user32 gdi32 comctl32 comdlg32 shell32 advapi32 kernel32)
+if(VANTOR_WINDOWS)
+    # Winsock; the Winelib flavour uses the POSIX sockets of its host.
+    list(APPEND VANTOR_WIN32_SYSTEM_LIBS ws2_32)
+endif()
 set(VANTOR_WINELIB_LAUNCHER "${CMAKE_CURRENT_LIST_DIR}/winelib-cxx.sh")
 
 # vt_add_subsystem(<name> [DIR <dir>] [EXCLUDE <file>...] [DEPS <name>...])
@@ -77,38 +93,62 @@ endfunction()
 
 # vt_add_native_program(<name> SOURCES <file>... LAYERS <name>... [LIBS <lib>...])
 #
-# A native Linux program (vantor-relay, vantor-admin, tests, benchmarks): g++
-# compiles and links, with the named layers, everything below them and the
-# POSIX platform layer.
+# A console program without window code (vantor-relay, vantor-admin, tests,
+# benchmarks), linked with the named layers, everything below them and the
+# platform layer: on Linux g++ and the POSIX layer, in the Windows flavour a
+# console .exe on the Win32 layer.
 function(vt_add_native_program name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LAYERS;LIBS" ${ARGN})
     vt_layer_libs(libs ${ARG_LAYERS})
     add_executable(${name} ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${libs} vt_platform_posix)
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${libs} ${VANTOR_PLATFORM_LIBS})
+    if(VANTOR_WINDOWS)
+        target_link_libraries(${name} PRIVATE ${VANTOR_WIN32_SYSTEM_LIBS})
+        target_link_options(${name} PRIVATE -mconsole)
+    endif()
 endfunction()
 
-# vt_add_winelib_executable(<name> SOURCES <file>... LAYERS <name>... [LIBS <lib>...] [CONSOLE])
+# vt_add_win32_program(<name> SOURCES <file>... LAYERS <name>... [LIBS <lib>...] [CONSOLE] [RESOURCES <file.rc>...])
 #
-# A Win32 program for Wine on Linux. The given sources and the subsystem
+# A program that calls Win32 beyond the platform layer (the client, GUI
+# tests), GUI unless CONSOLE. The property VANTOR_PROGRAM holds the file to
+# hand to Wine. RESOURCES (icons, manifest) go into the Windows flavour's
+# .exe; Winelib programs carry none.
+#
+# In the Windows flavour MinGW compiles and links everything; the program is
+# <name>.exe.
+#
+# On Linux it is a Win32 program for Wine (Winelib). The given sources and the subsystem
 # libraries are compiled by plain g++; only the platform layer and the
 # toolkit's native side (vt_platform_win32, vt_toolkit_win32) are compiled by
 # wineg++, and wineg++ links the whole. The native side of the toolkit comes
 # with the toolkit layer.
 # wineg++ -o <name>.exe writes <name>.exe.so (the program, run it as
 # `wine <dir>/<name>.exe.so`) and <name>.exe (a shell launcher that does the
-# same). The property VANTOR_WINELIB_SO holds the path of the .exe.so.
-function(vt_add_winelib_executable name)
-    if(NOT VANTOR_WINELIB)
-        message(FATAL_ERROR "vt_add_winelib_executable(${name}) needs VANTOR_WINELIB=ON")
+# same); VANTOR_PROGRAM is the .exe.so.
+function(vt_add_win32_program name)
+    if(NOT VANTOR_WINELIB AND NOT VANTOR_WINDOWS)
+        message(FATAL_ERROR "vt_add_win32_program(${name}) needs VANTOR_WINELIB=ON or the Windows flavour")
     endif()
-    cmake_parse_arguments(ARG "CONSOLE" "" "SOURCES;LAYERS;LIBS" ${ARGN})
+    cmake_parse_arguments(ARG "CONSOLE" "" "SOURCES;LAYERS;LIBS;RESOURCES" ${ARGN})
     vt_layer_libs(libs ${ARG_LAYERS})
     if(vt_toolkit IN_LIST libs AND TARGET vt_toolkit_win32)
         list(APPEND libs vt_toolkit_win32)
     endif()
+    if(VANTOR_WINDOWS)
+        add_executable(${name} ${ARG_SOURCES} ${ARG_RESOURCES})
+        target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${libs} vt_platform_win32 ${VANTOR_WIN32_SYSTEM_LIBS})
+        if(ARG_CONSOLE)
+            target_link_options(${name} PRIVATE -mconsole)
+        else()
+            target_link_options(${name} PRIVATE -mwindows)
+        endif()
+        set_target_properties(${name} PROPERTIES VANTOR_PROGRAM "$<TARGET_FILE:${name}>")
+        return()
+    endif()
     add_executable(${name} ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${libs} vt_platform_win32
-        -luser32 -lgdi32 -lcomctl32 -lcomdlg32 -lshell32 -ladvapi32 -lkernel32)
+    list(TRANSFORM VANTOR_WIN32_SYSTEM_LIBS PREPEND -l OUTPUT_VARIABLE system)
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS} ${libs} vt_platform_win32 ${system})
     # wineg++ links a shared object, so the program's own sources need -fPIC
     # (CMake would give an executable's sources -fPIE).
     set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
@@ -124,7 +164,7 @@ function(vt_add_winelib_executable name)
         OUTPUT_NAME ${name}.exe
         SUFFIX ""
         RULE_LAUNCH_LINK "${VANTOR_WINELIB_LAUNCHER} ${VANTOR_WINEGXX}"
-        VANTOR_WINELIB_SO "$<TARGET_FILE_DIR:${name}>/${name}.exe.so"
+        VANTOR_PROGRAM "$<TARGET_FILE_DIR:${name}>/${name}.exe.so"
         ADDITIONAL_CLEAN_FILES "$<TARGET_FILE_DIR:${name}>/${name}.exe.so")
 endfunction()
 
