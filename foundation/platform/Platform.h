@@ -1,6 +1,8 @@
 // The platform layer: the few operating-system services the portable code
 // needs. Two implementations: PlatformPosix.cpp for the native programs and
-// tests, PlatformWin32.cpp for the Winelib/Windows client.
+// tests, PlatformWin32.cpp for the Winelib client and the Windows build (where
+// it also switches the standard streams to binary, so that the programs read
+// and write the same bytes as on Linux).
 //
 // Only plain C++ types cross this header. The Win32 side is compiled by
 // wineg++ with -fshort-wchar, the rest by g++ with a 32-bit wchar_t, so

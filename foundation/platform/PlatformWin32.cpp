@@ -13,6 +13,9 @@
 // winsock2.h must precede windows.h, which would otherwise bring winsock.h.
 #include <winsock2.h>
 #include <ws2tcpip.h>
+// _setmode for the standard streams.
+#include <fcntl.h>
+#include <io.h>
 #endif
 #include <windows.h>
 // shellapi.h needs the types windows.h defines.
@@ -28,6 +31,26 @@
 // char16_t and WCHAR are both 16-bit here (wineg++ and MinGW compile with a
 // 16-bit wchar_t), which is what lets Platform.h avoid wchar_t altogether.
 static_assert(sizeof(WCHAR) == sizeof(char16_t), "WCHAR must be 16-bit");
+
+namespace {
+
+#if !defined(__WINE__)
+// What the programs write on standard output (archives, JSON, log lines)
+// must be the same bytes on every platform, and what they read on standard
+// input must arrive as sent. The Windows runtime opens the standard streams
+// in text mode, which writes "\r\n" for "\n" and stops reading at a 0x1A
+// byte, so they are switched to binary before main runs. (A Winelib
+// program's streams are those of the Linux C library, which translates
+// nothing.)
+const bool gBinaryStandardStreams = [] {
+    _setmode(0, _O_BINARY);
+    _setmode(1, _O_BINARY);
+    _setmode(2, _O_BINARY);
+    return true;
+}();
+#endif
+
+}  // namespace
 
 bool vtFileExists(const char* path) {
     return path && GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
@@ -419,7 +442,7 @@ int64_t vtSocketReceive(VTSocket socket, void* buffer, uint32_t length,
         if (ready < 0) return kVTSocketFailed;
     }
     int n = recv(s, static_cast<char*>(buffer), static_cast<int>(length), 0);
-    return n == SOCKET_ERROR ? kVTSocketFailed : n;
+    return n == SOCKET_ERROR ? static_cast<int64_t>(kVTSocketFailed) : n;
 }
 
 void vtSocketShutdown(VTSocket socket) { shutdown(handleOf(socket), SD_BOTH); }
