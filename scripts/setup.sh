@@ -19,23 +19,45 @@ packages=(
     # service unit (systemd-analyze) and the man pages (groff).
     systemd groff-base man-db
 )
+# The Windows flavour (scripts/build-windows.sh): MinGW-w64 for 32-bit
+# Windows, GoogleTest's sources to build the tests with it, Python for the
+# icon, zip for the package, and Wine's 32-bit half (i386) to run them.
+windows_packages=(g++-mingw-w64-i686 googletest python3 zip wine32:i386)
 
-missing=()
-for package in "${packages[@]}"; do
-    # "install ok installed", not merely known (removed packages keep a status).
-    if [[ "$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null)" != "install ok installed" ]]; then
-        missing+=("$package")
-    fi
-done
-if [[ ${#missing[@]} -eq 0 ]]; then
+# Prints the packages of the arguments that are not installed.
+missing_of() {
+    for package in "$@"; do
+        # "install ok installed", not merely known (removed packages keep a status).
+        if [[ "$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null)" != "install ok installed" ]]; then
+            echo "$package"
+        fi
+    done
+}
+mapfile -t missing < <(missing_of "${packages[@]}")
+mapfile -t missing_windows < <(missing_of "${windows_packages[@]}")
+if [[ ${#missing[@]} -eq 0 && ${#missing_windows[@]} -eq 0 ]]; then
     exit 0
 fi
 
 if [[ $(id -u) -ne 0 ]]; then
-    echo "setup: missing packages: ${missing[*]}; run this script as root" >&2
+    echo "setup: missing packages: ${missing[*]} ${missing_windows[*]}; run this script as root" >&2
     exit 1
 fi
-echo "setup: installing ${missing[*]}"
+echo "setup: installing ${missing[*]} ${missing_windows[*]}"
 export DEBIAN_FRONTEND=noninteractive
-apt-get update
-apt-get install -y --no-install-recommends "${missing[@]}"
+if ! dpkg --print-foreign-architectures | grep -qx i386; then
+    dpkg --add-architecture i386
+fi
+# One index that fails to download (a mirror in the middle of a sync) is no
+# reason to stop: apt keeps the others, and the installs below say whether
+# what they need was there.
+apt-get update || echo "setup: apt-get update reported errors; trying the install anyway" >&2
+if [[ ${#missing[@]} -gt 0 ]]; then
+    apt-get install -y --no-install-recommends "${missing[@]}"
+fi
+# Without them only the Windows flavour is lost: its build or its tests
+# fail later and say so, the Linux builds go on.
+if [[ ${#missing_windows[@]} -gt 0 ]] &&
+    ! apt-get install -y --no-install-recommends "${missing_windows[@]}"; then
+    echo "setup: could not install ${missing_windows[*]}: the Windows flavour will not build or run" >&2
+fi
