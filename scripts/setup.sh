@@ -56,8 +56,11 @@ if [[ ${#missing[@]} -gt 0 ]]; then
     apt-get install -y --no-install-recommends "${missing[@]}"
 fi
 # Without them only the Windows flavour is lost: its build or its tests
-# fail later and say so, the Linux builds go on.
-if [[ ${#missing_windows[@]} -gt 0 ]] &&
-    ! apt-get install -y --no-install-recommends "${missing_windows[@]}"; then
-    echo "setup: could not install ${missing_windows[*]}: the Windows flavour will not build or run" >&2
-fi
+# fail later and say so, the Linux builds go on. One at a time, so that
+# wine32, whose i386 libraries must match the installed amd64 versions
+# exactly, can't keep the cross compiler from being installed.
+for package in "${missing_windows[@]}"; do
+    if ! apt-get install -y --no-install-recommends "$package"; then
+        echo "setup: could not install $package: the Windows flavour will not build or run its tests" >&2
+    fi
+done
