@@ -2,7 +2,6 @@
 // and the files they leave are checked byte for byte against an index built
 // here by hand.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -629,11 +630,13 @@ protected:
         ThreadsTest::SetUp();
         const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
         dir_ = std::string("scratch-threads-") + info->name() + "-" + std::to_string(getpid());
-        std::system(("rm -rf '" + dir_ + "'").c_str());
-        ASSERT_EQ(mkdir(dir_.c_str(), 0755), 0);
+        std::error_code error;
+        std::filesystem::remove_all(dir_, error);
+        ASSERT_TRUE(std::filesystem::create_directory(dir_, error));
     }
     void TearDown() override {
-        std::system(("rm -rf '" + dir_ + "'").c_str());
+        std::error_code error;
+        std::filesystem::remove_all(dir_, error);
         ThreadsTest::TearDown();
     }
     std::string path(const std::string& name) const { return dir_ + "/" + name; }

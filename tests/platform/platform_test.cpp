@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#if !defined(_WIN32)
 #include <sys/wait.h>
+#endif
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -34,10 +37,14 @@ protected:
     void SetUp() override {
         const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
         dir_ = std::string("scratch-") + info->name() + "-" + std::to_string(getpid());
-        std::system(("rm -rf '" + dir_ + "'").c_str());
-        ASSERT_EQ(mkdir(dir_.c_str(), 0755), 0);
+        std::error_code error;
+        std::filesystem::remove_all(dir_, error);
+        ASSERT_TRUE(std::filesystem::create_directory(dir_, error));
     }
-    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+    void TearDown() override {
+        std::error_code error;
+        std::filesystem::remove_all(dir_, error);
+    }
     std::string path(const std::string& name) const { return dir_ + "/" + name; }
 
     std::string dir_;
@@ -86,7 +93,8 @@ TEST_F(PlatformTest, ListDirectory) {
 
     writeAll(path("user.vci"), "1");
     writeAll(path("b.vcd"), "2");
-    ASSERT_EQ(mkdir(path("sub").c_str(), 0755), 0);
+    std::error_code error;
+    ASSERT_TRUE(std::filesystem::create_directory(path("sub"), error));
     writeAll(path("sub/inner"), "3");
 
     names = {"kept"};
@@ -136,10 +144,19 @@ TEST_F(PlatformTest, RemovingAtEndOnlyTheOwnFile) {
 }
 
 TEST(Platform, Environment) {
+#if defined(_WIN32)
+    // The Windows runtime's setenv: an empty value removes the variable.
+    _putenv_s("VANTOR_PLATFORM_TEST", "value 1");
+#else
     setenv("VANTOR_PLATFORM_TEST", "value 1", 1);
+#endif
     ASSERT_NE(vtGetEnv("VANTOR_PLATFORM_TEST"), nullptr);
     EXPECT_STREQ(vtGetEnv("VANTOR_PLATFORM_TEST"), "value 1");
+#if defined(_WIN32)
+    _putenv_s("VANTOR_PLATFORM_TEST", "");
+#else
     unsetenv("VANTOR_PLATFORM_TEST");
+#endif
     EXPECT_EQ(vtGetEnv("VANTOR_PLATFORM_TEST"), nullptr);
 }
 

@@ -1,28 +1,29 @@
-// The tests' one temporary directory: a new empty directory under /tmp,
-// removed with everything in it when the object goes. Made with kEnter, it
-// is also the working directory meanwhile (installations, containers and
-// the client all work relative to it).
+// The tests' one temporary directory: a new empty directory in the system's
+// temporary folder, removed with everything in it when the object goes.
+// Made with kEnter, it is also the working directory meanwhile
+// (installations, containers and the client all work relative to it).
+// Portable: the tests also run as Windows programs under Wine.
 #pragma once
 
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <system_error>
+
+#include "foundation/platform/Platform.h"
 
 namespace vt_test {
 
-// A new empty directory under /tmp whose name starts with tag; empty when
-// it could not be made.
+// A new empty directory whose name starts with tag; empty when it could
+// not be made.
 inline std::string makeTempDir(const std::string& tag) {
-    std::string pattern = "/tmp/" + tag + "-XXXXXX";
-    char* made = mkdtemp(&pattern[0]);
-    return made ? std::string(made) : std::string();
+    std::string made;
+    return vtMakeTemporaryDirectory(tag.c_str(), &made) ? made : std::string();
 }
 
 // Removes a directory made by makeTempDir, with everything in it.
 inline void removeTree(const std::string& path) {
-    if (!path.empty()) std::system(("rm -rf '" + path + "'").c_str());
+    std::error_code error;
+    if (!path.empty()) std::filesystem::remove_all(path, error);
 }
 
 // makeTempDir and removeTree as a scope.
@@ -31,14 +32,16 @@ public:
     enum Mode { kStay, kEnter };
 
     explicit TempDir(const std::string& tag, Mode mode = kStay) : _path(makeTempDir(tag)) {
+        std::error_code error;
         if (mode == kEnter && !_path.empty()) {
-            char cwd[4096];
-            _previous = getcwd(cwd, sizeof cwd) ? cwd : ".";
-            if (chdir(_path.c_str()) != 0) _previous.clear();
+            _previous = std::filesystem::current_path(error);
+            if (!error) std::filesystem::current_path(_path, error);
+            if (error) _previous.clear();
         }
     }
     ~TempDir() {
-        if (!_previous.empty() && chdir(_previous.c_str()) != 0) std::abort();
+        std::error_code error;
+        if (!_previous.empty()) std::filesystem::current_path(_previous, error);
         removeTree(_path);
     }
     TempDir(const TempDir&) = delete;
@@ -51,7 +54,7 @@ public:
 
 private:
     std::string _path;
-    std::string _previous;
+    std::filesystem::path _previous;
 };
 
 }  // namespace vt_test

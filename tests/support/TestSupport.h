@@ -28,6 +28,19 @@ bool waitUntil(F done) {
     return true;
 }
 
+// Sets an environment variable of this process, or removes it (nullptr).
+inline void setEnvironment(const char* name, const char* value) {
+#if defined(_WIN32)
+    // The Windows runtime's setenv: an empty value removes the variable.
+    _putenv_s(name, value ? value : "");
+#else
+    if (value)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+#endif
+}
+
 // The bytes that encodeObject: writes for an object.
 inline std::string archiveBytes(NSObject* object) {
     NSMutableData* data = static_cast<NSMutableData*>(NSMutableData::alloc()->init());
