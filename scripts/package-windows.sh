@@ -27,6 +27,8 @@ stage="$(mktemp -d)"
 trap 'rm -rf "$stage"' EXIT
 VANTOR_ADMIN_PATH="$admin" bash scripts/new-workdir.sh "$stage/vantor"
 cp "$out/vantor.exe" "$out/vantor-admin.exe" "$out/vantor-relay.exe" "$stage/vantor/"
+# The build keeps its debugging information; the package goes without.
+i686-w64-mingw32-strip "$stage"/vantor/*.exe
 
 command -v zip >/dev/null || { echo "package-windows: zip is missing (run scripts/setup.sh)" >&2; exit 1; }
 rm -f "$out/vantor-windows.zip"
