@@ -149,7 +149,9 @@ struct NSWordCodec;
 template <class T>
 struct NSWordCodec<T, std::enable_if_t<std::is_pointer_v<T>>> {
     static constexpr unsigned words = 1;
-    static void encode(T v, NSWord* w) { w[0] = static_cast<NSWord>(reinterpret_cast<uintptr_t>(v)); }
+    static void encode(T v, NSWord* w) {
+        w[0] = static_cast<NSWord>(reinterpret_cast<uintptr_t>(v));
+    }
     static T decode(const NSWord* w) { return reinterpret_cast<T>(static_cast<uintptr_t>(w[0])); }
 };
 

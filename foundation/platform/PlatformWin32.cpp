@@ -184,7 +184,8 @@ bool vtMakeTemporaryDirectory(const char* tag, std::string* path) {
     DWORD start = GetTickCount();
     for (DWORD attempt = 0; attempt < 1000; attempt++) {
         char name[64];
-        std::snprintf(name, sizeof name, "-%lx-%lx", static_cast<unsigned long>(GetCurrentProcessId()),
+        std::snprintf(name, sizeof name, "-%lx-%lx",
+                      static_cast<unsigned long>(GetCurrentProcessId()),
                       static_cast<unsigned long>(start + attempt));
         std::string candidate = std::string(base) + tag + name;
         if (CreateDirectoryA(candidate.c_str(), nullptr)) {
