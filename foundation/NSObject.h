@@ -224,7 +224,7 @@ Ref<T> NSMake() {
 // The one log channel: a printf-style format and its arguments to standard
 // output, then a newline. No time stamp, no level, no lock, no flush.
 void LOG(NSString* format, ...);
-void LOG(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void LOG(const char* format, ...) NS_FORMAT(1, 2);
 Class NSClassFromString(NSString* name);
 SEL NSSelectorFromString(NSString* name);
 NSString* NSStringFromSelector(SEL sel);

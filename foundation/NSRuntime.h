@@ -18,6 +18,16 @@
 #include <utility>
 #include <vector>
 
+// printf-style checks of the formats that the foundation hands to
+// vsnprintf. On MinGW that is MinGW's own C99 printf (libstdc++ switches
+// __USE_MINGW_ANSI_STDIO on), not the Microsoft runtime's, so the GNU rules
+// (%zu, %lld) hold there too.
+#if defined(__MINGW32__)
+#define NS_FORMAT(string, first) __attribute__((format(gnu_printf, string, first)))
+#else
+#define NS_FORMAT(string, first) __attribute__((format(printf, string, first)))
+#endif
+
 class NSObject;
 class NSString;
 class NSClass;

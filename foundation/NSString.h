@@ -51,8 +51,7 @@ public:
     static NSString* stringWithString_(NSString* other);
     // The runtime library's printf dialect (%s takes UTF8String, there is no
     // object conversion) into a buffer of 100,000 bytes; see NSFormatBytes.
-    static NSString* stringWithFormat_(const char* format, ...)
-            __attribute__((format(printf, 1, 2)));
+    static NSString* stringWithFormat_(const char* format, ...) NS_FORMAT(1, 2);
     static NSString* stringWithFormat_(NSString* format, ...);
     // Words joined with a blank where one belongs; always a plain NSString.
     static NSString* stringWithArray_(NSArray* words);
@@ -101,8 +100,7 @@ public:
     // Autoreleased NSMutableStrings. An argument that is no string appends
     // nothing, as nil does.
     NSMutableString* stringByAppendingString_(NSObject* other);
-    NSMutableString* stringByAppendingFormat_(const char* format, ...)
-            __attribute__((format(printf, 2, 3)));
+    NSMutableString* stringByAppendingFormat_(const char* format, ...) NS_FORMAT(2, 3);
     NSMutableString* stringByAppendingFormat_(NSString* format, ...);
     NSString* trim();
     // Autoreleased NSMutableArrays of trimmed pieces; see splitBy_.
@@ -160,8 +158,7 @@ public:
     static NSMutableString* stringWithCharacters_length_(const uint16_t* units, uint32_t length);
     static NSMutableString* stringWithUTF16String_(const uint16_t* units);
     static NSMutableString* stringWithString_(NSString* other);
-    static NSMutableString* stringWithFormat_(const char* format, ...)
-            __attribute__((format(printf, 1, 2)));
+    static NSMutableString* stringWithFormat_(const char* format, ...) NS_FORMAT(1, 2);
     static NSMutableString* stringWithFormat_(NSString* format, ...);
 
     // The 16-bit form is made again, at its next use, for the new text.
@@ -170,7 +167,7 @@ public:
     // does one that is no string. A string may be appended to itself.
     void appendString_(NSObject* other);
     // Formats into a buffer of 1000 bytes, then appends.
-    void appendFormat_(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void appendFormat_(const char* format, ...) NS_FORMAT(2, 3);
     void appendFormat_(NSString* format, ...);
     // Declared and empty; nothing calls it.
     void replaceCharactersInRange_withString_(_NSRange, NSString*) {}
