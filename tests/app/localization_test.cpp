@@ -13,6 +13,7 @@
 #include "foundation/Foundation.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -195,12 +196,12 @@ TEST_F(LanguageFile, AnUnknownLanguageFallsBackToEnglishWithALogLine) {
     EXPECT_EQ(chosen(&log), "en");
     EXPECT_EQ(log, "Unknown language 'german' in language.txt, using English\n");
     // The platform's locale plays no part.
-    setenv("LANG", "de_DE.UTF-8", 1);
-    setenv("LC_ALL", "de_DE.UTF-8", 1);
+    vt_test::setEnvironment("LANG", "de_DE.UTF-8");
+    vt_test::setEnvironment("LC_ALL", "de_DE.UTF-8");
     unlink("language.txt");
     EXPECT_EQ(chosen(&log), "en");
-    unsetenv("LC_ALL");
-    unsetenv("LANG");
+    vt_test::setEnvironment("LC_ALL", nullptr);
+    vt_test::setEnvironment("LANG", nullptr);
 }
 
 }  // namespace

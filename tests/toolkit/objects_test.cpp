@@ -6,6 +6,7 @@
 
 #include "foundation/Foundation.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestSupport.h"
 #include "toolkit/NSAlert.h"
 #include "toolkit/NSApplication.h"
 #include "toolkit/NSButton.h"
@@ -150,7 +151,7 @@ TEST(ToolkitObjects, AlertWithoutNativeSidePrintsAndAnswersOk) {
     // Even without the non-interactive switch there is no box to show.
     const char* saved = std::getenv("VANTOR_NONINTERACTIVE");
     std::string keep = saved ? saved : "";
-    unsetenv("VANTOR_NONINTERACTIVE");
+    vt_test::setEnvironment("VANTOR_NONINTERACTIVE", nullptr);
     int answer = 0;
     std::string log = vt_test::logOf([&] {
         answer =
@@ -159,7 +160,7 @@ TEST(ToolkitObjects, AlertWithoutNativeSidePrintsAndAnswersOk) {
                                 "Title"_ns, "OK"_ns, "Cancel"_ns, nullptr, "100% sure %s"_ns)
                                 ->runModal();
     });
-    if (saved) setenv("VANTOR_NONINTERACTIVE", keep.c_str(), 1);
+    if (saved) vt_test::setEnvironment("VANTOR_NONINTERACTIVE", keep.c_str());
     EXPECT_EQ(answer, 1);
     // The informative text stands as it is: no format is applied.
     EXPECT_EQ(log, "alert: Title: 100% sure %s\n");
