@@ -29,10 +29,10 @@
 // under the wrong user is lost to its addressee.
 //
 // Durability. The acknowledgement goes out only after set: has answered an
-// id, which means the container's index file naming the delta has been
-// replaced on disk. A store that fails (set: answers -1, or the container
-// was found damaged at open and refuses every change) is logged and not
-// acknowledged: the client keeps the delta and deposits it again later.
+// id, which means the container's journal entry naming the delta has been
+// written (and, with setSynchronous, forced to the disk). A store that fails (set: answers -1, or
+// the container was found damaged at open and refuses every change) is logged and not acknowledged:
+// the client keeps the delta and deposits it again later.
 //
 // Delivery. A collect sends the count of the user's queue, then the deltas
 // from its head in strict alternation with the acknowledgements. Anything
@@ -218,7 +218,7 @@ void LXRelay::processIncoming_(LXSocket* socket) {
     int identifier = _container->set_(delta);
     if (identifier < 0) {
         LOG("deposit not stored: %s - no acknowledgement", textOf(delta->description()));
-        // When the block went in but the index file didn't, the record is
+        // When the block went in but its journal entry didn't, the record is
         // in the container's memory and would reach disk with the next
         // write, then come back at a restart beside the copy the client
         // deposits again. Taking it out keeps the two in step.
@@ -240,23 +240,6 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
     }
     NSMutableArray* queue = _index->objectsForKey_(user);
     socket->sendInt_(static_cast<int32_t>(queue->count()));
-    // The deletes of acknowledged deltas reach the store's index file in
-    // groups, not one full index write each (megabytes with a long
-    // queue); a group ends every kDeleteBatch deltas and when the collect
-    // ends, however it ends. A relay killed inside a group delivers that
-    // group's deltas again, as a lost acknowledgement would.
-    struct DeleteBatch {
-        LXContainer* store;
-        uint32_t pending = 0;
-        explicit DeleteBatch(LXContainer* c) : store(c) { store->beginBatch(); }
-        ~DeleteBatch() { store->endBatch(); }
-        void deleted() {
-            if (++pending < kDeleteBatch) return;
-            store->endBatch();
-            store->beginBatch();
-            pending = 0;
-        }
-    } batch(_container);
     while (queue->count() > 0) {
         NSAutoreleasePoolScope turn;
         int identifier = static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue();
@@ -276,9 +259,10 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
             LOG("reception not committed");
             return;
         }
+        // Each delete is its own durable operation: a relay stopped after
+        // it never sends this delta again.
         queue->removeObjectAtIndex_(0);
         _container->delete_(delta);
-        batch.deleted();
     }
 }
 

@@ -27,9 +27,6 @@ class LXRelay : public NSObject {
 public:
     // The name of the relay's container in the working directory.
     static constexpr const char* kContainerName = "_relay_";
-    // Deletes of acknowledged deltas per write of the store's index during
-    // a collect.
-    static constexpr uint32_t kDeleteBatch = 64;
 
     // Opens (or creates) "_relay_" and rebuilds the queues from it; logs
     // "%d delta(s) restored".

@@ -208,19 +208,6 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         ids = retainRef(_deltaRepository->sortedIds());
     }
     const uint32_t budget = ids->count();
-    // Acknowledged deltas leave the store in groups, each group with one
-    // write of the store's index instead of one per delta (the index is
-    // written whole, megabytes for a large store). A stop before a group is
-    // removed sends its deltas again in a later run, which delivery at
-    // least once allows; the store lock is held for the whole group, so no
-    // post waits for a group's removal to become durable.
-    Ref<NSMutableArray> acknowledged =
-            adoptRef(NSMutableArray::alloc()->initWithCapacity_(kRemovalBatch));
-    struct Flush {
-        LXTransceiver* self;
-        NSMutableArray* deltas;
-        ~Flush() { self->removeDeltas(deltas); }
-    } flush{this, acknowledged};
     for (uint32_t sent = 0; sent < budget; sent++) {
         NSAutoreleasePoolScope round;
         LXDelta* delta;
@@ -247,21 +234,13 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
             LOG("reception not committed");
             return false;
         }
-        acknowledged->addObject_(delta);
-        if (acknowledged->count() >= kRemovalBatch) removeDeltas(acknowledged);
+        // Its own operation: once removeDelta: returns, the removal is on
+        // disk (one journal entry), so a stop after it never sends the
+        // delta again.
+        NSLockScope held(_lock);
+        _deltaRepository->removeDelta_(delta);
     }
     return true;
-}
-
-void LXTransceiver::removeDeltas(NSMutableArray* deltas) {
-    if (deltas->count() == 0) return;
-    NSLockScope held(_lock);
-    LXContainer* store = _deltaRepository->container();
-    store->beginBatch();
-    for (uint32_t i = 0; i < deltas->count(); i++)
-        _deltaRepository->removeDelta_(static_cast<LXDelta*>(deltas->objectAtIndex_(i)));
-    store->endBatch();
-    deltas->removeAllObjects();
 }
 
 // Answers the number of deltas processed and acknowledged, or -1 when the

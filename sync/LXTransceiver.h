@@ -123,11 +123,7 @@ protected:
     ~LXTransceiver() override = default;
 
 private:
-    // Acknowledged deltas removed from the store per index write.
-    static constexpr uint32_t kRemovalBatch = 64;
     bool sendPhase(uint32_t port, NSString* host, int* counter);
-    // Removes the deltas from the store in one batch and empties the array.
-    void removeDeltas(NSMutableArray* deltas);
     int32_t receivePhase(uint32_t port, NSString* host, LXUser* user);
     // Reads, applies (or keeps aside) and acknowledges one delta of a
     // collect; false when the phase must end there.
