@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -102,17 +103,19 @@ private:
 };
 
 // One vantor-relay process: --port 0 in `dir`, standard output and error to
-// a log file of its own there. Killed at the end of the scope at the latest.
+// a log file of its own there, with --fsync when asked. Killed at the end
+// of the scope at the latest.
 class RelayProcess {
 public:
-    RelayProcess(const std::string& dir, double timeout = 5) : _dir(dir) {
+    RelayProcess(const std::string& dir, double timeout = 5, bool fsync = false) : _dir(dir) {
         static int serial = 0;
         _logPath = dir + "/relay-" + std::to_string(++serial) + ".log";
         std::string seconds = std::to_string(timeout);
         std::string path = relayPath();
-        std::vector<const char*> argv = {path.c_str(),    "--port",    "0",
-                                         "--dir",         dir.c_str(), "--timeout",
-                                         seconds.c_str(), nullptr};
+        std::vector<const char*> argv = {path.c_str(), "--port",       "0", "--dir", dir.c_str(),
+                                         "--timeout",  seconds.c_str()};
+        if (fsync) argv.push_back("--fsync");
+        argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, _logPath.c_str(),
@@ -498,15 +501,21 @@ TEST_F(RelayTest, DepositsTheAddresseeCannotProcessAreRefused) {
     EXPECT_EQ(collect(relay.port(), "2").contents, words({"fine"}));
 }
 
+// Plain and with --fsync (each in a store of its own): an acknowledged
+// deposit survives a kill.
 TEST_F(RelayTest, KillRightAfterAcknowledgementLosesNothing) {
-    {
-        RelayProcess relay(dir);
-        ASSERT_EQ(deposit(relay.port(), delta("kept")), 1);
-        relay.stop(SIGKILL);
+    for (bool fsync : {false, true}) {
+        std::string store = dir + (fsync ? "/fsync" : "/plain");
+        ASSERT_EQ(mkdir(store.c_str(), 0755), 0);
+        {
+            RelayProcess relay(store, 5, fsync);
+            ASSERT_EQ(deposit(relay.port(), delta("kept")), 1);
+            relay.stop(SIGKILL);
+        }
+        RelayProcess relay(store, 5, fsync);
+        EXPECT_EQ(relay.log().substr(0, 20), "1 delta(s) restored\n") << fsync;
+        EXPECT_EQ(collect(relay.port(), "2").contents, words({"kept"})) << fsync;
     }
-    RelayProcess relay(dir);
-    EXPECT_EQ(relay.log().substr(0, 20), "1 delta(s) restored\n");
-    EXPECT_EQ(collect(relay.port(), "2").contents, words({"kept"}));
 }
 
 // In process: a deposit whose store fails, at the block or at the index
