@@ -34,6 +34,11 @@
 // the container was found damaged at open and refuses every change) is logged and not acknowledged:
 // the client keeps the delta and deposits it again later.
 //
+// Bounds. What a client can make the relay keep is bounded: an id longer
+// than kMaximumIdLength bytes is refused, in a deposit and in a collect,
+// and the key of a queue goes from the index with the last delta of the
+// queue, so made-up users with nothing waiting cost nothing.
+//
 // Delivery. A collect sends the count of the user's queue, then the deltas
 // from its head in strict alternation with the acknowledgements. Anything
 // but the int 1 (another value, a closed connection, the receive time-out)
@@ -51,6 +56,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -75,6 +81,14 @@ const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 NSString* queueKeyOf(LXDelta* delta) {
     NSString* key = NSNil(delta->addressee(), &LXUser::uniqueId);
     return key && key->length() > 0 ? key : nullptr;
+}
+
+// True, with a log line, when the id is longer than the relay takes.
+bool idTooLong(NSString* id, const char* what) {
+    size_t bytes = std::strlen(id->UTF8String());
+    if (bytes <= LXRelay::kMaximumIdLength) return false;
+    LOG("%s refused: id of %zu bytes (limit %u)", what, bytes, LXRelay::kMaximumIdLength);
+    return true;
 }
 
 // Why the addressee could never process the delta, or nullptr. A client
@@ -195,6 +209,7 @@ void LXRelay::serve(LXSocket* connection) {
 
 void LXRelay::processIncoming_(LXSocket* socket) {
     NSString* announced = socket->readString();
+    if (announced && idTooLong(announced, "deposit")) return;
     NSObject* object = announced ? socket->readObject() : nullptr;
     if (!object) {
         LOG("deposit refused: no delta received");
@@ -226,6 +241,7 @@ void LXRelay::processIncoming_(LXSocket* socket) {
         return;
     }
     _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
+    // The users with deltas waiting: emptied queues are forgotten.
     LOG("delta enqueued: %s, total users: %u", textOf(delta->description()),
         _index->dict()->count());
     socket->sendInt_(LXRelayProtocol::kAcknowledged);
@@ -238,6 +254,7 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
         LOG("collect refused: no user received");
         return;
     }
+    if (idTooLong(user, "collect")) return;
     NSMutableArray* queue = _index->objectsForKey_(user);
     socket->sendInt_(static_cast<int32_t>(queue->count()));
     while (queue->count() > 0) {
@@ -264,6 +281,8 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
         queue->removeObjectAtIndex_(0);
         _container->delete_(delta);
     }
+    // Nothing left for this user: the key goes too (the queue with it).
+    _index->dict()->removeObjectForKey_(user);
 }
 
 NS_CLASS_BEGIN(LXRelay, NSObject)

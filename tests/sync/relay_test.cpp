@@ -501,6 +501,38 @@ TEST_F(RelayTest, DepositsTheAddresseeCannotProcessAreRefused) {
     EXPECT_EQ(collect(relay.port(), "2").contents, words({"fine"}));
 }
 
+// Ids beyond the bound are refused in both commands; one at the bound is
+// taken and delivered.
+TEST_F(RelayTest, LongIdsAreRefused) {
+    RelayProcess relay(dir);
+    std::string limit(LXRelay::kMaximumIdLength, 'x');
+    std::string over = limit + "y";
+    std::string jane = std::string("Jane Doe/R&D/Acme-");
+    EXPECT_EQ(deposit(relay.port(), delta("over", (jane + over).c_str())), -1);
+    EXPECT_TRUE(relay.waitForLog("deposit refused: id of 257 bytes (limit 256)\n"));
+    EXPECT_EQ(collect(relay.port(), over.c_str()).announced, -1);
+    EXPECT_TRUE(relay.waitForLog("collect refused: id of 257 bytes (limit 256)\n"));
+    EXPECT_EQ(deposit(relay.port(), delta("at the limit", (jane + limit).c_str())), 1);
+    EXPECT_EQ(collect(relay.port(), limit.c_str()).contents, words({"at the limit"}));
+}
+
+// A queue emptied by a collect leaves the index: the next deposit, for
+// another user, counts one user, not two. A collect that stops early keeps
+// the queue.
+TEST_F(RelayTest, EmptiedQueuesAreForgotten) {
+    RelayProcess relay(dir);
+    ASSERT_EQ(deposit(relay.port(), delta("a")), 1);
+    ASSERT_EQ(deposit(relay.port(), delta("b")), 1);
+    EXPECT_EQ(collect(relay.port(), "2", 1).contents, words({"a", "b"}));
+    ASSERT_EQ(deposit(relay.port(), delta("m", kMax)), 1);
+    EXPECT_TRUE(relay.waitForLog("(NSString), total users: 2\n"));
+    EXPECT_EQ(collect(relay.port(), "2").contents, words({"b"}));
+    EXPECT_EQ(collect(relay.port(), "3").contents, words({"m"}));
+    ASSERT_EQ(deposit(relay.port(), delta("c")), 1);
+    EXPECT_TRUE(relay.waitForLog("(NSString), total users: 1\n", 3));
+    EXPECT_EQ(occurrences(relay.log(), "total users: 3"), 0u);
+}
+
 // Plain and with --fsync (each in a store of its own): an acknowledged
 // deposit survives a kill.
 TEST_F(RelayTest, KillRightAfterAcknowledgementLosesNothing) {
