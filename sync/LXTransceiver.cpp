@@ -189,10 +189,11 @@ void LXTransceiver::checkWithPort_host_(uint32_t port, NSString* host) {
     int counter = 1;
     int32_t waitingBefore = static_cast<int32_t>(deltaCount());
     bool sent = sendPhase(port, host, &counter);
-    int32_t received = receivePhase(port, host, user());
+    bool receivedAll = false;
+    int32_t received = receivePhase(port, host, user(), &receivedAll);
     _lastCycleSent = waitingBefore - static_cast<int32_t>(deltaCount());
-    _lastCycleReceived = received < 0 ? 0 : received;
-    _lastCycleComplete = sent && received >= 0;
+    _lastCycleReceived = received;
+    _lastCycleComplete = sent && receivedAll;
 }
 
 // Answers false when the phase ended at a delta that did not get through.
@@ -243,24 +244,27 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
     return true;
 }
 
-// Answers the number of deltas processed and acknowledged, or -1 when the
-// phase ended before all that the relay announced were.
-int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user) {
+// Answers the number of deltas processed and acknowledged, also when the
+// phase broke off; *all says whether every delta the relay announced was.
+int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user, bool* all) {
+    *all = false;
     Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
-    if (!socket || !socket->connect_port_(host, port)) return -1;
+    if (!socket || !socket->connect_port_(host, port)) return 0;
     socket->sendInt_(LXRelayProtocol::kCollect);
     socket->sendString_(NSNil(user, &LXUser::uniqueId));
     socket->sendString_(NSString::stringWithUTF8String_(LXRelayProtocol::kCollectGroup));
     int32_t count = socket->readInt();
     LOG("should get %d delta(s)", count);
     // A count that can't be read (broken or closed connection) reads as 0.
-    int32_t processed = socket->isBroken() ? -1 : 0;
+    if (socket->isBroken()) return 0;
+    int32_t processed = 0;
     for (int32_t i = 0; i < count; i++) {
         NSAutoreleasePoolScope round;
         if (!receiveOne(socket)) break;
         processed++;
     }
-    return processed == count ? processed : -1;
+    *all = processed == count;
+    return processed;
 }
 
 bool LXTransceiver::receiveOne(LXSocket* socket) {

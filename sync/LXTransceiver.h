@@ -105,7 +105,8 @@ public:
     // The outgoing deltas waiting in the delta store.
     uint32_t deltaCount();
     // What the last check cycle did: the deltas that left the store, the
-    // incoming deltas processed and acknowledged, and whether both phases
+    // incoming deltas processed and acknowledged (also those of a receive
+    // phase that broke off later), and whether both phases
     // went through to their ends (the relay reached, nothing refused,
     // nothing broken off). A tool that runs cycles itself stops when a
     // complete cycle moved nothing.
@@ -124,7 +125,7 @@ protected:
 
 private:
     bool sendPhase(uint32_t port, NSString* host, int* counter);
-    int32_t receivePhase(uint32_t port, NSString* host, LXUser* user);
+    int32_t receivePhase(uint32_t port, NSString* host, LXUser* user, bool* all);
     // Reads, applies (or keeps aside) and acknowledges one delta of a
     // collect; false when the phase must end there.
     bool receiveOne(LXSocket* socket);
