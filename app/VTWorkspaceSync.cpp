@@ -57,25 +57,6 @@ const char* textOf(NSObject* value) {
 // Seconds that must have passed since the last sync beep for the next.
 constexpr double kSyncBeepInterval = 10.0;
 
-// The deltas of one change, one per addressee, go into the delta store with
-// a single write of its index (written whole, which for a store holding
-// the deltas of a burst among many users is megabytes per write). Each
-// delta's record is written as it is posted; a stop before the end of the
-// loop loses the change's deltas, as a stop between the commit's store of
-// the record and its posts would.
-class PostBatch {
-public:
-    PostBatch() : _store(LXTransceiver::defaultTransceiver()->deltaRepository()->container()) {
-        _store->beginBatch();
-    }
-    ~PostBatch() { _store->endBatch(); }
-    PostBatch(const PostBatch&) = delete;
-    PostBatch& operator=(const PostBatch&) = delete;
-
-private:
-    LXContainer* _store;
-};
-
 }  // namespace
 
 LXPool* VTWorkspace::replicationPool() {
@@ -123,7 +104,6 @@ void VTWorkspace::synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, N
     if (!fields) fields = NSMutableArray::array();
     LXPool* pool = replicationPool();
     LXUser* sender = LXUser::userWithString_(currentUserUniqueId());
-    PostBatch batch;
     for (uint32_t i = 0, n = users->count(); i < n; i++) {
         NSMutableDictionary* contents = NSDictionary::dictionaryWithObjectsAndKeys_(
                 "set"_ns, "action"_ns, fields, "fields"_ns, sheetName, "sheet"_ns, record,
@@ -152,7 +132,6 @@ void VTWorkspace::synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId,
     NSObject* version = tombstone ? tombstone->objectForKey_("__removed"_ns) : nullptr;
     LXPool* pool = replicationPool();
     LXUser* sender = LXUser::userWithString_(currentUserUniqueId());
-    PostBatch batch;
     for (uint32_t i = 0, n = users->count(); i < n; i++) {
         NSMutableDictionary* contents = NSDictionary::dictionaryWithObjectsAndKeys_(
                 "delete"_ns, "action"_ns, sheetName, "sheet"_ns, recordId, "objectId"_ns, nullptr);

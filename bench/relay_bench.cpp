@@ -1,10 +1,14 @@
 // The relay's throughput with a queue of 100,000 deltas, side by side with
 // Redis in the same run:
 //
-//   RelayDeposit    deposits/s: each one a new connection carrying one
+//   RelayDeposit/<mode>
+//                   deposits/s: each one a new connection carrying one
 //                   delta, acknowledged once it is on disk (as the
-//                   transceiver's send phase does)
-//   RelayCollect    collects/s: one collect connection, each delta read
+//                   transceiver's send phase does); mode plain, or fsync
+//                   (vantor-relay --fsync: each journal entry forced to
+//                   stable storage before the acknowledgement)
+//   RelayCollect/<mode>
+//                   collects/s: one collect connection, each delta read
 //                   and acknowledged before the next comes (the receive
 //                   phase), each acknowledgement a delete in the store
 //   Redis/<mode>/LPUSH, Redis/<mode>/RPOP
@@ -13,7 +17,8 @@
 //                   values of the delta's size; redis-benchmark -k 0 -c 1
 //                   (a new connection per request, one client at a time,
 //                   as the relay serves)
-//   Ratios          relay figure / Redis figure, per mode
+//   Ratios          relay figure / Redis figure: plain against everysec,
+//                   fsync against always
 //
 // The delta is a Save of a record of 12 string fields (the "set" contents
 // of the workspace). vantor-relay is found beside this program's build
@@ -25,8 +30,10 @@
 //   cmake --build build-relay-release -j2 --target relay_bench vantor-relay
 //   build-relay-release/bench/relay_bench
 //
-// The relay writes no fsync (a killed process loses nothing, a power cut
-// may): Redis with everysec is the like-for-like peer, always is stronger.
+// Plainly the relay forces nothing to the disk (a killed process loses
+// nothing, a power cut may): Redis with everysec is its like-for-like peer.
+// With --fsync every acknowledged delta is on stable storage, like Redis
+// with always.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -120,8 +127,10 @@ uint16_t freePort() {
 std::string relayPath() { return builtProgram("VANTOR_RELAY_PATH", "relay/vantor-relay"); }
 
 // The relay under test: a store of kQueue deltas for one user, then the
-// process on a free port. Made once, at the first relay benchmark.
+// process on a free port, with --fsync or without. Made once per mode, at
+// its first benchmark.
 struct Relay {
+    bool fsync = false;
     std::string dir;
     pid_t pid = -1;
     uint16_t port = 0;
@@ -149,7 +158,9 @@ struct Relay {
         }
         auto t1 = std::chrono::steady_clock::now();
         std::string log = dir + "/relay.log";
-        pid = spawn({relayPath(), "--port", "0", "--dir", dir}, log);
+        std::vector<std::string> args = {relayPath(), "--port", "0", "--dir", dir};
+        if (fsync) args.push_back("--fsync");
+        pid = spawn(args, log);
         while (pid > 0 && readFile(log).find("listening on port ") == std::string::npos) {
             if (secondsSince(t1) > 300 || waitpid(pid, nullptr, WNOHANG) != 0) {
                 state.SkipWithError(("vantor-relay did not start: " + relayPath()).c_str());
@@ -169,19 +180,23 @@ struct Relay {
     }
 };
 
-Relay* gRelay = nullptr;
+Relay* gRelays[2] = {nullptr, nullptr};
 std::map<std::string, double> gFigures;
 
-Relay* relay(benchmark::State& state) {
-    if (!gRelay) {
-        gRelay = new Relay();
-        if (!gRelay->start(state)) return nullptr;
+Relay* relay(benchmark::State& state, bool fsync) {
+    Relay*& made = gRelays[fsync ? 1 : 0];
+    if (!made) {
+        made = new Relay();
+        made->fsync = fsync;
+        if (!made->start(state)) return nullptr;
     }
-    return gRelay->pid > 0 ? gRelay : nullptr;
+    return made->pid > 0 ? made : nullptr;
 }
 
-void BM_RelayDeposit(benchmark::State& state) {
-    Relay* r = relay(state);
+const char* modeSuffix(bool fsync) { return fsync ? "_fsync" : ""; }
+
+void BM_RelayDeposit(benchmark::State& state, bool fsync) {
+    Relay* r = relay(state, fsync);
     if (!r) return;
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     NSData* archive = archiveOf(saveDelta(kQueue));
@@ -202,19 +217,23 @@ void BM_RelayDeposit(benchmark::State& state) {
     double rate = static_cast<double>(state.iterations()) / secondsSince(t0);
     outer->release();
     if (refused) state.SkipWithError("a deposit was not acknowledged");
-    gFigures["deposit"] = rate;
+    gFigures[std::string("deposit") + modeSuffix(fsync)] = rate;
     state.counters["deposits/s"] = rate;
     state.counters["delta_bytes"] = deltaSize();
     state.counters["prefill_s"] = r->prefillSeconds;
     state.counters["start_s"] = r->startSeconds;
 }
-BENCHMARK(BM_RelayDeposit)
+BENCHMARK_CAPTURE(BM_RelayDeposit, plain, false)
+        ->Iterations(kRelayOperations)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RelayDeposit, fsync, true)
         ->Iterations(kRelayOperations)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
 
-void BM_RelayCollect(benchmark::State& state) {
-    Relay* r = relay(state);
+void BM_RelayCollect(benchmark::State& state, bool fsync) {
+    Relay* r = relay(state, fsync);
     if (!r) return;
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
     LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_("Mq7Tarn"_ns);
@@ -236,11 +255,15 @@ void BM_RelayCollect(benchmark::State& state) {
     socket->release();
     outer->release();
     if (broken || waiting < kQueue) state.SkipWithError("the collect broke or the queue was short");
-    gFigures["collect"] = rate;
+    gFigures[std::string("collect") + modeSuffix(fsync)] = rate;
     state.counters["collects/s"] = rate;
     state.counters["queue"] = waiting;
 }
-BENCHMARK(BM_RelayCollect)
+BENCHMARK_CAPTURE(BM_RelayCollect, plain, false)
+        ->Iterations(kRelayOperations)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RelayCollect, fsync, true)
         ->Iterations(kRelayOperations)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
@@ -344,22 +367,24 @@ BENCHMARK_CAPTURE(BM_Redis, always / RPOP, "always", "rpop", 5000)
 struct StopServersAtExit {
     ~StopServersAtExit() {
         delete gRedis;
-        delete gRelay;
+        for (Relay* r : gRelays) delete r;
     }
 } gStopServersAtExit;
 
 // The relay's figures over Redis's: deposit against LPUSH, collect against
-// RPOP, per durability mode.
+// RPOP, the plain relay against everysec and the --fsync one against always.
 void BM_Ratios(benchmark::State& state) {
     for (auto _ : state) {
     }
-    for (const char* mode : {"everysec", "always"}) {
-        double lpush = gFigures[std::string(mode) + "/lpush"];
-        double rpop = gFigures[std::string(mode) + "/rpop"];
-        state.counters[std::string("deposit/LPUSH_") + mode] =
-                lpush > 0 ? gFigures["deposit"] / lpush : 0;
-        state.counters[std::string("collect/RPOP_") + mode] =
-                rpop > 0 ? gFigures["collect"] / rpop : 0;
+    for (bool fsync : {false, true}) {
+        std::string mode = fsync ? "always" : "everysec";
+        double lpush = gFigures[mode + "/lpush"];
+        double rpop = gFigures[mode + "/rpop"];
+        std::string suffix = modeSuffix(fsync);
+        state.counters["deposit" + suffix + "/LPUSH_" + mode] =
+                lpush > 0 ? gFigures["deposit" + suffix] / lpush : 0;
+        state.counters["collect" + suffix + "/RPOP_" + mode] =
+                rpop > 0 ? gFigures["collect" + suffix] / rpop : 0;
     }
 }
 BENCHMARK(BM_Ratios)->Iterations(1);

@@ -2,6 +2,7 @@
 // relay] and run, and takes the few options an operator needs:
 //
 //   vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]
+//                [--fsync]
 //   vantor-relay --help | --version
 //
 // Exit status: 2 for bad options (usage on standard error), 1 when the
@@ -24,6 +25,7 @@ namespace {
 void usage(FILE* out) {
     std::fprintf(out,
                  "usage: vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]\n"
+                 "                    [--fsync]\n"
                  "       vantor-relay --help | --version\n"
                  "  --bind ADDRESS     the local IPv4 address to listen on, e.g. 127.0.0.1\n"
                  "                     (default: all local addresses)\n"
@@ -33,6 +35,9 @@ void usage(FILE* out) {
                  "                     (default: the current directory; must exist)\n"
                  "  --timeout SECONDS  how long each element of a client's exchange may take\n"
                  "                     before the connection is dropped (default %g; 0: no limit)\n"
+                 "  --fsync            acknowledge a delta only once its entry in the store's\n"
+                 "                     journal is on stable storage (fdatasync), so that it\n"
+                 "                     survives a power loss, not only a killed relay\n"
                  "  --help             this text\n"
                  "  --version          the version\n"
                  "Options take their value as \"--port N\" or \"--port=N\".\n",
@@ -79,6 +84,7 @@ int main(int argc, char** argv) {
     const char* dir = nullptr;
     std::string bind;
     double timeout = -1;
+    bool fsync = false;
     for (int i = 1; i < argc; i++) {
         std::string arg = argv[i];
         if (arg == "--help" || arg == "-h") {
@@ -88,6 +94,10 @@ int main(int argc, char** argv) {
         if (arg == "--version") {
             std::printf("vantor-relay %s\n", VANTOR_VERSION);
             return 0;
+        }
+        if (arg == "--fsync") {
+            fsync = true;
+            continue;
         }
         std::string name = arg;
         const char* value = nullptr;
@@ -132,6 +142,10 @@ int main(int argc, char** argv) {
 
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
     LXRelay* relay = LXRelay::relay();
+    // Without it a delta survives a killed relay (its journal entry is
+    // written before the acknowledgement) but may be lost with the
+    // system's cache at a power loss.
+    if (fsync) relay->container()->setSynchronous_(true);
     if (!bind.empty()) relay->setBindAddress_(NSString::stringWithUTF8String_(bind.c_str()));
     if (port == LXRelay::defaultPort()) {
         relay->run();

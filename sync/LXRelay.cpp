@@ -29,10 +29,15 @@
 // under the wrong user is lost to its addressee.
 //
 // Durability. The acknowledgement goes out only after set: has answered an
-// id, which means the container's index file naming the delta has been
-// replaced on disk. A store that fails (set: answers -1, or the container
-// was found damaged at open and refuses every change) is logged and not
-// acknowledged: the client keeps the delta and deposits it again later.
+// id, which means the container's journal entry naming the delta has been
+// written (and, with setSynchronous, forced to the disk). A store that fails (set: answers -1, or
+// the container was found damaged at open and refuses every change) is logged and not acknowledged:
+// the client keeps the delta and deposits it again later.
+//
+// Bounds. What a client can make the relay keep is bounded: an id longer
+// than kMaximumIdLength bytes is refused, in a deposit and in a collect,
+// and the key of a queue goes from the index with the last delta of the
+// queue, so made-up users with nothing waiting cost nothing.
 //
 // Delivery. A collect sends the count of the user's queue, then the deltas
 // from its head in strict alternation with the acknowledgements. Anything
@@ -51,6 +56,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -75,6 +81,14 @@ const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 NSString* queueKeyOf(LXDelta* delta) {
     NSString* key = NSNil(delta->addressee(), &LXUser::uniqueId);
     return key && key->length() > 0 ? key : nullptr;
+}
+
+// True, with a log line, when the id is longer than the relay takes.
+bool idTooLong(NSString* id, const char* what) {
+    size_t bytes = std::strlen(id->UTF8String());
+    if (bytes <= LXRelay::kMaximumIdLength) return false;
+    LOG("%s refused: id of %zu bytes (limit %u)", what, bytes, LXRelay::kMaximumIdLength);
+    return true;
 }
 
 // Why the addressee could never process the delta, or nullptr. A client
@@ -195,6 +209,7 @@ void LXRelay::serve(LXSocket* connection) {
 
 void LXRelay::processIncoming_(LXSocket* socket) {
     NSString* announced = socket->readString();
+    if (announced && idTooLong(announced, "deposit")) return;
     NSObject* object = announced ? socket->readObject() : nullptr;
     if (!object) {
         LOG("deposit refused: no delta received");
@@ -218,7 +233,7 @@ void LXRelay::processIncoming_(LXSocket* socket) {
     int identifier = _container->set_(delta);
     if (identifier < 0) {
         LOG("deposit not stored: %s - no acknowledgement", textOf(delta->description()));
-        // When the block went in but the index file didn't, the record is
+        // When the block went in but its journal entry didn't, the record is
         // in the container's memory and would reach disk with the next
         // write, then come back at a restart beside the copy the client
         // deposits again. Taking it out keeps the two in step.
@@ -226,6 +241,7 @@ void LXRelay::processIncoming_(LXSocket* socket) {
         return;
     }
     _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
+    // The users with deltas waiting: emptied queues are forgotten.
     LOG("delta enqueued: %s, total users: %u", textOf(delta->description()),
         _index->dict()->count());
     socket->sendInt_(LXRelayProtocol::kAcknowledged);
@@ -238,25 +254,9 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
         LOG("collect refused: no user received");
         return;
     }
+    if (idTooLong(user, "collect")) return;
     NSMutableArray* queue = _index->objectsForKey_(user);
     socket->sendInt_(static_cast<int32_t>(queue->count()));
-    // The deletes of acknowledged deltas reach the store's index file in
-    // groups, not one full index write each (megabytes with a long
-    // queue); a group ends every kDeleteBatch deltas and when the collect
-    // ends, however it ends. A relay killed inside a group delivers that
-    // group's deltas again, as a lost acknowledgement would.
-    struct DeleteBatch {
-        LXContainer* store;
-        uint32_t pending = 0;
-        explicit DeleteBatch(LXContainer* c) : store(c) { store->beginBatch(); }
-        ~DeleteBatch() { store->endBatch(); }
-        void deleted() {
-            if (++pending < kDeleteBatch) return;
-            store->endBatch();
-            store->beginBatch();
-            pending = 0;
-        }
-    } batch(_container);
     while (queue->count() > 0) {
         NSAutoreleasePoolScope turn;
         int identifier = static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue();
@@ -276,10 +276,13 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
             LOG("reception not committed");
             return;
         }
+        // Each delete is its own durable operation: a relay stopped after
+        // it never sends this delta again.
         queue->removeObjectAtIndex_(0);
         _container->delete_(delta);
-        batch.deleted();
     }
+    // Nothing left for this user: the key goes too (the queue with it).
+    _index->dict()->removeObjectForKey_(user);
 }
 
 NS_CLASS_BEGIN(LXRelay, NSObject)

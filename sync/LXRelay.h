@@ -27,9 +27,14 @@ class LXRelay : public NSObject {
 public:
     // The name of the relay's container in the working directory.
     static constexpr const char* kContainerName = "_relay_";
-    // Deletes of acknowledged deltas per write of the store's index during
-    // a collect.
-    static constexpr uint32_t kDeleteBatch = 64;
+    // The longest uniqueId, in bytes, that a deposit may name as addressee
+    // and a collect as its user; longer ones are refused with a log line.
+    // A uniqueId is the id of a user's record, a few dozen bytes, but the
+    // socket lets strings of up to its maximum length through (16 MiB by
+    // default), and the relay keeps the id as a queue key and inside every
+    // delta it stores: a made-up id of a megabyte would cost a megabyte per
+    // delta. 256 bytes leaves room for any id a client makes.
+    static constexpr uint32_t kMaximumIdLength = 256;
 
     // Opens (or creates) "_relay_" and rebuilds the queues from it; logs
     // "%d delta(s) restored".
@@ -57,7 +62,8 @@ public:
     void processIncoming_(LXSocket* socket);
     // Command 2: reads the collecting user's uniqueId and the group string,
     // sends the count of its queue, then each delta in turn, deleting each
-    // only after the client's 1 for it.
+    // only after the client's 1 for it. A queue emptied that way is
+    // forgotten: the index keeps only users with deltas waiting.
     void processOutgoing_(LXSocket* socket);
 
     // ---- For tools and tests ---------------------------------------------

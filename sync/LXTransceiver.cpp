@@ -189,10 +189,11 @@ void LXTransceiver::checkWithPort_host_(uint32_t port, NSString* host) {
     int counter = 1;
     int32_t waitingBefore = static_cast<int32_t>(deltaCount());
     bool sent = sendPhase(port, host, &counter);
-    int32_t received = receivePhase(port, host, user());
+    bool receivedAll = false;
+    int32_t received = receivePhase(port, host, user(), &receivedAll);
     _lastCycleSent = waitingBefore - static_cast<int32_t>(deltaCount());
-    _lastCycleReceived = received < 0 ? 0 : received;
-    _lastCycleComplete = sent && received >= 0;
+    _lastCycleReceived = received;
+    _lastCycleComplete = sent && receivedAll;
 }
 
 // Answers false when the phase ended at a delta that did not get through.
@@ -208,19 +209,6 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         ids = retainRef(_deltaRepository->sortedIds());
     }
     const uint32_t budget = ids->count();
-    // Acknowledged deltas leave the store in groups, each group with one
-    // write of the store's index instead of one per delta (the index is
-    // written whole, megabytes for a large store). A stop before a group is
-    // removed sends its deltas again in a later run, which delivery at
-    // least once allows; the store lock is held for the whole group, so no
-    // post waits for a group's removal to become durable.
-    Ref<NSMutableArray> acknowledged =
-            adoptRef(NSMutableArray::alloc()->initWithCapacity_(kRemovalBatch));
-    struct Flush {
-        LXTransceiver* self;
-        NSMutableArray* deltas;
-        ~Flush() { self->removeDeltas(deltas); }
-    } flush{this, acknowledged};
     for (uint32_t sent = 0; sent < budget; sent++) {
         NSAutoreleasePoolScope round;
         LXDelta* delta;
@@ -247,41 +235,36 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
             LOG("reception not committed");
             return false;
         }
-        acknowledged->addObject_(delta);
-        if (acknowledged->count() >= kRemovalBatch) removeDeltas(acknowledged);
+        // Its own operation: once removeDelta: returns, the removal is on
+        // disk (one journal entry), so a stop after it never sends the
+        // delta again.
+        NSLockScope held(_lock);
+        _deltaRepository->removeDelta_(delta);
     }
     return true;
 }
 
-void LXTransceiver::removeDeltas(NSMutableArray* deltas) {
-    if (deltas->count() == 0) return;
-    NSLockScope held(_lock);
-    LXContainer* store = _deltaRepository->container();
-    store->beginBatch();
-    for (uint32_t i = 0; i < deltas->count(); i++)
-        _deltaRepository->removeDelta_(static_cast<LXDelta*>(deltas->objectAtIndex_(i)));
-    store->endBatch();
-    deltas->removeAllObjects();
-}
-
-// Answers the number of deltas processed and acknowledged, or -1 when the
-// phase ended before all that the relay announced were.
-int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user) {
+// Answers the number of deltas processed and acknowledged, also when the
+// phase broke off; *all says whether every delta the relay announced was.
+int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user, bool* all) {
+    *all = false;
     Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
-    if (!socket || !socket->connect_port_(host, port)) return -1;
+    if (!socket || !socket->connect_port_(host, port)) return 0;
     socket->sendInt_(LXRelayProtocol::kCollect);
     socket->sendString_(NSNil(user, &LXUser::uniqueId));
     socket->sendString_(NSString::stringWithUTF8String_(LXRelayProtocol::kCollectGroup));
     int32_t count = socket->readInt();
     LOG("should get %d delta(s)", count);
     // A count that can't be read (broken or closed connection) reads as 0.
-    int32_t processed = socket->isBroken() ? -1 : 0;
+    if (socket->isBroken()) return 0;
+    int32_t processed = 0;
     for (int32_t i = 0; i < count; i++) {
         NSAutoreleasePoolScope round;
         if (!receiveOne(socket)) break;
         processed++;
     }
-    return processed == count ? processed : -1;
+    *all = processed == count;
+    return processed;
 }
 
 bool LXTransceiver::receiveOne(LXSocket* socket) {

@@ -105,7 +105,8 @@ public:
     // The outgoing deltas waiting in the delta store.
     uint32_t deltaCount();
     // What the last check cycle did: the deltas that left the store, the
-    // incoming deltas processed and acknowledged, and whether both phases
+    // incoming deltas processed and acknowledged (also those of a receive
+    // phase that broke off later), and whether both phases
     // went through to their ends (the relay reached, nothing refused,
     // nothing broken off). A tool that runs cycles itself stops when a
     // complete cycle moved nothing.
@@ -123,12 +124,8 @@ protected:
     ~LXTransceiver() override = default;
 
 private:
-    // Acknowledged deltas removed from the store per index write.
-    static constexpr uint32_t kRemovalBatch = 64;
     bool sendPhase(uint32_t port, NSString* host, int* counter);
-    // Removes the deltas from the store in one batch and empties the array.
-    void removeDeltas(NSMutableArray* deltas);
-    int32_t receivePhase(uint32_t port, NSString* host, LXUser* user);
+    int32_t receivePhase(uint32_t port, NSString* host, LXUser* user, bool* all);
     // Reads, applies (or keeps aside) and acknowledges one delta of a
     // collect; false when the phase must end there.
     bool receiveOne(LXSocket* socket);

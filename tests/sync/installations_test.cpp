@@ -245,6 +245,62 @@ TEST_F(InstallationsTest, ClientKilledDuringSyncLosesNothing) {
         EXPECT_EQ(titlesWith(*i, "killed").size(), size_t(n)) << i->dir;
 }
 
+// The sum of "received N" over the cycle lines of sync runs.
+int receivedIn(const std::string& output) {
+    int sum = 0;
+    for (size_t at = output.find(", received "); at != std::string::npos;
+         at = output.find(", received ", at + 1))
+        sum += std::atoi(output.c_str() + at + 11);
+    return sum;
+}
+
+// Every deposit and every delivery is its own durable operation, so a kill
+// repeats at most the one delta in flight: A killed while it deposits, the
+// relay killed while B collects. Counted at the relay (deposits) and at B
+// (deltas processed and acknowledged, from its cycle lines).
+TEST_F(InstallationsTest, KillsMidBurstRepeatNoAcknowledgedDelta) {
+    const int n = 1000;
+    ASSERT_EQ(a.admin("record set task", burst("counted", n)).status, 0);
+    int before = relay->enqueued();
+    {
+        Child sync(a.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())),
+                   root + "/a-count.log");
+        ASSERT_TRUE(waitFor([&] { return relay->enqueued() >= before + 600; }, 60));
+    }
+    ASSERT_EQ(std::remove((a.dir + "/vantor.lock").c_str()), 0);
+    ASSERT_TRUE(a.syncDone(relay->port()));
+    int deposits = relay->enqueued() - before;
+    EXPECT_GE(deposits, 2 * n);
+    EXPECT_LE(deposits, 2 * n + 1) << "acknowledged deposits were sent again";
+
+    std::string bLog = root + "/b-count.log";
+    {
+        Child sync(b.commandLine("sync --timeout 2 --port " + std::to_string(relay->port())), bLog);
+        // At once: a collect of this size takes well under a second.
+        ASSERT_TRUE(waitFor([&] { return readFile(bLog).find("should get ") != std::string::npos; },
+                            60));
+        relay->kill9();
+        EXPECT_NE(sync.wait(30), 0) << "the sync should have lost its relay";
+    }
+    ASSERT_TRUE(relay->start()) << relay->log();
+    int received = receivedIn(readFile(bLog));
+    EXPECT_GT(received, 0);
+    bool done = false;
+    for (int i = 0; i < 40 && !done; i++) {
+        ProgramResult r = b.admin("sync --timeout 2 --port " + std::to_string(relay->port()));
+        received += receivedIn(r.out);
+        done = r.status == 0;
+    }
+    ASSERT_TRUE(done);
+    EXPECT_GE(received, n);
+    // A deposit repeated after A's kill is held twice and so delivered
+    // twice; beyond that only the delta in flight at the relay's kill.
+    EXPECT_LE(received, n + (deposits - 2 * n) + 1) << "acknowledged deltas were delivered again";
+    ASSERT_TRUE(c.syncDone(relay->port()));
+    for (const Installation* i : {&a, &b, &c})
+        EXPECT_EQ(titlesWith(*i, "counted").size(), size_t(n)) << i->dir;
+}
+
 // Deltas that B could never apply, waiting in the relay's store ahead of a
 // real change (left there by a relay that still took them): B keeps them
 // aside, the change behind them arrives, and `deltas --refused` shows them.

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -102,17 +103,19 @@ private:
 };
 
 // One vantor-relay process: --port 0 in `dir`, standard output and error to
-// a log file of its own there. Killed at the end of the scope at the latest.
+// a log file of its own there, with --fsync when asked. Killed at the end
+// of the scope at the latest.
 class RelayProcess {
 public:
-    RelayProcess(const std::string& dir, double timeout = 5) : _dir(dir) {
+    RelayProcess(const std::string& dir, double timeout = 5, bool fsync = false) : _dir(dir) {
         static int serial = 0;
         _logPath = dir + "/relay-" + std::to_string(++serial) + ".log";
         std::string seconds = std::to_string(timeout);
         std::string path = relayPath();
-        std::vector<const char*> argv = {path.c_str(),    "--port",    "0",
-                                         "--dir",         dir.c_str(), "--timeout",
-                                         seconds.c_str(), nullptr};
+        std::vector<const char*> argv = {path.c_str(), "--port",       "0", "--dir", dir.c_str(),
+                                         "--timeout",  seconds.c_str()};
+        if (fsync) argv.push_back("--fsync");
+        argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, _logPath.c_str(),
@@ -498,15 +501,53 @@ TEST_F(RelayTest, DepositsTheAddresseeCannotProcessAreRefused) {
     EXPECT_EQ(collect(relay.port(), "2").contents, words({"fine"}));
 }
 
-TEST_F(RelayTest, KillRightAfterAcknowledgementLosesNothing) {
-    {
-        RelayProcess relay(dir);
-        ASSERT_EQ(deposit(relay.port(), delta("kept")), 1);
-        relay.stop(SIGKILL);
-    }
+// Ids beyond the bound are refused in both commands; one at the bound is
+// taken and delivered.
+TEST_F(RelayTest, LongIdsAreRefused) {
     RelayProcess relay(dir);
-    EXPECT_EQ(relay.log().substr(0, 20), "1 delta(s) restored\n");
-    EXPECT_EQ(collect(relay.port(), "2").contents, words({"kept"}));
+    std::string limit(LXRelay::kMaximumIdLength, 'x');
+    std::string over = limit + "y";
+    std::string jane = std::string("Jane Doe/R&D/Acme-");
+    EXPECT_EQ(deposit(relay.port(), delta("over", (jane + over).c_str())), -1);
+    EXPECT_TRUE(relay.waitForLog("deposit refused: id of 257 bytes (limit 256)\n"));
+    EXPECT_EQ(collect(relay.port(), over.c_str()).announced, -1);
+    EXPECT_TRUE(relay.waitForLog("collect refused: id of 257 bytes (limit 256)\n"));
+    EXPECT_EQ(deposit(relay.port(), delta("at the limit", (jane + limit).c_str())), 1);
+    EXPECT_EQ(collect(relay.port(), limit.c_str()).contents, words({"at the limit"}));
+}
+
+// A queue emptied by a collect leaves the index: the next deposit, for
+// another user, counts one user, not two. A collect that stops early keeps
+// the queue.
+TEST_F(RelayTest, EmptiedQueuesAreForgotten) {
+    RelayProcess relay(dir);
+    ASSERT_EQ(deposit(relay.port(), delta("a")), 1);
+    ASSERT_EQ(deposit(relay.port(), delta("b")), 1);
+    EXPECT_EQ(collect(relay.port(), "2", 1).contents, words({"a", "b"}));
+    ASSERT_EQ(deposit(relay.port(), delta("m", kMax)), 1);
+    EXPECT_TRUE(relay.waitForLog("(NSString), total users: 2\n"));
+    EXPECT_EQ(collect(relay.port(), "2").contents, words({"b"}));
+    EXPECT_EQ(collect(relay.port(), "3").contents, words({"m"}));
+    ASSERT_EQ(deposit(relay.port(), delta("c")), 1);
+    EXPECT_TRUE(relay.waitForLog("(NSString), total users: 1\n", 3));
+    EXPECT_EQ(occurrences(relay.log(), "total users: 3"), 0u);
+}
+
+// Plain and with --fsync (each in a store of its own): an acknowledged
+// deposit survives a kill.
+TEST_F(RelayTest, KillRightAfterAcknowledgementLosesNothing) {
+    for (bool fsync : {false, true}) {
+        std::string store = dir + (fsync ? "/fsync" : "/plain");
+        ASSERT_EQ(mkdir(store.c_str(), 0755), 0);
+        {
+            RelayProcess relay(store, 5, fsync);
+            ASSERT_EQ(deposit(relay.port(), delta("kept")), 1);
+            relay.stop(SIGKILL);
+        }
+        RelayProcess relay(store, 5, fsync);
+        EXPECT_EQ(relay.log().substr(0, 20), "1 delta(s) restored\n") << fsync;
+        EXPECT_EQ(collect(relay.port(), "2").contents, words({"kept"})) << fsync;
+    }
 }
 
 // In process: a deposit whose store fails, at the block or at the index
