@@ -74,16 +74,22 @@ as_ada record list company | sed 's/^/   /'
 
 echo "== Ada writes Bob a message: sent, delivered, read"
 message=$(echo "{\"subject\": \"Lunch at noon?\", \"whom\": \"$bob\"}" | as_ada record set message)
-status() { "$@" record list message | grep "$message" | sed 's/.*"status":"\([a-z]*\)".*/\1/'; }
-echo "   at Ada after Save: $(status as_ada)"
+# The message's status as each sees it: Ada in her Sent messages, Bob in
+# his Inbox (each list shows only that user's messages).
+status() {
+    local sheet=$1
+    shift
+    "$@" record list "$sheet" | grep "$message" | sed 's/.*"status":"\([a-z]*\)".*/\1/'
+}
+echo "   at Ada after Save: $(status outbox as_ada)"
 as_ada sync --port "$port" > /dev/null
 as_bob sync --port "$port" > /dev/null
-echo "   at Bob after his sync: $(status as_bob)"
+echo "   at Bob after his sync: $(status message as_bob)"
 as_ada sync --port "$port" > /dev/null
-echo "   at Ada after hers: $(status as_ada)"
+echo "   at Ada after hers: $(status outbox as_ada)"
 as_bob record select message "$message"
 as_bob sync --port "$port" > /dev/null
 as_ada sync --port "$port" > /dev/null
-echo "   at Ada after Bob read it: $(status as_ada)"
+echo "   at Ada after Bob read it: $(status outbox as_ada)"
 echo "== the relay's log, last lines"
 tail -n 4 "$dir/relay.log" | sed 's/^/   /'
