@@ -10,23 +10,14 @@
 #include "foundation/Foundation.h"
 #include "storage/LXContainer.h"
 #include "storage/LXManagedObject.h"
+#include "tests/storage/container_values.h"
 #include "tests/support/RunProgram.h"
 
 namespace {
 
-NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
-
-LXManagedObject* object(const std::string& value) {
-    LXManagedObject* o = LXManagedObject::managedObject();
-    o->setObject_forKeyPath_(ns(value), "value"_ns);
-    return o;
-}
-
-std::string valueOf(LXContainer* container, int identifier) {
-    LXManagedObject* o = container->objectWithId_(identifier);
-    NSObject* value = o ? o->objectForKeyPath_("value"_ns) : nullptr;
-    return value ? static_cast<NSString*>(value)->UTF8String() : "<none>";
-}
+using container_values::ns;
+using container_values::object;
+using container_values::valueOf;
 
 // The offset of the first free area.
 int firstFree(LXContainer* container) {

@@ -17,24 +17,15 @@
 #include "storage/LXChecksum.h"
 #include "storage/LXContainer.h"
 #include "storage/LXManagedObject.h"
+#include "tests/storage/container_values.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TestSupport.h"
 
 namespace {
 
-NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
-
-LXManagedObject* object(const std::string& value) {
-    LXManagedObject* o = LXManagedObject::managedObject();
-    o->setObject_forKeyPath_(ns(value), "value"_ns);
-    return o;
-}
-
-std::string valueOf(LXContainer* container, int identifier) {
-    LXManagedObject* o = container->objectWithId_(identifier);
-    NSObject* value = o ? o->objectForKeyPath_("value"_ns) : nullptr;
-    return value ? static_cast<NSString*>(value)->UTF8String() : "<none>";
-}
+using container_values::ns;
+using container_values::object;
+using container_values::valueOf;
 
 // Every stored object's value by id.
 std::map<int, std::string> contents(LXContainer* container) {
@@ -84,13 +75,13 @@ protected:
 // changes for the journal to pass its floor and checkpoint by itself; the
 // data stays too small for compaction.
 TEST_F(ContainerJournal, CheckpointsGiveTheFilesOfAnIndexWrittenAfterEveryChange) {
-    for (uint32_t seed : {7u, 11u, 2026u}) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::string journaled = dir + "/j" + std::to_string(seed);
-        std::string reference = dir + "/r" + std::to_string(seed);
+    for (uint32_t sequence : {7u, 11u, 2026u}) {
+        SCOPED_TRACE("sequence " + std::to_string(sequence));
+        std::string journaled = dir + "/j" + std::to_string(sequence);
+        std::string reference = dir + "/r" + std::to_string(sequence);
         LXContainer* box = open(journaled);
         LXContainer* ref = open(reference);
-        std::mt19937 random(seed);
+        std::mt19937 random(sequence);
         int checkpoints = 0;
         int automatic = 0;
         for (int step = 0; step < 3000; step++) {

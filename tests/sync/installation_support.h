@@ -198,21 +198,16 @@ public:
     }
     // id -> the record's line in `record list`.
     std::map<std::string, std::string> records(const std::string& sheet) const {
-        std::map<std::string, std::string> byId;
-        ProgramResult r = admin("record list " + sheet);
-        EXPECT_EQ(r.status, 0) << r.err;
-        size_t start = 0;
-        for (size_t end; (end = r.out.find('\n', start)) != std::string::npos; start = end + 1) {
-            std::string line = r.out.substr(start, end - start);
-            byId[valueOf(line, "__recordId")] = line;
-        }
-        return byId;
+        return linesById(admin("record list " + sheet));
     }
     // id -> the record's line in `container dump` of the sheet's store:
     // every stored record, whatever the user's table of the sheet shows.
     std::map<std::string, std::string> stored(const std::string& stem) const {
+        return linesById(admin("container dump data/" + stem));
+    }
+    // The JSON lines a command printed, by their record's id.
+    static std::map<std::string, std::string> linesById(const ProgramResult& r) {
         std::map<std::string, std::string> byId;
-        ProgramResult r = admin("container dump data/" + stem);
         EXPECT_EQ(r.status, 0) << r.err;
         size_t start = 0;
         for (size_t end; (end = r.out.find('\n', start)) != std::string::npos; start = end + 1) {
