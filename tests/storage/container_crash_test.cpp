@@ -131,8 +131,8 @@ protected:
 
 // Runs `kills` children that end by SIGKILL after a random delay, or, with
 // `hook`, at a random step of writing.
-void runKills(const std::string& stem, int kills, bool hook, uint32_t seed) {
-    std::mt19937 random(seed);
+void runKills(const std::string& stem, int kills, bool hook, uint32_t sequence) {
+    std::mt19937 random(sequence);
     std::map<int, int> committed;  // id -> version, as last verified
     int version = 0;
     int inFlightKills = 0;

@@ -13,8 +13,8 @@
 // __modified and __modifier differ), the same records are shown, and every
 // value ever saved is current or in its record's history.
 //
-// Fixed seed and a small number of rounds here; for a longer run by hand:
-//   VANTOR_CONVERGENCE_ROUNDS=200 VANTOR_CONVERGENCE_SEED=7 ctest -R sync_convergence
+// A fixed random sequence and a small number of rounds here; for a longer run by hand:
+//   VANTOR_CONVERGENCE_ROUNDS=200 VANTOR_CONVERGENCE_SEQUENCE=7 ctest -R sync_convergence
 // The sanitizer build runs fewer rounds (VANTOR_CONVERGENCE_ROUNDS still
 // decides when given).
 #include <algorithm>
@@ -127,8 +127,8 @@ protected:
 TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
     NSAutoreleasePoolScope pool;
     const int rounds = envNumber("VANTOR_CONVERGENCE_ROUNDS", kDefaultRounds);
-    const uint32_t seed = static_cast<uint32_t>(envNumber("VANTOR_CONVERGENCE_SEED", 27));
-    std::mt19937 rng(seed);
+    const uint32_t sequence = static_cast<uint32_t>(envNumber("VANTOR_CONVERGENCE_SEQUENCE", 27));
+    std::mt19937 rng(sequence);
     auto chance = [&](double p) { return std::uniform_real_distribution<double>(0, 1)(rng) < p; };
     auto pick = [&](size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); };
 
@@ -158,7 +158,7 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
     for (const Installation& i : all) ASSERT_TRUE(i.syncDone(relay->port())) << i.dir;
 
     vt_test::FaultProxyOptions options;
-    options.sequence = seed;
+    options.sequence = sequence;
     options.passWeight = 8;
     options.stallSeconds = 3;
     vt_test::FaultProxy proxy(static_cast<uint16_t>(relay->port()), options);
@@ -242,13 +242,13 @@ TEST_F(ConvergenceTest, FourInstallationsEndWithTheSameRecordsAndLoseNoValue) {
         for (const Installation& i : all) ASSERT_TRUE(i.syncDone(proxy.port())) << i.dir;
 
     std::printf(
-            "convergence: seed %u, %d rounds: %d changes, %d restores, %d removals, %d new "
+            "convergence: sequence %u, %d rounds: %d changes, %d restores, %d removals, %d new "
             "records; "
             "%d syncs, %d killed, %d waits; proxy: %d cut, %d reset, %d stalled, %d refused\n",
-            seed, rounds, figures.changes, figures.restores, figures.removals, figures.creations,
-            figures.syncs, figures.killed, figures.waits, proxy.count(vt_test::Fate::Cut),
-            proxy.count(vt_test::Fate::Reset), proxy.count(vt_test::Fate::Stall),
-            proxy.count(vt_test::Fate::Refuse));
+            sequence, rounds, figures.changes, figures.restores, figures.removals,
+            figures.creations, figures.syncs, figures.killed, figures.waits,
+            proxy.count(vt_test::Fate::Cut), proxy.count(vt_test::Fate::Reset),
+            proxy.count(vt_test::Fate::Stall), proxy.count(vt_test::Fate::Refuse));
 
     auto reference = storedRecords(all[0], "company");
     for (size_t k = 1; k < all.size(); k++) {
