@@ -10,7 +10,9 @@
 
 namespace container_values {
 
-inline NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
+inline NSString* ns(const std::string& text) {
+    return NSString::stringWithUTF8String_(text.c_str());
+}
 
 // Autoreleased.
 inline LXManagedObject* object(const std::string& value) {
