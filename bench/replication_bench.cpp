@@ -27,7 +27,7 @@
 //
 // The programs are found beside this one (../relay, ../admin) or at
 // $VANTOR_RELAY_PATH and $VANTOR_ADMIN_PATH; the demo and its scripts in the
-// source tree this file is in.
+// source tree it was built from.
 #include <benchmark/benchmark.h>
 
 #include <atomic>
@@ -46,10 +46,7 @@ using namespace vt_bench;
 
 constexpr int kBurst = 1000;
 
-std::string sourceDir() {
-    std::string here = __FILE__;
-    return here.substr(0, here.rfind("/bench/"));
-}
+std::string sourceDir() { return VANTOR_SOURCE_DIR; }
 
 std::string quote(const std::string& s) {
     std::string q = "'";
