@@ -90,6 +90,11 @@ struct NSNativeToolkit {
     void (*enable)(void* handle, bool enabled);
     void (*setFocus)(void* handle);
     void (*destroy)(void* handle);
+    // Runs call(context) on the thread that made the window: at once on
+    // that thread, from any other through one native message, which waits
+    // until that thread serves it. The window must run in a toolkit
+    // procedure (see subclass).
+    void (*callOnWindowThread)(void* window, void (*call)(void*), void* context);
     // Replaces the control's window procedure with the toolkit's; answers
     // the former one. ansi: set it with the A call.
     void* (*subclass)(void* handle, NSNativeProc proc, bool ansi);

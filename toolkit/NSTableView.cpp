@@ -95,6 +95,18 @@ int32_t NSTableView::numberOfRows() {
 }
 
 void NSTableView::reloadData() {
+    // From another thread (the transceiver's) the whole reload runs on the
+    // list's thread, through one native message: one wait instead of one
+    // per cell, and the data source is then read on the thread that edits
+    // it, between two of its messages.
+    if (_hWnd && NSNative())
+        NSNative()->callOnWindowThread(
+                _hWnd, [](void* table) { static_cast<NSTableView*>(table)->reloadRows(); }, this);
+    else
+        reloadRows();
+}
+
+void NSTableView::reloadRows() {
     int32_t remembered = _selectedRow;
     _selectedRow = -1;
     deleteAllItems();

@@ -45,6 +45,7 @@ const NSNativeToolkit table = {
         vtEnable,
         vtSetFocus,
         vtDestroy,
+        vtCallOnWindowThread,
         vtSubclass,
         vtAddTip,
         vtCreateButton,

@@ -35,7 +35,12 @@ NSNativeRect vtWindowRect(void* handle);
 void vtEnable(void* handle, bool enabled);
 void vtSetFocus(void* handle);
 void vtDestroy(void* handle);
+void vtCallOnWindowThread(void* window, void (*call)(void*), void* context);
 void* vtSubclass(void* handle, NSNativeProc proc, bool ansi);
+
+// The message that carries a call to the thread of a control (see
+// callOnWindowThread): wParam the function, lParam its argument.
+constexpr UINT kVtCallMessage = WM_APP + 1;
 
 // Win32WindowProcs.cpp
 LRESULT CALLBACK WindowWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
