@@ -137,6 +137,9 @@ struct NSNativeToolkit {
     void (*listSetItemState)(void* list, int row, uint32_t state, uint32_t mask);
     uint32_t (*listItemState)(void* list, int row, uint32_t mask);
     void (*listEnsureVisible)(void* list, int row);
+    // Stops (false) and resumes (true) the list's painting; resuming
+    // paints the list anew.
+    void (*listSetRedraw)(void* list, bool redraw);
 
     // Tab controls and their pages. registerTabPageClass logs and answers
     // false when the page class cannot be registered.

@@ -109,6 +109,11 @@ void NSTableView::reloadData() {
 void NSTableView::reloadRows() {
     int32_t remembered = _selectedRow;
     _selectedRow = -1;
+    // A list that paints stays at work after each message (and under Wine
+    // asks the server to mark what must be painted): unpainted, a cell
+    // costs an eighth. It is painted anew once, at the end.
+    const NSNativeToolkit* native = _hWnd ? NSNative() : nullptr;
+    if (native) native->listSetRedraw(_hWnd, false);
     deleteAllItems();
     // The count is asked anew before each row: a data source may shrink
     // while it is read (a delta on the transceiver's thread).
@@ -128,6 +133,7 @@ void NSTableView::reloadRows() {
         insertTableRow_atIndex_(strings, row);
         rows = row + 1;
     }
+    if (native) native->listSetRedraw(_hWnd, true);
     if (remembered >= 0) {
         if (remembered >= rows) remembered = rows - 1;
         if (remembered >= 0) setSelectedRow_(remembered);

@@ -98,6 +98,7 @@ void vtListSetItemText(void* list, int row, int subItem, const char16_t* text);
 void vtListSetItemState(void* list, int row, uint32_t state, uint32_t mask);
 uint32_t vtListItemState(void* list, int row, uint32_t mask);
 void vtListEnsureVisible(void* list, int row);
+void vtListSetRedraw(void* list, bool redraw);
 
 // Win32TabControl.cpp
 LRESULT CALLBACK TabPageWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
