@@ -74,7 +74,9 @@ struct LockWatch {
 // fixture's files go through (std::filesystem), and Win32's, which the
 // platform layer's files go through. Both are set to one Unix temporary
 // directory here, the Win32 one through Wine's drive Z:, the Linux root.
+// A Windows program has one, and the fixture's own SetUp serves.
 class TableThreadsTest : public WorkspaceTest {
+#ifndef _WIN32
 protected:
     void SetUp() override {
         pool = NSAutoreleasePool::alloc()->init();
@@ -91,6 +93,7 @@ protected:
         VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
         VTTableDataSource::resetIdentityForTesting();
     }
+#endif
 };
 
 TEST_F(TableThreadsTest, SavesAndIncomingReloadsNeitherHangNorLoseAChange) {
