@@ -161,8 +161,10 @@ void renderReport(HPDF_Doc pdf, xmlDoc* layout, VTMatrix* matrix, uint32_t row,
         if (isLabel) {
             HPDF_Page_TextOut(page, left, base, text);
         } else if (NSString* value = fieldText(matrix, row, text)) {
-            // Lines end at carriage returns; a line feed after one stays
-            // at the start of the next line, as the value holds it.
+            // Lines end at carriage returns. The line feed of a CR LF
+            // pair belongs to the line end: left in the text, the embedded
+            // fonts would draw their box for a missing glyph in front of
+            // every further line of a multiline value.
             const char* part = value->UTF8String();
             for (int number = 0;; number++) {
                 const char* end = std::strchr(part, '\r');
@@ -170,7 +172,7 @@ void renderReport(HPDF_Doc pdf, xmlDoc* layout, VTMatrix* matrix, uint32_t row,
                 if (!line->empty())
                     HPDF_Page_TextOut(page, left, base - kLineDistance * number, line->c_str());
                 if (!end) break;
-                part = end + 1;
+                part = end[1] == '\n' ? end + 2 : end + 1;
             }
         }
         HPDF_Page_EndText(page);

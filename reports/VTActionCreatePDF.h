@@ -31,6 +31,9 @@
 // - posx or posy missing or no whole number: the element is skipped, with
 //   the log line "layout: <element> without posx or posy skipped";
 // - no text (a label without words, a field without a key): nothing prints.
+// And one departure: the line feed of a CR LF pair ends the line with its
+// carriage return instead of standing, as a glyph the fonts don't have, at
+// the start of the next line.
 #pragma once
 
 #include "foundation/NSObject.h"
