@@ -55,7 +55,8 @@ VTCSVFormat::VTCSVFormat(VTMatrix* matrix) : _matrix(matrix) {
     NSArray* fields = sheet ? sheet->fields() : nullptr;
     for (uint32_t i = 0, n = fields ? fields->count() : 0; i < n; i++) {
         auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
-        Column column{static_cast<NSString*>(descriptor->objectAtIndex_(0)), nullptr, nullptr, false};
+        Column column{static_cast<NSString*>(descriptor->objectAtIndex_(0)), nullptr, nullptr, false,
+                      std::make_shared<std::unordered_map<std::string, std::string>>()};
         NSObject* type = descriptor->count() > 1 ? descriptor->objectAtIndex_(1) : nullptr;
         if (type && (type->isEqual_("reference"_ns) || type->isEqual_("multireference"_ns))) {
             column.reference = true;
@@ -69,6 +70,20 @@ VTCSVFormat::VTCSVFormat(VTMatrix* matrix) : _matrix(matrix) {
     }
 }
 
+void VTCSVFormat::appendReferenceOnce(std::string* out, NSObject* value, const Column& column) const {
+    // Many records point to the same few: each distinct value is resolved
+    // once per writer. The matrices don't change while a file is written
+    // (the export runs on the main thread, which also makes every change).
+    std::string key = static_cast<NSString*>(value->description())->UTF8String();
+    auto found = column.resolved->find(key);
+    if (found == column.resolved->end()) {
+        std::string text;
+        appendReference(&text, value, column.target, column.displayFields);
+        found = column.resolved->emplace(std::move(key), std::move(text)).first;
+    }
+    out->append(found->second);
+}
+
 void VTCSVFormat::appendLine(std::string* out, NSDictionary* record) const {
     for (const Column& column : _columns) {
         NSObject* value = record->objectForKey_(column.key);
@@ -78,7 +93,7 @@ void VTCSVFormat::appendLine(std::string* out, NSDictionary* record) const {
         }
         out->push_back('"');
         if (column.reference)
-            appendReference(out, value, column.target, column.displayFields);
+            appendReferenceOnce(out, value, column);
         else
             appendDescription(out, value);
         out->append("\",");
@@ -86,16 +101,16 @@ void VTCSVFormat::appendLine(std::string* out, NSDictionary* record) const {
     // The two columns of who made the record and when; a record that was
     // never committed has neither, and writes the same "(null)" the
     // description of nil would give.
-    static const char* const kStamps[] = {"__created", "__creator"};
-    for (const char* key : kStamps) {
-        NSObject* value = record->objectForKey_(NSString::stringWithUTF8String_(key));
+    NSString* const stamps[] = {"__created"_ns, "__creator"_ns};
+    for (NSString* key : stamps) {
+        NSObject* value = record->objectForKey_(key);
         out->push_back('"');
         if (value)
             appendDescription(out, value);
         else
             out->append("(null)");
         out->push_back('"');
-        out->push_back(key == kStamps[0] ? ',' : '\n');
+        out->push_back(key == stamps[0] ? ',' : '\n');
     }
 }
 

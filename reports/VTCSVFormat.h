@@ -19,7 +19,9 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "foundation/NSArray.h"
@@ -52,7 +54,10 @@ private:
         VTMatrix* target;             // for a reference: the matrix of its sheet
         NSArray* displayFields;       // for a reference; nil otherwise
         bool reference;
+        // Reference value to its column text, filled as the lines are made.
+        std::shared_ptr<std::unordered_map<std::string, std::string>> resolved;
     };
+    void appendReferenceOnce(std::string* out, NSObject* value, const Column& column) const;
     VTMatrix* _matrix;
     std::vector<Column> _columns;
 };
