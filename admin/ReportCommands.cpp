@@ -65,7 +65,8 @@ int pdf(Session& s, VTSheet* sheet, const char* id) {
         std::fprintf(stderr,
                      "vantor-admin: report pdf: the sheet '%s' has no layout %s (begin one with "
                      "\"vantor-admin report layout %s\")\n",
-                     sheet->name()->UTF8String(), layout->UTF8String(), sheet->name()->UTF8String());
+                     sheet->name()->UTF8String(), layout->UTF8String(),
+                     sheet->name()->UTF8String());
         return 1;
     }
     NSObject* performer = action->alloc()->init();

@@ -65,7 +65,8 @@ struct Installation {
 };
 
 VTSheet* define(ReportsBenchWorkspace* w, const char* text) {
-    NSArray* list = LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text))->parse();
+    NSArray* list =
+            LXListParser::listParserWithString_(NSString::stringWithUTF8String_(text))->parse();
     auto* sheet = static_cast<VTSheet*>(VTSheet::alloc()->initWithArray_workspace_(list, w));
     w->sheets()->setObject_forKey_(sheet, sheet->name());
     sheet->release();
@@ -80,7 +81,8 @@ void set(VTMatrix* m, uint32_t row, const char* key, NSObject* value) {
 Installation& installation() {
     static Installation made = [] {
         Installation in;
-        std::string pattern = (std::filesystem::temp_directory_path() / "reports-bench-XXXXXX").string();
+        std::string pattern =
+                (std::filesystem::temp_directory_path() / "reports-bench-XXXXXX").string();
         in.dir = mkdtemp(&pattern[0]);
         std::atexit([] { std::filesystem::remove_all(installation().dir); });
         std::filesystem::current_path(in.dir);
@@ -88,8 +90,9 @@ Installation& installation() {
             std::filesystem::create_directory(folder);
         NSAutoreleasePoolScope pool;
         in.workspace = static_cast<ReportsBenchWorkspace*>(ReportsBenchWorkspace::alloc()->init());
-        VTSheet* user = define(in.workspace,
-                               "((name user) (field firstName as string) (field lastName as string))");
+        VTSheet* user =
+                define(in.workspace,
+                       "((name user) (field firstName as string) (field lastName as string))");
         VTMatrix* users = user->matrix();
         std::vector<NSString*> ids;
         for (uint32_t i = 0; i < kUsers; i++) {
@@ -169,8 +172,9 @@ void PdfReport50Elements(benchmark::State& state) {
     std::string layout = "<tool name=\"project\">\n";
     for (int i = 0; i < 25; i++) {
         std::string position = "posy=\"" + std::to_string(40 + 40 * i) + "\" fontfamily=\"" +
-                                kFamilies[i % 4] + "\" fontsize=\"10\"";
-        layout += "<label posx=\"40\" " + position + ">Popis řádku " + std::to_string(i) + "</label>\n";
+                               kFamilies[i % 4] + "\" fontsize=\"10\"";
+        layout += "<label posx=\"40\" " + position + ">Popis řádku " + std::to_string(i) +
+                  "</label>\n";
         layout += "<field posx=\"300\" " + position + ">" + kKeys[i % 4] + "</field>\n";
     }
     layout += "</tool>\n";
@@ -184,7 +188,8 @@ void PdfReport50Elements(benchmark::State& state) {
     NSObject* matrix = in.project->matrix();
     for (auto _ : state) {
         NSAutoreleasePoolScope pool;
-        if (!NSSend<bool>(report, write, static_cast<NSObject*>(NSNumber::numberWithInt_(7)), matrix))
+        if (!NSSend<bool>(report, write, static_cast<NSObject*>(NSNumber::numberWithInt_(7)),
+                          matrix))
             state.SkipWithError("no report written");
     }
     report->release();

@@ -61,9 +61,10 @@ NSString* localized(const char* key) {
 }
 
 void alert(const char* key) {
-    NSAlert::alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
-            localized("error"), nullptr, nullptr, nullptr, localized(key))
-            ->runModal();
+    NSAlert::
+            alertWithMessageText_defaultButton_alternateButton_otherButton_informativeTextWithFormat_(
+                    localized("error"), nullptr, nullptr, nullptr, localized(key))
+                    ->runModal();
 }
 
 // A whole number attribute into *out; false when it is missing or no whole
@@ -115,8 +116,7 @@ NSString* fieldText(VTMatrix* matrix, uint32_t row, const char* key) {
 // leaves through the error handler's jump, so nothing here may own a
 // resource that a jump would leak: the strings are autoreleased, the
 // scratch line belongs to the caller.
-void renderReport(HPDF_Doc pdf, xmlDoc* layout, VTMatrix* matrix, uint32_t row,
-                  std::string* line) {
+void renderReport(HPDF_Doc pdf, xmlDoc* layout, VTMatrix* matrix, uint32_t row, std::string* line) {
     HPDF_UseUTFEncodings(pdf);
     HPDF_SetCompressionMode(pdf, HPDF_COMP_ALL);
     HPDF_Page page = HPDF_AddPage(pdf);
@@ -126,8 +126,8 @@ void renderReport(HPDF_Doc pdf, xmlDoc* layout, VTMatrix* matrix, uint32_t row,
     HPDF_Font regular[kFamilyCount];
     HPDF_Font bold[kFamilyCount];
     for (int i = 0; i < kFamilyCount; i++) {
-        regular[i] = HPDF_GetFont(pdf, HPDF_LoadTTFontFromFile(pdf, kFamilies[i].regular, HPDF_TRUE),
-                                  "UTF-8");
+        regular[i] = HPDF_GetFont(
+                pdf, HPDF_LoadTTFontFromFile(pdf, kFamilies[i].regular, HPDF_TRUE), "UTF-8");
         bold[i] = HPDF_GetFont(pdf, HPDF_LoadTTFontFromFile(pdf, kFamilies[i].bold, HPDF_TRUE),
                                "UTF-8");
     }

@@ -33,14 +33,15 @@ std::string beginLayoutText(VTSheet* sheet, NSString* name) {
         // A field without a label of its own is shown under its key, as the
         // sheet's form shows it.
         NSObject* label = labels ? labels->objectForKey_(key) : nullptr;
-        const char* labelText =
-                label ? static_cast<NSString*>(label->description())->UTF8String() : key->UTF8String();
+        const char* labelText = label ? static_cast<NSString*>(label->description())->UTF8String()
+                                      : key->UTF8String();
         int y = 20 + 40 * static_cast<int>(i);
-        std::snprintf(line, sizeof line, "<field posx=\"%d\" posy=\"%d\" width=\"%d\" height=\"%d\">",
-                      220, y, 200, 20);
+        std::snprintf(line, sizeof line,
+                      "<field posx=\"%d\" posy=\"%d\" width=\"%d\" height=\"%d\">", 220, y, 200,
+                      20);
         text += line + std::string(key->UTF8String()) + "</field>\n";
-        std::snprintf(line, sizeof line, "<label posx=\"%d\" posy=\"%d\" width=\"%d\" height=\"%d\">",
-                      20, y, 200, 20);
+        std::snprintf(line, sizeof line,
+                      "<label posx=\"%d\" posy=\"%d\" width=\"%d\" height=\"%d\">", 20, y, 200, 20);
         text += line + std::string(labelText) + "</label>\n";
     }
     return text + "</tool>\n";

@@ -19,8 +19,9 @@ VTMatrix* matrixOfSheetNamed(VTMatrix* matrix, NSObject* name) {
     auto* sheets = NSSend<NSDictionary*>(matrix->workspace(), NS_SEL("sheets"));
     NSObject* holder = sheets && name ? sheets->objectForKey_(name) : nullptr;
     NSObject* target = holder ? NSSend<NSObject*>(holder, NS_SEL("matrix")) : nullptr;
-    return target && target->isKindOfClass_(VTMatrix::classObject()) ? static_cast<VTMatrix*>(target)
-                                                                      : nullptr;
+    return target && target->isKindOfClass_(VTMatrix::classObject())
+                   ? static_cast<VTMatrix*>(target)
+                   : nullptr;
 }
 
 // The display text of a reference value: every display field of every
@@ -39,7 +40,8 @@ void appendReference(std::string* out, NSObject* value, VTMatrix* target, NSArra
         for (uint32_t f = 0; f < fieldCount; f++) {
             if (!first) out->append("; ");
             first = false;
-            NSObject* part = record ? record->objectForKey_(displayFields->objectAtIndex_(f)) : nullptr;
+            NSObject* part =
+                    record ? record->objectForKey_(displayFields->objectAtIndex_(f)) : nullptr;
             if (part)
                 appendDescription(out, part);
             else
@@ -55,8 +57,8 @@ VTCSVFormat::VTCSVFormat(VTMatrix* matrix) : _matrix(matrix) {
     NSArray* fields = sheet ? sheet->fields() : nullptr;
     for (uint32_t i = 0, n = fields ? fields->count() : 0; i < n; i++) {
         auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
-        Column column{static_cast<NSString*>(descriptor->objectAtIndex_(0)), nullptr, nullptr, false,
-                      std::make_shared<std::unordered_map<std::string, std::string>>()};
+        Column column{static_cast<NSString*>(descriptor->objectAtIndex_(0)), nullptr, nullptr,
+                      false, std::make_shared<std::unordered_map<std::string, std::string>>()};
         NSObject* type = descriptor->count() > 1 ? descriptor->objectAtIndex_(1) : nullptr;
         if (type && (type->isEqual_("reference"_ns) || type->isEqual_("multireference"_ns))) {
             column.reference = true;
@@ -70,7 +72,8 @@ VTCSVFormat::VTCSVFormat(VTMatrix* matrix) : _matrix(matrix) {
     }
 }
 
-void VTCSVFormat::appendReferenceOnce(std::string* out, NSObject* value, const Column& column) const {
+void VTCSVFormat::appendReferenceOnce(std::string* out, NSObject* value,
+                                      const Column& column) const {
     // Many records point to the same few: each distinct value is resolved
     // once per writer. The matrices don't change while a file is written
     // (the export runs on the main thread, which also makes every change).
@@ -135,5 +138,6 @@ bool VTCSVFormat::writeFile(const char* path) const {
 
 NSString* VTCSVFormat::exportPath(NSString* name) {
     const char* text = name ? name->UTF8String() : "";
-    return NSString::stringWithFormat_(std::strchr(text, '.') ? "export/%s" : "export/%s.csv", text);
+    return NSString::stringWithFormat_(std::strchr(text, '.') ? "export/%s" : "export/%s.csv",
+                                       text);
 }

@@ -51,8 +51,8 @@ public:
 private:
     struct Column {
         NSString* key;
-        VTMatrix* target;             // for a reference: the matrix of its sheet
-        NSArray* displayFields;       // for a reference; nil otherwise
+        VTMatrix* target;        // for a reference: the matrix of its sheet
+        NSArray* displayFields;  // for a reference; nil otherwise
         bool reference;
         // Reference value to its column text, filled as the lines are made.
         std::shared_ptr<std::unordered_map<std::string, std::string>> resolved;

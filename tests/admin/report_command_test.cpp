@@ -28,12 +28,15 @@ protected:
     }
     static void TearDownTestSuite() { vt_test::removeTree(dir); }
 
-    static ProgramResult admin(const std::string& args, const std::string& password = "vantor-demo") {
-        return vt_test::runProgram("cd " + quoteShell(dir) + " && VANTOR_PASSWORD=" +
-                                   quoteShell(password) + " " + quoteShell(VANTOR_ADMIN_PATH) + " " +
-                                   args);
+    static ProgramResult admin(const std::string& args,
+                               const std::string& password = "vantor-demo") {
+        return vt_test::runProgram("cd " + quoteShell(dir) +
+                                   " && VANTOR_PASSWORD=" + quoteShell(password) + " " +
+                                   quoteShell(VANTOR_ADMIN_PATH) + " " + args);
     }
-    static bool exists(const std::string& path) { return std::filesystem::exists(dir + "/" + path); }
+    static bool exists(const std::string& path) {
+        return std::filesystem::exists(dir + "/" + path);
+    }
     static void expectRefused(const std::string& args, int status, const std::string& message) {
         SCOPED_TRACE(args);
         ProgramResult r = admin(args);
@@ -52,17 +55,18 @@ TEST_F(ReportCommandTest, PdfPrintsTheRecordByTheDemoLayout) {
     ProgramResult r = admin("report pdf contact demo-contact-1");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, "tmp/report.pdf\n");
-    std::string text = vt_test::runProgram("pdftotext -layout " +
-                                           quoteShell(dir + "/tmp/report.pdf") + " -")
-                               .out;
-    for (const char* expected : {"Vinohradská 12", "Contact", "Last name", "Novak", "Jana",
-                                 "Northwind Software Prague", "jana.novak@northwind.example",
-                                 "demo-contact-1"})
+    std::string text =
+            vt_test::runProgram("pdftotext -layout " + quoteShell(dir + "/tmp/report.pdf") + " -")
+                    .out;
+    for (const char* expected :
+         {"Vinohradská 12", "Contact", "Last name", "Novak", "Jana", "Northwind Software Prague",
+          "jana.novak@northwind.example", "demo-contact-1"})
         EXPECT_NE(text.find(expected), std::string::npos) << expected << "\n" << text;
     EXPECT_EQ(text.find("Berger"), std::string::npos) << text;
 
     std::filesystem::remove(dir + "/tmp/report.pdf");
-    expectRefused("report pdf contact no-such-id", 1, "no record 'no-such-id' in the sheet 'contact'");
+    expectRefused("report pdf contact no-such-id", 1,
+                  "no record 'no-such-id' in the sheet 'contact'");
     expectRefused("report pdf company demo-company-1", 1,
                   "the sheet 'company' has no layout layout/layout-company.xml");
     expectRefused("report pdf nosheet x", 1, "no sheet named 'nosheet'");

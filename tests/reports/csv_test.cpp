@@ -19,16 +19,16 @@ class CsvTest : public ReportsTest {
 protected:
     void SetUp() override {
         ReportsTest::SetUp();
-        user = define(
-                "((name user) (field firstName as string) (field lastName as string)"
-                " (field nick as string))");
+        user =
+                define("((name user) (field firstName as string) (field lastName as string)"
+                       " (field nick as string))");
         ASSERT_NE(user, nullptr);
-        project = define(
-                "((name project) (field title as string) (formfield notes as multiline)"
-                " (field lead as reference user (firstName lastName))"
-                " (field team as multireference user (firstName nick))"
-                " (field start as datepicker) (hiddenfield secret as string)"
-                " (filter title ((Alpha))))");
+        project =
+                define("((name project) (field title as string) (formfield notes as multiline)"
+                       " (field lead as reference user (firstName lastName))"
+                       " (field team as multireference user (firstName nick))"
+                       " (field start as datepicker) (hiddenfield secret as string)"
+                       " (filter title ((Alpha))))");
         ASSERT_NE(project, nullptr);
         ada = add(user, {{"firstName", "Ada"}, {"lastName", "Lovelace"}, {"nick", "Countess"}});
         bob = add(user, {{"firstName", "Bořek"}, {"lastName", "Šťastný"}});
@@ -94,7 +94,8 @@ TEST_F(CsvTest, ASheetWithoutRecordsGivesAnEmptyFileAndAFolderMissingFailsTheOpe
 TEST(CsvPath, ADotAnywhereKeepsTheNameElseCsvIsAppended) {
     NSAutoreleasePoolScope pool;
     auto path = [](const char* name) {
-        return std::string(VTCSVFormat::exportPath(NSString::stringWithUTF8String_(name))->UTF8String());
+        return std::string(
+                VTCSVFormat::exportPath(NSString::stringWithUTF8String_(name))->UTF8String());
     };
     EXPECT_EQ(path("report"), "export/report.csv");
     EXPECT_EQ(path("report.txt"), "export/report.txt");

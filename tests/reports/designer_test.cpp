@@ -32,7 +32,8 @@ protected:
     std::string begin() {
         NSObject* action = VTActionOpenReportDesigner::alloc()->init();
         std::string log = logOf([&] {
-            static_cast<VTActionOpenReportDesigner*>(action)->beginLayoutForMatrix_(sheet->matrix());
+            static_cast<VTActionOpenReportDesigner*>(action)->beginLayoutForMatrix_(
+                    sheet->matrix());
         });
         action->release();
         return log;
@@ -64,8 +65,9 @@ TEST_F(DesignerTest, TheBegunLayoutByteForByteAndNeverOverwritten) {
 // directory; a stand-in notes the one argument it is given.
 TEST_F(DesignerTest, TheDesignerStartsWithThePathEvenWhenNoFileCouldBeWritten) {
     std::string cwd = std::filesystem::current_path().string();
-    writeFile("VantorReportDesigner", "#!/bin/sh\necho \"$#:$1\" > " + cwd + "/args.tmp && /bin/mv " +
-                                              cwd + "/args.tmp " + cwd + "/args\n");
+    writeFile("VantorReportDesigner", "#!/bin/sh\necho \"$#:$1\" > " + cwd +
+                                              "/args.tmp && /bin/mv " + cwd + "/args.tmp " + cwd +
+                                              "/args\n");
     std::filesystem::permissions("VantorReportDesigner", std::filesystem::perms::owner_all);
     NSObject* action = VTActionOpenReportDesigner::alloc()->init();
     std::string log = logOf([&] {

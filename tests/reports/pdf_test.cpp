@@ -57,7 +57,8 @@ protected:
         installFonts();
         std::filesystem::create_directory("tmp");
         std::filesystem::create_directory("layout");
-        ASSERT_NE(define("((name company) (field name as string) (field city as string))"), nullptr);
+        ASSERT_NE(define("((name company) (field name as string) (field city as string))"),
+                  nullptr);
         person = define(
                 "((name person) (field name as string) (formfield notes as multiline)"
                 " (field company as reference company (name city)) (field born as datepicker)"
@@ -141,7 +142,8 @@ TEST_F(PdfTest, FacesAreEmbeddedAndEveryLetterComesBackAsWritten) {
             "<field posx=\"220\" posy=\"60\" fontfamily=\"Times New Roman\" "
             "fontsize=\"12\">company</field>\n"
             "<field posx=\"220\" posy=\"100\" fontfamily=\"Verdana\" fontsize=\"12\">born</field>\n"
-            "<field posx=\"220\" posy=\"140\" fontfamily=\"Verdana\" fontsize=\"12\">__recordId</field>\n"
+            "<field posx=\"220\" posy=\"140\" fontfamily=\"Verdana\" "
+            "fontsize=\"12\">__recordId</field>\n"
             "</tool>\n",
             row));
     std::string text = runProgram("pdftotext tmp/report.pdf -").out;
@@ -158,7 +160,8 @@ TEST_F(PdfTest, FacesAreEmbeddedAndEveryLetterComesBackAsWritten) {
     std::string fonts = runProgram("pdffonts tmp/report.pdf").out;
     for (const char* face : {"DejaVuSansCondensed", "LiberationSans-Bold", "LiberationSerif-Bold",
                              "DejaVuSans-Bold"}) {
-        std::regex line(std::string("\\n[A-Z]{6}\\+") + face + ",[A-Za-z]+ +CID TrueType +Identity-H +yes ");
+        std::regex line(std::string("\\n[A-Z]{6}\\+") + face +
+                        ",[A-Za-z]+ +CID TrueType +Identity-H +yes ");
         EXPECT_TRUE(std::regex_search(fonts, line)) << face << "\n" << fonts;
     }
     EXPECT_EQ(fonts.find(" no  "), std::string::npos) << fonts;
@@ -170,18 +173,19 @@ TEST_F(PdfTest, ALayoutOnlyBegunPrintsAsItsPlainTableAndIncompleteElementsAreDec
     // font in force; an element without a position is skipped with a line;
     // an element without text prints nothing.
     std::string log = logOf([&] {
-        ASSERT_TRUE(report("<tool name=\"person\">\n"
-                           "<field posx=\"220\" posy=\"20\" width=\"200\" height=\"20\">name</field>\n"
-                           "<label posx=\"20\" posy=\"20\" width=\"200\" height=\"20\">Name</label>\n"
-                           "<label posx=\"20\" posy=\"60\" fontfamily=\"Comic\">Zweite</label>\n"
-                           "<label posy=\"100\">Ohne</label>\n"
-                           "<label posx=\"x\" posy=\"100\">Falsch</label>\n"
-                           "<label posx=\"20\" posy=\"140\"></label>\n"
-                           "<field posx=\"20\" posy=\"180\" fontsize=\"0\"/>\n"
-                           "<field posx=\"20\" posy=\"220\">empty</field>\n"
-                           "<!-- a comment --><other posx=\"1\" posy=\"1\">Jiné</other>\n"
-                           "</tool>\n",
-                           row));
+        ASSERT_TRUE(
+                report("<tool name=\"person\">\n"
+                       "<field posx=\"220\" posy=\"20\" width=\"200\" height=\"20\">name</field>\n"
+                       "<label posx=\"20\" posy=\"20\" width=\"200\" height=\"20\">Name</label>\n"
+                       "<label posx=\"20\" posy=\"60\" fontfamily=\"Comic\">Zweite</label>\n"
+                       "<label posy=\"100\">Ohne</label>\n"
+                       "<label posx=\"x\" posy=\"100\">Falsch</label>\n"
+                       "<label posx=\"20\" posy=\"140\"></label>\n"
+                       "<field posx=\"20\" posy=\"180\" fontsize=\"0\"/>\n"
+                       "<field posx=\"20\" posy=\"220\">empty</field>\n"
+                       "<!-- a comment --><other posx=\"1\" posy=\"1\">Jiné</other>\n"
+                       "</tool>\n",
+                       row));
     });
     EXPECT_EQ(log,
               "layout: label without posx or posy skipped\n"
@@ -263,8 +267,8 @@ TEST_F(PdfTest, PerformOpensTheReportOrSaysThereIsNoViewer) {
               "<tool><label posx=\"20\" posy=\"20\" fontfamily=\"Arial\">x</label></tool>");
     std::filesystem::create_directory("bin");
     std::string cwd = std::filesystem::current_path().string();
-    writeFile("bin/xdg-open", "#!/bin/sh\necho \"$1\" > " + cwd + "/opened.tmp && /bin/mv " +
-                                      cwd + "/opened.tmp " + cwd + "/opened\n");
+    writeFile("bin/xdg-open", "#!/bin/sh\necho \"$1\" > " + cwd + "/opened.tmp && /bin/mv " + cwd +
+                                      "/opened.tmp " + cwd + "/opened\n");
     std::filesystem::permissions("bin/xdg-open", std::filesystem::perms::owner_all);
     const char* oldPath = std::getenv("PATH");
     std::string saved = oldPath ? oldPath : "";
