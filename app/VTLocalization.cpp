@@ -137,6 +137,8 @@ NSString* VTLocalization::languageFromFile_(NSString* path) {
     return "en"_ns;
 }
 
+NSString* VTLocalization::localizedStringForKey_(NSString* key) { return VTLocalizedString(key); }
+
 NSString* VTLocalizedString(NSString* key) {
     NSString* text =
             installedTable ? static_cast<NSString*>(installedTable->objectForKey_(key)) : nullptr;
@@ -155,4 +157,5 @@ NS_CLASS_BEGIN(VTLocalization, NSObject)
     NS_METHOD(stringsForLanguage_)
     NS_CLASS_METHOD(localization)
     NS_CLASS_METHOD(languageFromFile_)
+    NS_CLASS_METHOD(localizedStringForKey_)
 NS_CLASS_END(VTLocalization)

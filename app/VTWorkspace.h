@@ -123,6 +123,13 @@ public:
     // replication bench sets, to measure what versions cost.
     bool keepsRecordVersions();
 
+    // The data server (VTWorkspaceDataServer.cpp). At login: a detached
+    // thread that runs runDataServer, which serves port 8765 until the
+    // process ends (see reports/VTDataServer.h); a port in use ends the
+    // thread after its log line and the client works on without it.
+    void startDataServer();
+    void runDataServer();
+
     // Lookups for tools and tests.
     VTSheet* sheetNamed_(NSString* name);
     NSObject* pool() { return _pool; }
