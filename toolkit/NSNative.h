@@ -46,6 +46,18 @@ enum class NSNativeEdit {
     Multiline,  // several lines with a vertical scroll bar
 };
 
+// The record the shell keeps of a tray icon, in plain types; the native
+// side copies it into its own structure for each call.
+struct NSNativeNotifyIcon {
+    uint32_t cbSize;
+    void* hWnd;
+    uint32_t uID;
+    uint32_t uFlags;
+    uint32_t uCallbackMessage;
+    void* hIcon;
+    char16_t szTip[64];
+};
+
 // The answers of the native message box.
 enum : int {
     kNSNativeAnswerOk = 1,
@@ -106,6 +118,36 @@ struct NSNativeToolkit {
                            void* submenu);
     void (*destroyMenu)(void* menu);
     void* (*loadIconFile)(const char* path);
+
+    // Report list views (table views). The list is made with full-row
+    // selection and grid lines; answers nil on failure.
+    void* (*createListView)(void* parent, NSNativeRect frame);
+    void (*listInsertColumn)(void* list, int index, int width, const char16_t* title);
+    void (*listSetColumnWidth)(void* list, int index, int width);
+    bool (*listDeleteAll)(void* list);
+    // Answers the row the list gave the item, below 0 if refused.
+    int (*listInsertItem)(void* list, int row, const char16_t* text);
+    void (*listSetItemText)(void* list, int row, int subItem, const char16_t* text);
+    // Row -1 sets the state of every row.
+    void (*listSetItemState)(void* list, int row, uint32_t state, uint32_t mask);
+    uint32_t (*listItemState)(void* list, int row, uint32_t mask);
+    void (*listEnsureVisible)(void* list, int row);
+
+    // Tab controls and their pages. registerTabPageClass logs and answers
+    // false when the page class cannot be registered.
+    bool (*registerTabPageClass)();
+    void* (*createTabControl)(void* parent, NSNativeRect frame, int id, const char16_t* text);
+    // A native tab item with the text (owned by the caller until
+    // destroyTabItem).
+    void* (*createTabItem)(const char16_t* text);
+    void (*destroyTabItem)(void* item);
+    void (*tabInsertItem)(void* tabControl, int index, void* item);
+    // A hidden page, a child of the tab control placed under its strip,
+    // or nil after logging why.
+    void* (*createTabPage)(void* tabControl);
+
+    // The tray icon.
+    void (*notifyIcon)(bool add, const NSNativeNotifyIcon* record);
 };
 
 // The native side, or nil where none is linked in.

@@ -16,7 +16,8 @@ class NSView : public NSResponder {
 
 public:
     NSView* initWithFrame_(_NSRect frame);
-    // A view over a native window made elsewhere; entered in views.
+    // A view over a native window made elsewhere (a tab page); entered in
+    // views, and async.
     NSView* initWithHWnd_(void* handle);
     // The process-wide map from handle number to the views of initWithHWnd:.
     static NSMutableDictionary* views();

@@ -17,10 +17,14 @@ void vtSetStockFont(HWND control) {
                  TRUE);
 }
 
+HICON vtApplicationIcon() {
+    HICON loaded = LoadIconA(GetModuleHandleW(nullptr), MAKEINTRESOURCEA(kApplicationIconId));
+    return loaded ? loaded : LoadIconA(nullptr, IDI_APPLICATION);
+}
+
 bool vtRegisterWindowClass(void** icon) {
     HINSTANCE instance = GetModuleHandleW(nullptr);
-    HICON loaded = LoadIconA(instance, MAKEINTRESOURCEA(kApplicationIconId));
-    if (!loaded) loaded = LoadIconA(nullptr, IDI_APPLICATION);
+    HICON loaded = vtApplicationIcon();
     WNDCLASSA windowClass = {};
     windowClass.style = CS_HREDRAW | CS_VREDRAW;
     windowClass.lpfnWndProc = WindowWndProc;
