@@ -148,6 +148,10 @@ struct NSNativeToolkit {
 
     // The tray icon.
     void (*notifyIcon)(bool add, const NSNativeNotifyIcon* record);
+
+    // Moves and sizes a child window (parent pixels, top left) and
+    // repaints it at once.
+    void (*moveWindow)(void* handle, NSNativeRect frame);
 };
 
 // The native side, or nil where none is linked in.

@@ -80,6 +80,7 @@ const NSNativeToolkit table = {
         vtTabInsertItem,
         vtCreateTabPage,
         vtNotifyIcon,
+        vtMoveWindow,
 };
 
 [[maybe_unused]] const bool installed = (NSSetNativeToolkit(&table), true);

@@ -34,6 +34,7 @@ std::string vtTextAnsi(void* handle);
 NSNativeRect vtWindowRect(void* handle);
 void vtEnable(void* handle, bool enabled);
 void vtSetFocus(void* handle);
+void vtMoveWindow(void* handle, NSNativeRect frame);
 void vtDestroy(void* handle);
 void* vtSubclass(void* handle, NSNativeProc proc, bool ansi);
 

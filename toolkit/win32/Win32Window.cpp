@@ -81,6 +81,10 @@ void vtEnable(void* handle, bool enabled) { EnableWindow(hwndOf(handle), enabled
 
 void vtSetFocus(void* handle) { SetFocus(hwndOf(handle)); }
 
+void vtMoveWindow(void* handle, NSNativeRect frame) {
+    MoveWindow(hwndOf(handle), frame.left, frame.top, frame.width, frame.height, TRUE);
+}
+
 void vtDestroy(void* handle) { DestroyWindow(hwndOf(handle)); }
 
 // SetWindowLongPtr is SetWindowLong on 32-bit Windows; a 64-bit Winelib
