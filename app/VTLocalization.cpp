@@ -72,6 +72,8 @@ const Row kRows[] = {
          "Složka s daty (data/) chybí."},
         {"removing", "Removing", "Entfernen", "Ostranit"},
         {"areyousure", "Are you sure?", "Wirklich durchführen?", "Opravdu provést?"},
+        {"notamongchoices", "%s (not among the choices)", "%s (nicht in der Auswahl)",
+         "%s (není v nabídce)"},
         {"m_File", "File", "Datei", "Soubor"},
         {"m_Quit", "Quit", "Beenden", "Konec"},
         {"pleasereport", "Please report every problem to support@vantor.example.",

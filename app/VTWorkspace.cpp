@@ -314,6 +314,8 @@ bool VTWorkspace::firstUserStep() {
     return true;
 }
 
+NSString* VTWorkspace::localizedString_(NSString* key) { return VTLocalizedString(key); }
+
 void VTWorkspace::refreshSheetsExceptThisOne_(NSObject* sheet) {
     NSMutableArray* all = _sheets->allValues();
     for (uint32_t i = 0, n = all->count(); i < n; i++) {
@@ -375,6 +377,7 @@ NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_METHOD(listOfSheets)
     NS_METHOD(userInfo)
     NS_METHOD(refreshSheetsExceptThisOne_)
+    NS_METHOD(localizedString_)
     NS_METHOD(setsForSeen)
     NS_METHOD(setForSeenForKey_)
     NS_METHOD(saveSetsForSeen)

@@ -47,6 +47,7 @@ const char* const kKeys[] = {"error",
                              "nodatafolder",
                              "removing",
                              "areyousure",
+                             "notamongchoices",
                              "m_File",
                              "m_Quit",
                              "pleasereport"};

@@ -1,0 +1,282 @@
+// The sheet window under Wine's null driver, on a demo installation made by
+// scripts/new-workdir.sh: the demo's sheets open in windows of their own
+// through prepare:, and the test works them with real native messages as a
+// user does (select a row, type, choose pop-up items, press the buttons),
+// then reads back the screen and the records: matrix, container and the
+// deltas queued for the other users.
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "app/VTLocalization.h"
+#include "app/VTUserKey.h"
+#include "app/VTWorkspace.h"
+#include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
+#include "sheets/VTMatrix.h"
+#include "sheets/VTSheet.h"
+#include "sheets/VTTableDataSource.h"
+#include "sync/LXTransceiver.h"
+#include "tests/app/SheetProbe.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestSupport.h"
+#include "tests/toolkit/NativeProbe.h"
+#include "toolkit/NSApplication.h"
+#include "toolkit/NSButton.h"
+#include "toolkit/NSPopUpButton.h"
+#include "toolkit/NSTableView.h"
+#include "toolkit/NSTextField.h"
+#include "toolkit/NSWindow.h"
+
+namespace {
+
+using vt_test::logOf;
+
+constexpr const char* kAda = "Ada Lovelace/Demo/Admin";
+
+std::string env(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::string quote(const std::string& s) {
+    std::string out = "'";
+    for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+// A shell command line run to its end; answers its standard output and
+// puts its status in *status. The test's own temporary files would have
+// Windows paths here, so this stays with the shell's.
+std::string shell(const std::string& line, int* status = nullptr) {
+    std::string out;
+    FILE* pipe = popen(line.c_str(), "r");
+    if (!pipe) {
+        if (status) *status = -1;
+        return out;
+    }
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
+    int code = pclose(pipe);
+    if (status) *status = WIFEXITED(code) ? WEXITSTATUS(code) : -1;
+    return out;
+}
+
+// vantor-admin in an installation, with the input on standard input.
+std::string admin(const std::string& dir, const std::string& args, const std::string& input = "",
+                  int* status = nullptr) {
+    std::string file = dir + "/.admin-input";
+    std::ofstream(file, std::ios::binary) << input;
+    return shell("cd " + quote(dir) + " && VANTOR_PASSWORD=vantor-demo " +
+                         quote(env("VANTOR_ADMIN_PATH")) + " " + args + " < " + quote(file) +
+                         " 2>&1",
+                 status);
+}
+
+class SheetWindowTest : public testing::Test {
+protected:
+    void SetUp() override {
+        NSInitCommonControls();
+        // The first window of the process is the main window, whose close
+        // ends the program: the client makes it before any sheet's.
+        if (!NSApplication::sharedApplication()->mainWindow())
+            NSWindow::alloc()->initWithContentRect_styleMask_backing_defer_(
+                    NSMakeRect(0, 0, 100, 100), 0, 0, false);
+        char pattern[] = "/tmp/vantor-sheet-window-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        root = pattern;
+        old = std::filesystem::current_path();
+        ada = root + "/ada";
+        int status = -1;
+        std::string made =
+                shell("bash " + quote(env("VANTOR_SOURCE_DIR") + "/scripts/new-workdir.sh") + " " +
+                              quote(ada) + " 2>&1",
+                      &status);
+        ASSERT_EQ(status, 0) << made;
+        // The first admin's row is made by the first start; a listing is one.
+        std::string listed = admin(ada, "record list company", "", &status);
+        ASSERT_EQ(status, 0) << listed;
+    }
+    void TearDown() override {
+        if (workspace) workspace->release();
+        std::filesystem::current_path(old);
+        vtChangeDirectory(("Z:" + old.string()).c_str());
+        std::filesystem::remove_all(root);
+        VTTableDataSource::resetIdentityForTesting();
+    }
+
+    // The installation as the client has it after the login. Everything
+    // vantor-admin does to it must be done before: the two would share
+    // the stores.
+    void openWorkspace() {
+        // Both the C library's and Wine's idea of the working directory:
+        // the Win32 file calls resolve relative paths by the second, which
+        // sees the Linux root as drive Z:.
+        std::filesystem::current_path(ada);
+        ASSERT_TRUE(vtChangeDirectory(("Z:" + ada).c_str()));
+        VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+        VTTableDataSource::resetIdentityForTesting();
+        NSMutableDictionary* key = VTUserKey::discoverInDirectory_("userkey"_ns);
+        ASSERT_NE(key, nullptr);
+        workspace = VTWorkspace::alloc()->initWithFile_userInfo_("conf/cro.vtr"_ns, key);
+        ASSERT_NE(workspace, nullptr);
+    }
+    VTSheet* window(const char* name) {
+        VTSheet* sheet = workspace->sheetNamed_(NSString::stringWithUTF8String_(name));
+        EXPECT_NE(sheet, nullptr) << name;
+        if (sheet) sheet->prepare_(0);
+        return sheet;
+    }
+    static NSObject* control(VTSheet* sheet, const char* key) {
+        return sheet->fieldControls()->objectForKey_(NSString::stringWithUTF8String_(key));
+    }
+    static void* handle(NSObject* view) { return static_cast<NSView*>(view)->currentHWnd(); }
+    static void* windowHandle(VTSheet* sheet) {
+        return static_cast<NSWindow*>(sheet->window())->hWnd();
+    }
+    static void* list(VTSheet* sheet) { return handle(sheet->sheetTableView()); }
+    static std::string text(VTSheet* sheet, const char* key) {
+        return probeText(handle(control(sheet, key)));
+    }
+    static void type(VTSheet* sheet, const char* key, const char* value) {
+        probeSetText(handle(control(sheet, key)), value);
+    }
+    // A click: the button's command reaches its window.
+    static void press(VTSheet* sheet, NSObject* button) {
+        probeSend(windowHandle(sheet), kProbeCommand,
+                  static_cast<uintptr_t>(static_cast<NSControl*>(button)->uid()), 0);
+        probePump();
+    }
+    static void select(VTSheet* sheet, int row) {
+        probeSelectRow(list(sheet), -1, false);
+        probeSelectRow(list(sheet), row, true);
+        probePump();
+    }
+    // The table row that shows the record with the cell text in the column.
+    static int rowShowing(VTSheet* sheet, int column, const std::string& cell) {
+        for (int r = 0; r < probeListRows(list(sheet)); r++)
+            if (probeListCell(list(sheet), r, column) == cell) return r;
+        return -1;
+    }
+    static NSDictionary* record(VTSheet* sheet, const char* id) {
+        return sheet->matrix()->objectWithRecordId_(NSString::stringWithUTF8String_(id));
+    }
+    static std::string value(NSDictionary* record, const char* key) {
+        NSObject* v =
+                record ? record->objectForKey_(NSString::stringWithUTF8String_(key)) : nullptr;
+        return v ? static_cast<NSString*>(v->description())->UTF8String() : "nil";
+    }
+    static std::string str(NSObject* o) {
+        return o ? static_cast<NSString*>(o->description())->UTF8String() : "nil";
+    }
+    static uint32_t queued() { return LXTransceiver::defaultTransceiver()->deltaCount(); }
+
+    std::string root;
+    std::filesystem::path old;
+    std::string ada;
+    VTWorkspace* workspace = nullptr;
+    NSAutoreleasePoolScope pool;
+};
+
+TEST_F(SheetWindowTest, TheScreenIsBuiltFromTheDefinition) {
+    openWorkspace();
+    VTSheet* company = window("company");
+    ASSERT_NE(company, nullptr);
+    ASSERT_NE(company->window(), nullptr);
+    // prepare: with 0 builds the window and leaves it hidden.
+    EXPECT_FALSE(probeVisible(windowHandle(company)));
+    EXPECT_EQ(probeText(windowHandle(company)), "Companies");
+
+    // Buttons along the top: y = 645 - 30 in the toolkit, 5 from the top.
+    struct Button {
+        NSObject* button;
+        const char* title;
+        int x;
+        bool enabled;
+    };
+    NSObject* csv = company->guiObjects()->objectAtIndex_(3);
+    for (const Button& b : {Button{company->newButton(), "New", 10, true},
+                            Button{company->saveButton(), "Save", 115, false},
+                            Button{company->removeButton(), "Remove", 220, false},
+                            Button{csv, "Export as CSV", 330, true}}) {
+        NSNativeRect r = probeRectInParent(handle(b.button));
+        EXPECT_EQ(probeText(handle(b.button)), b.title);
+        EXPECT_EQ(r.left, b.x) << b.title;
+        EXPECT_EQ(r.top, 5) << b.title;
+        EXPECT_EQ(r.width, 100);
+        EXPECT_EQ(probeEnabled(handle(b.button)), b.enabled) << b.title;
+    }
+
+    // Labels at rows r = 55, 80, 105 (enum), 130 (date), 155 (multiline):
+    // a label's top is r - 20 from the top of the content.
+    std::vector<std::pair<std::string, int>> labels;
+    for (uint32_t i = 0; i < company->guiObjects()->count(); i++) {
+        auto* view = NSDynamicCast<NSTextField>(company->guiObjects()->objectAtIndex_(i));
+        if (view) labels.push_back({probeText(handle(view)), probeRectInParent(handle(view)).top});
+    }
+    std::vector<std::pair<std::string, int>> expected = {
+            {"Name", 35},     {"City", 60},     {"Industry", 85},  {"Since", 110},   {"Notes", 135},
+            {"Creator", 280}, {"Created", 300}, {"Modifier", 320}, {"Modified", 340}};
+    EXPECT_EQ(labels, expected);
+    EXPECT_EQ(probeRectInParent(handle(control(company, "notes"))).top, 135);
+    EXPECT_EQ(probeRectInParent(handle(control(company, "notes"))).height, 120);
+    EXPECT_EQ(probeRectInParent(handle(control(company, "name"))).left, 120);
+    EXPECT_EQ(text(company, "__creator"), kAda);
+    // The enum offers its values in list order; the form starts empty.
+    void* industry = handle(control(company, "industry"));
+    ASSERT_EQ(probeComboCount(industry), 4);
+    EXPECT_EQ(probeComboItem(industry, 3), "public");
+    EXPECT_EQ(probeComboSelection(industry), -1);
+    // Tooltips, and the keyboard chain through the text controls only.
+    EXPECT_EQ(str(static_cast<NSView*>(control(company, "name"))->toolTip()),
+              "The registered name of the company");
+    auto* name = static_cast<NSResponder*>(control(company, "name"));
+    EXPECT_EQ(name->nextResponder(), control(company, "city"));
+    EXPECT_EQ(static_cast<NSResponder*>(control(company, "city"))->nextResponder(),
+              control(company, "notes"));
+    EXPECT_EQ(static_cast<NSResponder*>(control(company, "notes"))->nextResponder(), name);
+
+    // Columns: the unseen mark, the fields in view, then __modified before
+    // __modifier whatever the clause order.
+    std::vector<std::string> headers;
+    for (int c = 0; c < probeListColumns(list(company)); c++)
+        headers.push_back(probeListHeader(list(company), c));
+    EXPECT_EQ(headers, (std::vector<std::string>{"", "Name", "City", "Industry", "Since",
+                                                 "Modified", "Modifier"}));
+    EXPECT_EQ(probeListRows(list(company)), 3);
+    EXPECT_EQ(probeListCell(list(company), 0, 0), "*");
+
+    // Shown, closed (hidden, kept), shown again: the same window.
+    void* native = windowHandle(company);
+    company->prepare_(1);
+    EXPECT_TRUE(probeVisible(native));
+    probeSend(native, kProbeClose, 0, 0);
+    EXPECT_FALSE(probeVisible(native));
+    company->show();
+    EXPECT_EQ(windowHandle(company), native);
+    EXPECT_TRUE(probeVisible(native));
+    // refresh works on a window that was never in front as on this one.
+    VTSheet* contact = window("contact");
+    contact->refresh();
+    EXPECT_EQ(probeListRows(list(contact)), 3);
+}
+
+TEST_F(SheetWindowTest, ResizingMovesTheTableOnly) {
+    openWorkspace();
+    VTSheet* company = window("company");
+    company->show();
+    probeResize(windowHandle(company), 950, 780);
+    probePump();
+    NSNativeRect table = probeRectInParent(list(company));
+    EXPECT_EQ(table.left, 330);
+    EXPECT_EQ(table.top, 35);
+    EXPECT_EQ(table.width, 950 - 350);
+    EXPECT_EQ(table.height, 780 - 80);
+    EXPECT_EQ(probeRectInParent(handle(control(company, "name"))).top, 35);
+}
+
+}  // namespace
