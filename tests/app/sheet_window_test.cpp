@@ -77,6 +77,22 @@ std::string admin(const std::string& dir, const std::string& args, const std::st
                  status);
 }
 
+// The first value of the key in the JSON text that vantor-admin printed.
+std::string jsonValue(const std::string& text, const std::string& key) {
+    size_t at = text.find("\"" + key + "\":");
+    if (at == std::string::npos) return "";
+    at = text.find('"', at + key.size() + 3);
+    size_t end = at == std::string::npos ? at : text.find('"', at + 1);
+    return end == std::string::npos ? "" : text.substr(at + 1, end - at - 1);
+}
+
+// The last line a command printed: the record id of `record set`.
+std::string lastLine(std::string text) {
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    size_t at = text.rfind('\n');
+    return at == std::string::npos ? text : text.substr(at + 1);
+}
+
 class SheetWindowTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -172,6 +188,24 @@ protected:
     }
     static std::string str(NSObject* o) {
         return o ? static_cast<NSString*>(o->description())->UTF8String() : "nil";
+    }
+    // Writes values behind the form's back, as an older configuration or
+    // another installation may have left them.
+    static void store(VTSheet* sheet, const std::string& id, const char* key, NSObject* v) {
+        VTMatrix* m = sheet->matrix();
+        m->beginTransaction();
+        NSMutableDictionary* r =
+                m->objectWithRecordId_(NSString::stringWithUTF8String_(id.c_str()));
+        ASSERT_NE(r, nullptr) << id;
+        m->setValue_inRow_column_onlyChangedFields_(v, m->rowForObject_(r),
+                                                    NSString::stringWithUTF8String_(key), false);
+        ASSERT_TRUE(m->commitTransaction_(false));
+    }
+    std::string set(const char* sheet, const std::string& json) {
+        int status = -1;
+        std::string out = admin(ada, std::string("record set ") + sheet, json, &status);
+        EXPECT_EQ(status, 0) << out;
+        return lastLine(out);
     }
     static uint32_t queued() { return LXTransceiver::defaultTransceiver()->deltaCount(); }
 
@@ -277,6 +311,149 @@ TEST_F(SheetWindowTest, ResizingMovesTheTableOnly) {
     EXPECT_EQ(table.width, 950 - 350);
     EXPECT_EQ(table.height, 780 - 80);
     EXPECT_EQ(probeRectInParent(handle(control(company, "name"))).top, 35);
+}
+
+TEST_F(SheetWindowTest, SelectingTypingSavingNewAndRemove) {
+    openWorkspace();
+    VTSheet* company = window("company");
+    company->show();
+    int row = rowShowing(company, 1, "Northwind Software");
+    ASSERT_GE(row, 0);
+    EXPECT_EQ(probeListCell(list(company), row, 0), "*");
+    select(company, row);
+    EXPECT_EQ(text(company, "name"), "Northwind Software");
+    EXPECT_EQ(text(company, "city"), "Prague");
+    EXPECT_EQ(probeComboSelection(handle(control(company, "industry"))), 0);
+    EXPECT_EQ(text(company, "__creator"), kAda);
+    // The mark goes at once, and the record counts as seen.
+    EXPECT_EQ(probeListCell(list(company), row, 0), "");
+    EXPECT_TRUE(company->matrix()->seenRecords()->member_("demo-company-1"_ns));
+    EXPECT_TRUE(probeEnabled(handle(company->saveButton())));
+    EXPECT_TRUE(probeEnabled(handle(company->removeButton())));
+
+    // Typed text is stored as it stands, blanks and all; the form is new
+    // again afterwards.
+    type(company, "city", "  Ostrava  ");
+    press(company, company->saveButton());
+    EXPECT_EQ(value(record(company, "demo-company-1"), "city"), "  Ostrava  ");
+    EXPECT_EQ(company->activeRow(), -1);
+    EXPECT_EQ(text(company, "name"), "");
+    EXPECT_FALSE(probeEnabled(handle(company->removeButton())));
+    EXPECT_TRUE(probeEnabled(handle(company->saveButton())));
+
+    // New: a record at the end of the table, chosen from the pop-up,
+    // without the mark, since its author has seen it.
+    press(company, company->newButton());
+    type(company, "name", "Acme");
+    probeComboChoose(handle(control(company, "industry")), 1);
+    press(company, company->saveButton());
+    ASSERT_EQ(company->matrix()->numberOfRows(), 4u);
+    auto* acme =
+            static_cast<NSDictionary*>(company->matrix()->allObjectsSorted()->objectAtIndex_(3));
+    EXPECT_EQ(value(acme, "name"), "Acme");
+    EXPECT_EQ(value(acme, "industry"), "trade");
+    EXPECT_EQ(value(acme, "__creator"), kAda);
+    EXPECT_EQ(probeListRows(list(company)), 4);
+    EXPECT_EQ(probeListCell(list(company), 3, 1), "Acme");
+    EXPECT_EQ(probeListCell(list(company), 3, 0), "");
+
+    // Validation: blanks are empty; the first failing field in field order
+    // is named by its label; nothing is written and the form stays.
+    press(company, company->newButton());
+    type(company, "name", "   ");
+    std::string log = logOf([&] { press(company, company->saveButton()); });
+    EXPECT_EQ(log, "alert: Validation error: Field 'Name' must not be empty.\n");
+    EXPECT_EQ(text(company, "name"), "   ");
+    type(company, "name", "Beta");
+    log = logOf([&] { press(company, company->saveButton()); });
+    EXPECT_EQ(log, "alert: Validation error: Field 'Industry' must not be empty.\n");
+    EXPECT_EQ(company->matrix()->numberOfRows(), 4u);
+
+    // Remove asks first; on a new record it does nothing at all.
+    log = logOf([&] { company->remove(); });
+    EXPECT_EQ(log, "");
+    select(company, 3);
+    EXPECT_EQ(text(company, "name"), "Acme");
+    log = logOf([&] { press(company, company->removeButton()); });
+    EXPECT_EQ(log, "alert: Removing: Are you sure?\n");
+    EXPECT_EQ(company->matrix()->numberOfRows(), 3u);
+    EXPECT_EQ(probeListRows(list(company)), 3);
+    EXPECT_EQ(company->activeRow(), -1);
+}
+
+TEST_F(SheetWindowTest, UntouchedFieldsSurviveASaveOfAnotherField) {
+    // Two companies with one display text, a contact of the second; a
+    // contact of a company that is then removed.
+    std::string twin =
+            set("company", R"({"name": "Blue Byte Labs", "city": "Brno", "industry": "software"})");
+    std::string gone =
+            set("company", R"({"name": "Gone Inc", "city": "Nowhere", "industry": "trade"})");
+    set("contact", R"({"lastName": "Twin", "company": ")" + twin + R"("})");
+    set("contact", R"({"lastName": "Orphan", "company": ")" + gone + R"("})");
+    int status = -1;
+    admin(ada, "record remove company " + gone, "", &status);
+    ASSERT_EQ(status, 0);
+    openWorkspace();
+    VTSheet* company = workspace->sheetNamed_("company"_ns);
+    store(company, "demo-company-3", "industry", "mining"_ns);
+
+    VTSheet* contact = window("contact");
+    void* combo = handle(control(contact, "company"));
+    select(contact, rowShowing(contact, 1, "Twin"));
+    // The pop-up stands on the twin's own entry, not the first equal text.
+    int chosen = probeComboSelection(combo);
+    ASSERT_GE(chosen, 0);
+    EXPECT_EQ(probeComboItem(combo, chosen), "Blue Byte Labs Brno");
+    EXPECT_EQ(value(static_cast<NSDictionary*>(contact->referenceObjects()->objectForKey_(
+                            NSString::stringWithFormat_("company-%d", chosen))),
+                    "__recordId"),
+              twin);
+    type(contact, "phone", "+420 1");
+    press(contact, contact->saveButton());
+    NSDictionary* saved =
+            contact->matrix()
+                            ->objectsWithValue_inColumn_("Twin"_ns, "lastName"_ns)
+                            ->objectAtIndex_(0)
+                    ? static_cast<NSDictionary*>(
+                              contact->matrix()
+                                      ->objectsWithValue_inColumn_("Twin"_ns, "lastName"_ns)
+                                      ->objectAtIndex_(0))
+                    : nullptr;
+    EXPECT_EQ(value(saved, "phone"), "+420 1");
+    EXPECT_EQ(value(saved, "company"), twin);
+
+    // A reference to a removed record: a marked entry, kept by the Save.
+    select(contact, rowShowing(contact, 1, "Orphan"));
+    int count = probeComboCount(combo);
+    EXPECT_EQ(probeComboSelection(combo), count - 1);
+    EXPECT_EQ(probeComboItem(combo, count - 1), gone + " (not among the choices)");
+    type(contact, "phone", "+420 2");
+    press(contact, contact->saveButton());
+    saved = static_cast<NSDictionary*>(
+            contact->matrix()
+                    ->objectsWithValue_inColumn_("Orphan"_ns, "lastName"_ns)
+                    ->objectAtIndex_(0));
+    EXPECT_EQ(value(saved, "phone"), "+420 2");
+    EXPECT_EQ(value(saved, "company"), gone);
+
+    // An enum value outside the list: shown marked, kept by a Save of
+    // another field, replaced only by the user's choice.
+    VTSheet* companies = window("company");
+    void* industry = handle(control(companies, "industry"));
+    select(companies, rowShowing(companies, 1, "Kettle & Co"));
+    ASSERT_EQ(probeComboCount(industry), 5);
+    EXPECT_EQ(probeComboItem(industry, 4), "mining (not among the choices)");
+    EXPECT_EQ(probeComboSelection(industry), 4);
+    type(companies, "city", "Graz");
+    press(companies, companies->saveButton());
+    EXPECT_EQ(value(record(companies, "demo-company-3"), "industry"), "mining");
+    EXPECT_EQ(value(record(companies, "demo-company-3"), "city"), "Graz");
+    select(companies, rowShowing(companies, 1, "Kettle & Co"));
+    probeComboChoose(industry, 1);
+    press(companies, companies->saveButton());
+    EXPECT_EQ(value(record(companies, "demo-company-3"), "industry"), "trade");
+    // The marked entry went with the record that needed it.
+    EXPECT_EQ(probeComboCount(industry), 4);
 }
 
 }  // namespace
