@@ -5,6 +5,7 @@
 // then reads back the screen and the records: matrix, container and the
 // deltas queued for the other users.
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -68,10 +69,10 @@ std::string shell(const std::string& line, int* status = nullptr) {
 
 // vantor-admin in an installation, with the input on standard input.
 std::string admin(const std::string& dir, const std::string& args, const std::string& input = "",
-                  int* status = nullptr) {
+                  int* status = nullptr, const std::string& password = "vantor-demo") {
     std::string file = dir + "/.admin-input";
     std::ofstream(file, std::ios::binary) << input;
-    return shell("cd " + quote(dir) + " && VANTOR_PASSWORD=vantor-demo " +
+    return shell("cd " + quote(dir) + " && VANTOR_PASSWORD=" + quote(password) + " " +
                          quote(env("VANTOR_ADMIN_PATH")) + " " + args + " < " + quote(file) +
                          " 2>&1",
                  status);
@@ -92,6 +93,22 @@ std::string lastLine(std::string text) {
     size_t at = text.rfind('\n');
     return at == std::string::npos ? text : text.substr(at + 1);
 }
+
+// Ends the program with the tests' result as soon as they have run. The
+// sheets outlive their tests (the notification center keeps its
+// observers), and under Wine the end of such a program, once it has
+// queued deltas, answers status 0 whatever main returned: a failure must
+// not pass for a success.
+class ExitWithResult : public testing::EmptyTestEventListener {
+    void OnTestProgramEnd(const testing::UnitTest& unit) override {
+        std::fflush(stdout);
+        std::fflush(stderr);
+        _exit(unit.Passed() ? 0 : 1);
+    }
+};
+
+[[maybe_unused]] const bool exitWithResult =
+        (testing::UnitTest::GetInstance()->listeners().Append(new ExitWithResult), true);
 
 class SheetWindowTest : public testing::Test {
 protected:
@@ -116,6 +133,7 @@ protected:
         // The first admin's row is made by the first start; a listing is one.
         std::string listed = admin(ada, "record list company", "", &status);
         ASSERT_EQ(status, 0) << listed;
+        std::ofstream(ada + "/transceiver.txt") << "127.0.0.1\n";
     }
     void TearDown() override {
         if (workspace) workspace->release();
@@ -201,9 +219,11 @@ protected:
                                                     NSString::stringWithUTF8String_(key), false);
         ASSERT_TRUE(m->commitTransaction_(false));
     }
-    std::string set(const char* sheet, const std::string& json) {
+    std::string set(const char* sheet, const std::string& json, const std::string& dir = "",
+                    const std::string& password = "vantor-demo") {
         int status = -1;
-        std::string out = admin(ada, std::string("record set ") + sheet, json, &status);
+        std::string out = admin(dir.empty() ? ada : dir, std::string("record set ") + sheet, json,
+                                &status, password);
         EXPECT_EQ(status, 0) << out;
         return lastLine(out);
     }
@@ -454,6 +474,162 @@ TEST_F(SheetWindowTest, UntouchedFieldsSurviveASaveOfAnotherField) {
     EXPECT_EQ(value(record(companies, "demo-company-3"), "industry"), "trade");
     // The marked entry went with the record that needed it.
     EXPECT_EQ(probeComboCount(industry), 4);
+}
+
+TEST_F(SheetWindowTest, RightsHiddenFieldsAndMessageStates) {
+    std::string adaId = jsonValue(admin(ada, "record list user"), "__recordId");
+    ASSERT_FALSE(adaId.empty());
+    std::string toAda = set("message", R"({"subject": "Hello", "whom": ")" + adaId + R"("})");
+    std::string toBob = set("message", R"({"subject": "For Bob", "whom": ")" + adaId + R"("})");
+    // Ada keeps staff and designer, and gives up administrator.
+    set("user", R"({"__recordId": ")" + adaId + R"(", "groups": "demo-group-designers"})");
+    openWorkspace();
+    VTSheet* inbox = workspace->sheetNamed_("message"_ns);
+    store(inbox, toAda, "status", "delivered"_ns);
+    store(inbox, toAda, "__creator", "Bob Peer/Sales/Demo"_ns);
+    // Addressed to a user of another installation: no user row here, so
+    // that nothing is queued for anyone.
+    store(inbox, toBob, "whom", "bob-elsewhere"_ns);
+    store(inbox, toBob, "status", "delivered"_ns);
+    inbox = window("message");
+
+    // The hidden status has neither control nor label.
+    EXPECT_EQ(control(inbox, "status"), nullptr);
+    for (uint32_t i = 0; i < inbox->guiObjects()->count(); i++) {
+        auto* label = NSDynamicCast<NSTextField>(inbox->guiObjects()->objectAtIndex_(i));
+        if (label) EXPECT_NE(probeText(handle(label)), "Status");
+    }
+    // The addressee's first look turns "delivered" into "read"; someone
+    // else's message can't be changed or removed by her.
+    ASSERT_EQ(probeListRows(list(inbox)), 1);
+    select(inbox, 0);
+    EXPECT_EQ(text(inbox, "subject"), "Hello");
+    EXPECT_EQ(value(record(inbox, toAda.c_str()), "status"), "read");
+    EXPECT_FALSE(probeEnabled(handle(inbox->saveButton())));
+    EXPECT_FALSE(probeEnabled(handle(inbox->removeButton())));
+    // The sender looking at what she sent changes nothing, and may remove
+    // her own message (removeown).
+    VTSheet* outbox = window("outbox");
+    int row = rowShowing(outbox, 1, "For Bob");
+    ASSERT_GE(row, 0);
+    select(outbox, row);
+    EXPECT_EQ(value(record(inbox, toBob.c_str()), "status"), "delivered");
+    EXPECT_TRUE(probeEnabled(handle(outbox->removeButton())));
+
+    // updateown: her own companies, not Bob's; the industry, reserved to
+    // administrators, shows its value in a disabled control.
+    VTSheet* company = workspace->sheetNamed_("company"_ns);
+    store(company, "demo-company-2", "__creator", "Bob Peer/Sales/Demo"_ns);
+    company = window("company");
+    void* industry = handle(control(company, "industry"));
+    EXPECT_FALSE(probeEnabled(industry));
+    select(company, rowShowing(company, 1, "Northwind Software"));
+    EXPECT_TRUE(probeEnabled(handle(company->saveButton())));
+    EXPECT_TRUE(probeEnabled(handle(company->removeButton())));
+    EXPECT_EQ(probeComboSelection(industry), 0);
+    select(company, rowShowing(company, 1, "Blue Byte Labs"));
+    EXPECT_FALSE(probeEnabled(handle(company->saveButton())));
+    EXPECT_FALSE(probeEnabled(handle(company->removeButton())));
+}
+
+TEST_F(SheetWindowTest, ActionButtonsStartTheirClassesByName) {
+    openWorkspace();
+    VTSheet* released = workspace->sheetNamed_("visit"_ns);
+    ASSERT_NE(released, nullptr);
+    VTSheet* forms = window("form");
+    NSObject* test = forms->guiObjects()->objectAtIndex_(3);
+    EXPECT_EQ(probeText(handle(test)), "Test form");
+    // Every action works on a selected record: without one, nothing.
+    press(forms, test);
+    EXPECT_EQ(workspace->sheetNamed_("visit"_ns), released);
+    select(forms, rowShowing(forms, 1, "visit"));
+    press(forms, test);
+    VTSheet* visit = workspace->sheetNamed_("visit"_ns);
+    ASSERT_NE(visit, released);
+    ASSERT_NE(visit->window(), nullptr);
+    EXPECT_TRUE(probeVisible(windowHandle(visit)));
+    EXPECT_EQ(probeText(windowHandle(visit)), "Visit reports");
+    for (const char* key : {"subject", "company", "when", "outcome", "people", "notes"})
+        EXPECT_NE(control(visit, key), nullptr) << key;
+    // The reference lists come from the companies' and contacts' tables.
+    EXPECT_EQ(probeComboCount(handle(control(visit, "company"))), 3);
+    EXPECT_EQ(probeListRows(handle(control(visit, "people"))), 3);
+    EXPECT_EQ(probeComboItem(handle(control(visit, "outcome")), 1), "agreed");
+    EXPECT_EQ(text(visit, "outcome"), "open");
+}
+
+TEST_F(SheetWindowTest, AnIncomingChangeReloadsTheTableAndSparesTheForm) {
+    // Bob's installation beside Ada's: his user record and key, the
+    // demo's configuration, and every record pushed to him.
+    std::string bobDir = root + "/bob";
+    std::string bob = set("user", R"({"firstName": "Bob", "lastName": "Peer", "orgUnit": "Sales",
+                                      "company": "Demo", "role": "manager",
+                                      "groups": "demo-group-admins"})");
+    int status = -1;
+    std::string keyFile =
+            lastLine(admin(ada, "key make " + bob + " --password-stdin", "bobpw\n", &status));
+    ASSERT_EQ(status, 0) << keyFile;
+    shell("mkdir -p " + quote(bobDir + "/userkey") + " " + quote(bobDir + "/data") + " && cp -r " +
+                  quote(env("VANTOR_SOURCE_DIR") + "/demo/conf") + " " + quote(bobDir) + " && mv " +
+                  quote(ada + "/" + keyFile) + " " + quote(bobDir + "/userkey/") +
+                  " && echo 127.0.0.1 > " + quote(bobDir + "/transceiver.txt"),
+          &status);
+    ASSERT_EQ(status, 0);
+    admin(ada, "record action user " + bob + " VTActionPushSpaces", "", &status);
+    ASSERT_EQ(status, 0);
+
+    // The relay on loopback, on a free port.
+    std::string relayLog = root + "/relay.log";
+    shell("mkdir -p " + quote(root + "/relay"));
+    std::string pid = lastLine(shell(
+            quote(env("VANTOR_RELAY_PATH")) + " --bind 127.0.0.1 --port 0 --timeout 2 --dir " +
+            quote(root + "/relay") + " > " + quote(relayLog) + " 2>&1 & echo $!"));
+    int port = 0;
+    ASSERT_TRUE(vt_test::waitUntil([&] {
+        std::ifstream in(relayLog);
+        std::string line;
+        while (std::getline(in, line))
+            if (line.rfind("listening on port ", 0) == 0) port = std::atoi(line.c_str() + 18);
+        return port > 0;
+    }));
+    std::string sync = "sync --timeout 2 --port " + std::to_string(port);
+    std::string out = admin(ada, sync, "", &status);
+    ASSERT_EQ(status, 0) << out;
+    out = admin(bobDir, sync, "", &status, "bobpw");
+    ASSERT_EQ(status, 0) << out;
+    // Bob moves Blue Byte Labs to Olomouc while Ada's client is closed.
+    set("company", R"({"__recordId": "demo-company-2", "city": "Olomouc"})", bobDir, "bobpw");
+    out = admin(bobDir, sync, "", &status, "bobpw");
+    ASSERT_EQ(status, 0) << out;
+
+    // Ada edits Northwind in the form when the change arrives.
+    openWorkspace();
+    VTSheet* company = window("company");
+    company->show();
+    select(company, rowShowing(company, 1, "Northwind Software"));
+    int32_t active = company->activeRow();
+    type(company, "city", "Typed, not saved");
+    NSString* host = workspace->joinTransceiver();
+    LXTransceiver::defaultTransceiver()->checkWithPort_host_(static_cast<uint32_t>(port), host);
+    probePump();
+    shell("kill " + pid);
+
+    EXPECT_EQ(value(record(company, "demo-company-2"), "city"), "Olomouc");
+    int row = rowShowing(company, 1, "Blue Byte Labs");
+    ASSERT_GE(row, 0);
+    EXPECT_EQ(probeListCell(list(company), row, 2), "Olomouc");
+    EXPECT_EQ(probeListCell(list(company), row, 0), "*");
+    // The form is as the user left it.
+    EXPECT_EQ(company->activeRow(), active);
+    EXPECT_EQ(text(company, "name"), "Northwind Software");
+    EXPECT_EQ(text(company, "city"), "Typed, not saved");
+
+    // Her Save goes out to Bob as one delta and leaves Bob's change be.
+    uint32_t before = queued();
+    press(company, company->saveButton());
+    EXPECT_EQ(value(record(company, "demo-company-1"), "city"), "Typed, not saved");
+    EXPECT_EQ(value(record(company, "demo-company-2"), "city"), "Olomouc");
+    EXPECT_EQ(queued(), before + 1);
 }
 
 }  // namespace
