@@ -74,6 +74,8 @@ const Row kRows[] = {
         {"areyousure", "Are you sure?", "Wirklich durchführen?", "Opravdu provést?"},
         {"notamongchoices", "%s (not among the choices)", "%s (nicht in der Auswahl)",
          "%s (není v nabídce)"},
+        {"history", "History", "Verlauf", "Historie"},
+        {"restore", "Restore", "Wiederherstellen", "Obnovit"},
         {"m_File", "File", "Datei", "Soubor"},
         {"m_Quit", "Quit", "Beenden", "Konec"},
         {"pleasereport", "Please report every problem to support@vantor.example.",

@@ -113,6 +113,17 @@ public:
     // Starts the action of the button on the selected record.
     void customAction_(NSObject* button);
 
+    // The history of the selected record (VTSheetHistoryWindow.cpp): the
+    // History button opens a window listing the values that newer ones
+    // replaced; Restore writes the chosen one back through the rules of a
+    // Save, as a new change.
+    void showHistory_(NSObject* sender);
+    void restoreHistoryEntry_(NSObject* sender);
+    NSObject* historyButton() { return _historyButton; }
+    NSObject* historyWindow() { return _historyWindow; }
+    NSTableView* historyTable() { return _historyTable; }
+    NSObject* restoreButton() { return _restoreButton; }
+
     // Replication (VTSheetReplication.cpp). Incoming changes arrive on the
     // transceiver's thread; the hooks of record editing on the main thread.
 
@@ -178,6 +189,11 @@ private:
     // The form values of a Save, read from the controls.
     NSMutableDictionary* formValues();
     void setInformationLines(NSDictionary* record);
+    void addHistoryButton(NSView* parent, float height, float r);
+    void fillHistory();
+    // Whether the current user may change the record (update, or updateown
+    // on a record of their own).
+    bool mayUpdate(NSDictionary* record);
     // Refilters and reloads the record table; the selection the reload
     // restores is no user's choice and doesn't reach rowSelected:.
     void reloadTable();
@@ -227,4 +243,10 @@ private:
     // the control was given. A Save keeps the stored value while the
     // control still shows exactly that.
     Ref<NSMutableDictionary> _keptValues;
+    // The history window of the selected record (VTSheetHistoryWindow.cpp).
+    Ref<NSObject> _historyButton;
+    NSObject* _historyWindow = nullptr;  // not released: windows are kept
+    Ref<NSTableView> _historyTable;
+    Ref<NSObject> _restoreButton;
+    Ref<NSString> _historyRecordId;
 };

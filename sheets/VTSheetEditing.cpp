@@ -115,17 +115,25 @@ void VTSheet::setInformationLines(NSDictionary* record) {
     }
 }
 
+bool VTSheet::mayUpdate(NSDictionary* record) {
+    NSObject* creator = record->objectForKey_("__creator"_ns);
+    NSString* user = NSSend<NSString*>(_workspace, NS_SEL("currentUserId"));
+    bool own = creator && user && creator->isEqual_(user);
+    NSObject* self = this;
+    return NSSend<bool>(_workspace, NS_SEL("currentUserCanUpdate:"), self) ||
+           (own && NSSend<bool>(_workspace, NS_SEL("currentUserCanUpdateOwn:"), self));
+}
+
 void VTSheet::updateButtonsForRecord(NSDictionary* record) {
     NSObject* creator = record->objectForKey_("__creator"_ns);
     NSString* user = NSSend<NSString*>(_workspace, NS_SEL("currentUserId"));
     bool own = creator && user && creator->isEqual_(user);
     NSObject* self = this;
-    bool update = NSSend<bool>(_workspace, NS_SEL("currentUserCanUpdate:"), self) ||
-                  (own && NSSend<bool>(_workspace, NS_SEL("currentUserCanUpdateOwn:"), self));
     bool remove = NSSend<bool>(_workspace, NS_SEL("currentUserCanRemove:"), self) ||
                   (own && NSSend<bool>(_workspace, NS_SEL("currentUserCanRemoveOwn:"), self));
-    setEnabled(_saveButton, update);
+    setEnabled(_saveButton, mayUpdate(record));
     setEnabled(_removeButton, remove);
+    setEnabled(_historyButton, true);
 }
 
 void VTSheet::rowSelected_(NSNotification* note) {
@@ -235,6 +243,7 @@ void VTSheet::newAction_(uint8_t rebuildReferences) {
     _activeRow = -1;
     _keptValues->removeAllObjects();
     setEnabled(_removeButton, false);
+    setEnabled(_historyButton, false);
     setEnabled(_saveButton, NSSend<bool>(_workspace, NS_SEL("currentUserCanDeposit:"),
                                          static_cast<NSObject*>(this)));
     setInformationLines(nullptr);

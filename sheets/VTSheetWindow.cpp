@@ -165,6 +165,7 @@ void VTSheet::show_(NSView* parent) {
                       0);
     }
     addInformationLines(parent, height, r);
+    addHistoryButton(parent, height, r + 4 * 20);
 
     NSNotificationCenter::defaultCenter()->addObserver_selector_name_object_(
             this, NS_SEL("rowSelected:"), "NSTableViewSelectionDidChangeNotification"_ns,

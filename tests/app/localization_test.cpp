@@ -48,6 +48,8 @@ const char* const kKeys[] = {"error",
                              "removing",
                              "areyousure",
                              "notamongchoices",
+                             "history",
+                             "restore",
                              "m_File",
                              "m_Quit",
                              "pleasereport"};

@@ -632,4 +632,45 @@ TEST_F(SheetWindowTest, AnIncomingChangeReloadsTheTableAndSparesTheForm) {
     EXPECT_EQ(queued(), before + 1);
 }
 
+TEST_F(SheetWindowTest, TheHistoryOfARecordAndARestore) {
+    openWorkspace();
+    VTSheet* company = window("company");
+    company->show();
+    EXPECT_EQ(probeText(handle(company->historyButton())), "History");
+    EXPECT_FALSE(probeEnabled(handle(company->historyButton())));
+    select(company, rowShowing(company, 1, "Northwind Software"));
+    type(company, "city", "Ostrava");
+    press(company, company->saveButton());
+    select(company, rowShowing(company, 1, "Northwind Software"));
+    ASSERT_TRUE(probeEnabled(handle(company->historyButton())));
+    press(company, company->historyButton());
+
+    auto* window = static_cast<NSWindow*>(company->historyWindow());
+    ASSERT_NE(window, nullptr);
+    EXPECT_TRUE(probeVisible(window->hWnd()));
+    EXPECT_EQ(probeText(window->hWnd()), "History: Companies");
+    void* entries = handle(company->historyTable());
+    ASSERT_EQ(probeListRows(entries), 1);
+    EXPECT_EQ(probeListCell(entries, 0, 0), "city");
+    EXPECT_EQ(probeListCell(entries, 0, 1), "1");
+    EXPECT_EQ(probeListCell(entries, 0, 2), "Prague");
+    ASSERT_EQ(probeListColumns(entries), 4);
+    NSArray* history = company->historyOfRecordWithId_("demo-company-1"_ns);
+    EXPECT_EQ(probeListCell(entries, 0, 3),
+              str(static_cast<NSDictionary*>(history->objectAtIndex_(0))
+                          ->objectForKey_("writer"_ns)));
+
+    // Restore writes the old value back as a new change; the value it
+    // replaces joins the history.
+    probeSelectRow(entries, 0, true);
+    probePump();
+    probeSend(window->hWnd(), kProbeCommand,
+              static_cast<uintptr_t>(static_cast<NSControl*>(company->restoreButton())->uid()), 0);
+    probePump();
+    EXPECT_EQ(value(record(company, "demo-company-1"), "city"), "Prague");
+    ASSERT_EQ(probeListRows(entries), 2);
+    EXPECT_EQ(probeListCell(entries, 0, 2), "Ostrava");
+    EXPECT_EQ(company->activeRow(), -1);
+}
+
 }  // namespace
