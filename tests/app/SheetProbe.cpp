@@ -1,6 +1,7 @@
 #include <windows.h>
 // commctrl.h needs the types windows.h defines.
 #include <commctrl.h>
+#include <stdlib.h>
 
 #include "tests/app/SheetProbe.h"
 
@@ -59,4 +60,63 @@ void probeComboChoose(void* combo, int index) {
 
 void probeResize(void* window, int width, int height) {
     SetWindowPos(hwndOf(window), nullptr, 0, 0, width, height, SWP_NOMOVE | SWP_NOZORDER);
+}
+
+void probeSetEnvironment(const char* name, const char* value) {
+    SetEnvironmentVariableA(name, value);
+    // The platform layer's getenv reads the C library's copy.
+    if (value)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+}
+
+namespace {
+
+unsigned gAnswerKey = 0;
+HANDLE gAnswerThread = nullptr;
+std::string gDialogSeen;
+
+// Message boxes are dialogs of the class "#32770".
+DWORD WINAPI answerDialog(void*) {
+    HWND box = nullptr;
+    for (int i = 0; i < 500 && !box; i++) {
+        box = FindWindowA("#32770", nullptr);
+        if (!box) Sleep(10);
+    }
+    if (!box) return 0;
+    char title[256] = {};
+    char text[256] = {};
+    GetWindowTextA(box, title, sizeof title);
+    // The message is the box's static control.
+    for (HWND child = GetWindow(box, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+        char name[32] = {};
+        GetClassNameA(child, name, sizeof name);
+        if (lstrcmpiA(name, "Static") == 0 && GetWindowTextA(child, text, sizeof text) > 0) break;
+    }
+    PostMessageA(box, WM_KEYDOWN, gAnswerKey, 0);
+    for (int i = 0; i < 300 && IsWindow(box); i++) Sleep(10);
+    if (IsWindow(box)) {
+        PostMessageA(box, WM_CLOSE, 0, 0);
+        return 0;
+    }
+    gDialogSeen = std::string(title) + ": " + text;
+    return 0;
+}
+
+}  // namespace
+
+void probeAnswerNextDialog(unsigned key) {
+    gAnswerKey = key;
+    gDialogSeen.clear();
+    gAnswerThread = CreateThread(nullptr, 0, answerDialog, nullptr, 0, nullptr);
+}
+
+std::string probeDialogSeen() {
+    if (gAnswerThread) {
+        WaitForSingleObject(gAnswerThread, 10000);
+        CloseHandle(gAnswerThread);
+        gAnswerThread = nullptr;
+    }
+    return gDialogSeen;
 }

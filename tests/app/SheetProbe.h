@@ -18,3 +18,14 @@ int probeComboSelection(void* combo);
 void probeComboChoose(void* combo, int index);
 // Gives the top-level window a new outer size, as a user's drag does.
 void probeResize(void* window, int width, int height);
+// Sets or (nullptr) removes a variable of the Win32 environment and of the
+// C library, whose getenv the platform layer calls.
+void probeSetEnvironment(const char* name, const char* value);
+
+// Answers the next message box of this process, from a thread of its own,
+// with a key as a user presses it (Enter or Escape), so that a modal alert
+// can run for real. probeDialogSeen answers what the box said, "title:
+// text", once it is gone; empty if none came within 5 seconds or the key
+// did not close it (the box is then closed, so the test goes on).
+void probeAnswerNextDialog(unsigned key);
+std::string probeDialogSeen();

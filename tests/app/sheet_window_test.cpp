@@ -673,4 +673,33 @@ TEST_F(SheetWindowTest, TheHistoryOfARecordAndARestore) {
     EXPECT_EQ(company->activeRow(), -1);
 }
 
+TEST_F(SheetWindowTest, EnterAndEscapeAnswerTheRealDialogs) {
+    openWorkspace();
+    VTSheet* company = window("company");
+    company->show();
+    // Real message boxes for this test, answered from the keyboard.
+    probeSetEnvironment("VANTOR_NONINTERACTIVE", nullptr);
+    select(company, rowShowing(company, 1, "Kettle & Co"));
+    probeAnswerNextDialog(kProbeEscape);
+    press(company, company->removeButton());
+    EXPECT_EQ(probeDialogSeen(), "Removing: Are you sure?");
+    EXPECT_EQ(company->matrix()->numberOfRows(), 3u);
+    EXPECT_EQ(text(company, "name"), "Kettle & Co");
+
+    probeAnswerNextDialog(kProbeReturn);
+    press(company, company->removeButton());
+    EXPECT_EQ(probeDialogSeen(), "Removing: Are you sure?");
+    EXPECT_EQ(company->matrix()->numberOfRows(), 2u);
+    EXPECT_EQ(probeListRows(list(company)), 2);
+
+    press(company, company->newButton());
+    type(company, "city", "Linz");
+    probeAnswerNextDialog(kProbeReturn);
+    press(company, company->saveButton());
+    EXPECT_EQ(probeDialogSeen(), "Validation error: Field 'Name' must not be empty.");
+    EXPECT_EQ(company->matrix()->numberOfRows(), 2u);
+    EXPECT_EQ(text(company, "city"), "Linz");
+    probeSetEnvironment("VANTOR_NONINTERACTIVE", "1");
+}
+
 }  // namespace
