@@ -231,7 +231,9 @@ void VTSheet::addFieldControl(NSView* parent, NSArray* descriptor, float height,
         Ref<VTSimpleDataSource> source =
                 adoptRef(static_cast<VTSimpleDataSource*>(VTSimpleDataSource::alloc()->init()));
         table->setDataSource_(source);
-        addColumn(table, key, label, nullptr, 0);
+        // Narrower than the list, so that no horizontal scroll bar shows
+        // beside a vertical one.
+        addColumn(table, key, label, nullptr, kWidth - 25);
     }
     if (typeIs(descriptor, "reference") || typeIs(descriptor, "multireference"))
         fillReferenceControl(descriptor);
