@@ -17,6 +17,7 @@
 #include "sheets/VTSheet.h"
 #include "toolkit/NSApplication.h"
 #include "toolkit/NSControl.h"
+#include "toolkit/NSPopUpButton.h"
 #include "toolkit/NSTableView.h"
 #include "toolkit/NSWindow.h"
 
@@ -50,6 +51,13 @@ int main(int argc, char** argv) {
     } else {
         static_cast<NSControl*>(sheet->fieldControls()->objectForKey_("subject"_ns))
                 ->setStringValue_("Kick-off of the ledger migration"_ns);
+        static_cast<NSPopUpButton*>(sheet->fieldControls()->objectForKey_("company"_ns))
+                ->selectItemAtIndex_(2);
+        NSMutableIndexSet* people = NSMutableIndexSet::indexSet();
+        people->addIndex_(0);
+        people->addIndex_(2);
+        static_cast<NSTableView*>(sheet->fieldControls()->objectForKey_("people"_ns))
+                ->selectRowIndexes_byExtendingSelection_(people, false);
     }
     app->run();
     return 0;
