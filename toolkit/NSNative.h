@@ -90,6 +90,11 @@ struct NSNativeToolkit {
     void (*enable)(void* handle, bool enabled);
     void (*setFocus)(void* handle);
     void (*destroy)(void* handle);
+    // Runs call(context) on the thread that made the window: at once on
+    // that thread, from any other through one native message, which waits
+    // until that thread serves it. The window must run in a toolkit
+    // procedure (see subclass).
+    void (*callOnWindowThread)(void* window, void (*call)(void*), void* context);
     // Replaces the control's window procedure with the toolkit's; answers
     // the former one. ansi: set it with the A call.
     void* (*subclass)(void* handle, NSNativeProc proc, bool ansi);
@@ -132,6 +137,9 @@ struct NSNativeToolkit {
     void (*listSetItemState)(void* list, int row, uint32_t state, uint32_t mask);
     uint32_t (*listItemState)(void* list, int row, uint32_t mask);
     void (*listEnsureVisible)(void* list, int row);
+    // Stops (false) and resumes (true) the list's painting; resuming
+    // paints the list anew.
+    void (*listSetRedraw)(void* list, bool redraw);
 
     // Tab controls and their pages. registerTabPageClass logs and answers
     // false when the page class cannot be registered.

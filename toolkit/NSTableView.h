@@ -10,10 +10,10 @@
 // on); the operations that would talk to the list then report that nothing
 // was written.
 //
-// Threads: reloadData may come from the transceiver's thread. It then sends
-// native messages to a list the main thread made, and each waits until the
-// main thread serves it; the caller must hold no lock the main thread may
-// wait for.
+// Threads: reloadData may come from the transceiver's thread. The reload
+// then runs on the main thread, which made the list, through one native
+// message that waits until the main thread serves it; the caller must hold
+// no lock the main thread may wait for.
 #pragma once
 
 #include <cstdint>
@@ -81,6 +81,8 @@ protected:
     ~NSTableView() override = default;
 
 private:
+    // reloadData on the list's thread.
+    void reloadRows();
     // The share of the free width and what it is computed from.
     int32_t flexibleShare(int32_t width, int32_t slack, int32_t extraColumns);
     void insertNativeColumn(NSTableColumn* column, int32_t index, int32_t share);

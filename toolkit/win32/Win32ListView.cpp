@@ -68,3 +68,8 @@ uint32_t vtListItemState(void* list, int row, uint32_t mask) {
 void vtListEnsureVisible(void* list, int row) {
     SendMessageW(hwndOf(list), LVM_ENSUREVISIBLE, row, TRUE);
 }
+
+void vtListSetRedraw(void* list, bool redraw) {
+    SendMessageW(hwndOf(list), WM_SETREDRAW, redraw, 0);
+    if (redraw) InvalidateRect(hwndOf(list), nullptr, TRUE);
+}

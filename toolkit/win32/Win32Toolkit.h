@@ -36,7 +36,12 @@ void vtEnable(void* handle, bool enabled);
 void vtSetFocus(void* handle);
 void vtMoveWindow(void* handle, NSNativeRect frame);
 void vtDestroy(void* handle);
+void vtCallOnWindowThread(void* window, void (*call)(void*), void* context);
 void* vtSubclass(void* handle, NSNativeProc proc, bool ansi);
+
+// The message that carries a call to the thread of a control (see
+// callOnWindowThread): wParam the function, lParam its argument.
+constexpr UINT kVtCallMessage = WM_APP + 1;
 
 // Win32WindowProcs.cpp
 LRESULT CALLBACK WindowWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
@@ -94,6 +99,7 @@ void vtListSetItemText(void* list, int row, int subItem, const char16_t* text);
 void vtListSetItemState(void* list, int row, uint32_t state, uint32_t mask);
 uint32_t vtListItemState(void* list, int row, uint32_t mask);
 void vtListEnsureVisible(void* list, int row);
+void vtListSetRedraw(void* list, bool redraw);
 
 // Win32TabControl.cpp
 LRESULT CALLBACK TabPageWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);

@@ -87,6 +87,15 @@ void vtMoveWindow(void* handle, NSNativeRect frame) {
 
 void vtDestroy(void* handle) { DestroyWindow(hwndOf(handle)); }
 
+void vtCallOnWindowThread(void* window, void (*call)(void*), void* context) {
+    if (GetWindowThreadProcessId(hwndOf(window), nullptr) == GetCurrentThreadId()) {
+        call(context);
+        return;
+    }
+    SendMessageW(hwndOf(window), kVtCallMessage, reinterpret_cast<WPARAM>(call),
+                 reinterpret_cast<LPARAM>(context));
+}
+
 // SetWindowLongPtr is SetWindowLong on 32-bit Windows; a 64-bit Winelib
 // build needs the pointer-wide form to keep the whole procedure address.
 void* vtSubclass(void* handle, NSNativeProc proc, bool ansi) {

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 
+#include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSNotification.h"
 #include "foundation/NSNotificationCenter.h"
 #include "foundation/NSString.h"
@@ -122,15 +123,22 @@ void tabChange(HWND source, bool show) {
 // The list and button cases, shared with the tab page procedure: list
 // views and buttons inside a tab report to their direct parent.
 void vtListSelectionChanged(HWND source) {
+    // setSelectedRow: below changes the list's states itself, and the list
+    // reports each change at once, before the table has stored the row:
+    // those reports belong to the change being handled and tell nobody.
+    static NSTableView* handling = nullptr;
     auto* table = NSDynamicCast<NSTableView>(
             NSApplication::sharedApplication()->tableViewForHandle(source));
-    if (!table) return;
+    if (!table || table == handling) return;
     int row = static_cast<int>(
             SendMessageA(source, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_SELECTED));
     // A repeat for the row already selected, and a bare deselection, tell
     // nobody.
     if (row == -1 || row == table->selectedRow()) return;
+    NSTableView* outer = handling;
+    handling = table;
     table->setSelectedRow_(row);
+    handling = outer;
     NSNotificationCenter::defaultCenter()->postNotificationName_object_(
             "NSTableViewSelectionDidChangeNotification"_ns, table);
 }
@@ -242,6 +250,13 @@ LRESULT CALLBACK KeyedControlWndProc(HWND handle, UINT message, WPARAM wParam, L
 
 LRESULT CALLBACK ControlWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     NSControl* control = registeredControl(handle);
+    if (message == kVtCallMessage) {
+        // Served on this thread for another one, outside any message of
+        // the loop: its own pool.
+        NSAutoreleasePoolScope pool;
+        reinterpret_cast<void (*)(void*)>(wParam)(reinterpret_cast<void*>(lParam));
+        return 0;
+    }
     if (message == WM_GETDLGCODE) return DLGC_WANTALLKEYS;
     if (message == WM_MOUSEMOVE) showTip(control);
     return callPrevious(control, handle, message, wParam, lParam);
