@@ -120,3 +120,29 @@ std::string probeDialogSeen() {
     }
     return gDialogSeen;
 }
+
+namespace {
+
+struct ThreadCall {
+    void (*fn)(void*);
+    void* arg;
+};
+
+DWORD WINAPI runCall(void* call) {
+    auto* c = static_cast<ThreadCall*>(call);
+    c->fn(c->arg);
+    delete c;
+    return 0;
+}
+
+}  // namespace
+
+void* probeStartThread(void (*fn)(void*), void* arg) {
+    return CreateThread(nullptr, 0, runCall, new ThreadCall{fn, arg}, 0, nullptr);
+}
+
+bool probeThreadDone(void* thread) {
+    if (WaitForSingleObject(static_cast<HANDLE>(thread), 0) != WAIT_OBJECT_0) return false;
+    CloseHandle(static_cast<HANDLE>(thread));
+    return true;
+}

@@ -29,3 +29,8 @@ void probeSetEnvironment(const char* name, const char* value);
 // did not close it (the box is then closed, so the test goes on).
 void probeAnswerNextDialog(unsigned key);
 std::string probeDialogSeen();
+
+// Runs fn(arg) on a new Win32 thread, as the client's transceiver thread
+// runs; probeThreadDone answers whether it has ended (and then forgets it).
+void* probeStartThread(void (*fn)(void*), void* arg);
+bool probeThreadDone(void* thread);

@@ -609,8 +609,24 @@ TEST_F(SheetWindowTest, AnIncomingChangeReloadsTheTableAndSparesTheForm) {
     select(company, rowShowing(company, 1, "Northwind Software"));
     int32_t active = company->activeRow();
     type(company, "city", "Typed, not saved");
-    NSString* host = workspace->joinTransceiver();
-    LXTransceiver::defaultTransceiver()->checkWithPort_host_(static_cast<uint32_t>(port), host);
+    // One check cycle on a thread of its own, as the transceiver's runs,
+    // while this thread serves the windows.
+    struct Check {
+        uint32_t port;
+        NSString* host;
+    } check{static_cast<uint32_t>(port), workspace->joinTransceiver()};
+    void* thread = probeStartThread(
+            [](void* arg) {
+                auto* c = static_cast<Check*>(arg);
+                NSAutoreleasePoolScope threadPool;
+                LXTransceiver::defaultTransceiver()->checkWithPort_host_(c->port, c->host);
+            },
+            &check);
+    ASSERT_NE(thread, nullptr);
+    while (!probeThreadDone(thread)) {
+        probePump();
+        vtSleepMilliseconds(1);
+    }
     probePump();
     shell("kill " + pid);
 
