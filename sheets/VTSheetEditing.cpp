@@ -341,9 +341,12 @@ void VTSheet::save() {
         return;
     }
     _matrix->beginTransaction();
+    int32_t formRow = _activeRow;
     _activeRow = VTSaveWriteFields(this, values, _activeRow);
     if (!_matrix->commitTransaction()) {
-        // The matrix is as it was; the workspace tells the user.
+        // The matrix is as it was, and so is the form; the workspace tells
+        // the user.
+        _activeRow = formRow;
         NSSend<void>(_workspace, NS_SEL("commitFailedInSheet:"), static_cast<NSObject*>(this));
         return;
     }
@@ -391,7 +394,10 @@ void VTSheet::customAction_(NSObject* button) {
                                ? static_cast<NSObject*>(NSArray::arrayWithObjects_(
                                          static_cast<NSObject*>(_matrix.get()), extra, nullptr))
                                : static_cast<NSObject*>(_matrix.get());
-    if (!action->respondsToSelector_(selector)) return;
+    if (!action->respondsToSelector_(selector)) {
+        action->release();
+        return;
+    }
     action->performSelector_withObject_withObject_(selector, NSNumber::numberWithInt_(row), second);
 }
 
