@@ -70,10 +70,7 @@ NSString* VTSheet::localized(const char* key) {
 
 void VTSheet::prepare_(uint8_t front) {
     if (auto* window = static_cast<NSWindow*>(_window)) {
-        if (front) {
-            window->orderFront_(nullptr);
-            window->makeFirstResponder_(window->contentView());
-        }
+        if (front) window->restore();
         return;
     }
     _guiObjects->removeAllObjects();

@@ -58,6 +58,10 @@ void probeComboChoose(void* combo, int index) {
                  reinterpret_cast<LPARAM>(combo));
 }
 
+void probeMinimize(void* window) { ShowWindow(hwndOf(window), SW_MINIMIZE); }
+
+bool probeMinimized(void* window) { return IsIconic(hwndOf(window)) != 0; }
+
 void probeResize(void* window, int width, int height) {
     SetWindowPos(hwndOf(window), nullptr, 0, 0, width, height, SWP_NOMOVE | SWP_NOZORDER);
 }

@@ -16,6 +16,9 @@ int probeComboSelection(void* combo);
 // Chooses an item as a user does: the selection changes and the parent
 // hears CBN_SELCHANGE.
 void probeComboChoose(void* combo, int index);
+// Minimizes the top-level window, and whether it is minimized.
+void probeMinimize(void* window);
+bool probeMinimized(void* window);
 // Gives the top-level window a new outer size, as a user's drag does.
 void probeResize(void* window, int width, int height);
 // Sets or (nullptr) removes a variable of the Win32 environment and of the

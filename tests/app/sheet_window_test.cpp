@@ -313,6 +313,12 @@ TEST_F(SheetWindowTest, TheScreenIsBuiltFromTheDefinition) {
     company->show();
     EXPECT_EQ(windowHandle(company), native);
     EXPECT_TRUE(probeVisible(native));
+    // A minimized window comes back to its normal placement.
+    probeMinimize(native);
+    ASSERT_TRUE(probeMinimized(native));
+    company->prepare_(1);
+    EXPECT_FALSE(probeMinimized(native));
+    EXPECT_TRUE(probeVisible(native));
     // refresh works on a window that was never in front as on this one.
     VTSheet* contact = window("contact");
     contact->refresh();

@@ -35,6 +35,7 @@ NSNativeRect vtWindowRect(void* handle);
 void vtEnable(void* handle, bool enabled);
 void vtSetFocus(void* handle);
 void vtMoveWindow(void* handle, NSNativeRect frame);
+void vtRestoreWindow(void* handle);
 void vtDestroy(void* handle);
 void vtCallOnWindowThread(void* window, void (*call)(void*), void* context);
 void* vtSubclass(void* handle, NSNativeProc proc, bool ansi);
