@@ -513,6 +513,16 @@ TEST_F(SheetWindowTest, RightsHiddenFieldsAndMessageStates) {
     EXPECT_EQ(value(record(inbox, toAda.c_str()), "status"), "read");
     EXPECT_FALSE(probeEnabled(handle(inbox->saveButton())));
     EXPECT_FALSE(probeEnabled(handle(inbox->removeButton())));
+    // A new message is stored as "sent", the hidden field written by the
+    // sheet's hook inside the Save.
+    press(inbox, inbox->newButton());
+    type(inbox, "subject", "Note to self");
+    probeComboChoose(handle(control(inbox, "whom")), 0);
+    press(inbox, inbox->saveButton());
+    NSArray* notes = inbox->matrix()->objectsWithValue_inColumn_("Note to self"_ns, "subject"_ns);
+    ASSERT_EQ(notes->count(), 1u);
+    EXPECT_EQ(value(static_cast<NSDictionary*>(notes->objectAtIndex_(0)), "status"), "sent");
+    EXPECT_EQ(value(static_cast<NSDictionary*>(notes->objectAtIndex_(0)), "whom"), adaId);
     // The sender looking at what she sent changes nothing, and may remove
     // her own message (removeown).
     VTSheet* outbox = window("outbox");
