@@ -73,13 +73,6 @@ namespace admin {
 
 namespace {
 
-// Whether the current user created the record (the "own" of updateown and
-// removeown).
-bool isOwn(VTWorkspace* w, NSDictionary* record) {
-    NSObject* creator = record->objectForKey_("__creator"_ns);
-    return creator && creator->isEqual_(w->currentUserId());
-}
-
 // Why a commit failed, for the command's message: the commit has put the
 // matrix back as it was, and nothing went out to the other users.
 void reportFailedCommit(const char* command, VTSheet* sheet) {
@@ -103,16 +96,6 @@ void refreshViews(VTWorkspace* w, VTSheet* sheet) {
         table->reloadData();
     }
     w->refreshSheetsExceptThisOne_(sheet);
-}
-
-// Sends a hook of the sheet with the row as a retained number, which the
-// hook releases.
-void sendRowHook(VTSheet* sheet, const char* selector, uint32_t row) {
-    SEL sel = NSSelectorFromCString(selector);
-    if (!sheet->respondsToSelector_(sel)) return;
-    NSNumber* number = NSNumber::numberWithInt_(static_cast<int32_t>(row));
-    number->retain();
-    sheet->performSelector_withObject_(sel, number);
 }
 
 // Checks one object of standard input: known fields, values the form
@@ -173,9 +156,7 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId, 
     int32_t row = -1;
     if (recordId) {
         int32_t found = rowOf(m, recordId);
-        bool allowed = found >= 0 && (w->currentUserCanUpdate_(sheet) ||
-                                      (w->currentUserCanUpdateOwn_(sheet) &&
-                                       isOwn(w, m->objectWithRecordId_(recordId))));
+        bool allowed = found >= 0 && sheet->mayUpdate(m->objectWithRecordId_(recordId));
         if (!allowed) {
             m->rollbackTransaction();
             if (found < 0)
@@ -261,7 +242,7 @@ int remove(Session& s, VTSheet* sheet, const char* id) {
     auto* record = static_cast<NSDictionary*>(
             m->allObjectsSorted()->objectAtIndex_(static_cast<uint32_t>(row)));
     if (!w->currentUserCanRemove_(sheet) &&
-        !(w->currentUserCanRemoveOwn_(sheet) && isOwn(w, record))) {
+        !(w->currentUserCanRemoveOwn_(sheet) && sheet->isOwnRecord(record))) {
         m->rollbackTransaction();
         std::fprintf(stderr, "vantor-admin: record remove: %s may not remove this record\n",
                      w->currentUserId()->UTF8String());
@@ -284,7 +265,7 @@ int select(VTSheet* sheet, const char* id) {
                      sheet->name()->UTF8String());
         return 1;
     }
-    sendRowHook(sheet, "didSelectRow:", static_cast<uint32_t>(row));
+    VTSendRowHook(sheet, NS_SEL("didSelectRow:"), row);
     m->markAsSeen_rowIndex_(true, static_cast<uint32_t>(row));
     return 0;
 }

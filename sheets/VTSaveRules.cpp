@@ -124,12 +124,13 @@ int32_t VTSaveWriteFields(VTSheet* sheet, NSDictionary* values, int32_t row) {
         if (NSObject* value = VTSaveValueOf(sheet, descriptor, values, record))
             m->setValue_inRow_column_(value, static_cast<uint32_t>(row), nameOf(descriptor));
     }
-    // The hook is given a number retained for it and releases it.
-    SEL hook = NS_SEL("willStoreRow:");
-    if (sheet->respondsToSelector_(hook)) {
-        NSNumber* number = NSNumber::numberWithInt_(row);
-        number->retain();
-        sheet->performSelector_withObject_(hook, number);
-    }
+    VTSendRowHook(sheet, NS_SEL("willStoreRow:"), row);
     return row;
+}
+
+void VTSendRowHook(VTSheet* sheet, SEL hook, int32_t row) {
+    if (!sheet->respondsToSelector_(hook)) return;
+    NSNumber* number = NSNumber::numberWithInt_(row);
+    number->retain();
+    sheet->performSelector_withObject_(hook, number);
 }

@@ -17,6 +17,8 @@
 #include <cstdint>
 #include <string>
 
+#include "foundation/NSObject.h"
+
 class NSArray;
 class NSDictionary;
 class NSObject;
@@ -48,6 +50,11 @@ NSString* VTSaveEmptyFieldMessage(VTSheet* sheet, NSString* field, NSString* for
 // date for a date, else text; an enum value of its list (or none);
 // references to existing records of the target sheet (or none).
 std::string VTSaveUnfitValue(VTSheet* sheet, NSArray* descriptor, NSObject* value);
+
+// Sends the sheet a row hook (didSelectRow:, willStoreRow:) with the row as
+// a number retained for it, which the hook releases; nothing when the sheet
+// doesn't answer the hook.
+void VTSendRowHook(VTSheet* sheet, SEL hook, int32_t row);
 
 // Writes one Save into the sheet's matrix, inside a transaction that the
 // caller has begun: every field in field order with its VTSaveValueOf, a

@@ -112,6 +112,12 @@ public:
     void remove();
     // Starts the action of the button on the selected record.
     void customAction_(NSObject* button);
+    // Whether the current user created the record (the "own" of updateown
+    // and removeown).
+    bool isOwnRecord(NSDictionary* record);
+    // Whether the current user may change the record: update, or updateown
+    // on a record of their own. The Save button's state.
+    bool mayUpdate(NSDictionary* record);
 
     // The history of the selected record (VTSheetHistoryWindow.cpp): the
     // History button opens a window listing the values that newer ones
@@ -191,9 +197,6 @@ private:
     void setInformationLines(NSDictionary* record);
     void addHistoryButton(NSView* parent, float height, float r);
     void fillHistory();
-    // Whether the current user may change the record (update, or updateown
-    // on a record of their own).
-    bool mayUpdate(NSDictionary* record);
     // Refilters and reloads the record table; the selection the reload
     // restores is no user's choice and doesn't reach rowSelected:.
     void reloadTable();

@@ -84,14 +84,6 @@ NSString* snapshotOf(NSObject* control) {
     return nullptr;
 }
 
-// Sends a row hook of the sheet with the row as a number retained for it.
-void sendRowHook(VTSheet* sheet, SEL hook, int32_t row) {
-    if (!sheet->respondsToSelector_(hook)) return;
-    NSNumber* number = NSNumber::numberWithInt_(row);
-    number->retain();
-    sheet->performSelector_withObject_(hook, number);
-}
-
 }  // namespace
 
 void VTSheet::setInformationLines(NSDictionary* record) {
@@ -115,19 +107,21 @@ void VTSheet::setInformationLines(NSDictionary* record) {
     }
 }
 
-bool VTSheet::mayUpdate(NSDictionary* record) {
+bool VTSheet::isOwnRecord(NSDictionary* record) {
     NSObject* creator = record->objectForKey_("__creator"_ns);
     NSString* user = NSSend<NSString*>(_workspace, NS_SEL("currentUserId"));
-    bool own = creator && user && creator->isEqual_(user);
+    return creator && user && creator->isEqual_(user);
+}
+
+bool VTSheet::mayUpdate(NSDictionary* record) {
     NSObject* self = this;
     return NSSend<bool>(_workspace, NS_SEL("currentUserCanUpdate:"), self) ||
-           (own && NSSend<bool>(_workspace, NS_SEL("currentUserCanUpdateOwn:"), self));
+           (isOwnRecord(record) &&
+            NSSend<bool>(_workspace, NS_SEL("currentUserCanUpdateOwn:"), self));
 }
 
 void VTSheet::updateButtonsForRecord(NSDictionary* record) {
-    NSObject* creator = record->objectForKey_("__creator"_ns);
-    NSString* user = NSSend<NSString*>(_workspace, NS_SEL("currentUserId"));
-    bool own = creator && user && creator->isEqual_(user);
+    bool own = isOwnRecord(record);
     NSObject* self = this;
     bool remove = NSSend<bool>(_workspace, NS_SEL("currentUserCanRemove:"), self) ||
                   (own && NSSend<bool>(_workspace, NS_SEL("currentUserCanRemoveOwn:"), self));
@@ -145,7 +139,7 @@ void VTSheet::rowSelected_(NSNotification* note) {
     // A cleared selection (New, a reload) leaves the form as it is.
     if (row < 0 || static_cast<uint32_t>(row) >= _matrix->numberOfRows()) return;
     _activeRow = row;
-    sendRowHook(this, NS_SEL("didSelectRow:"), row);
+    VTSendRowHook(this, NS_SEL("didSelectRow:"), row);
     _matrix->markAsSeen_rowIndex_(true, static_cast<uint32_t>(row));
     // The "*" goes at once, in the list itself, without a reload.
     clearUnseenMark(table, source->translateIndexReversely_(row));
