@@ -192,8 +192,8 @@ protected:
     }
     // The table row that shows the record with the cell text in the column.
     static int rowShowing(VTSheet* sheet, int column, const std::string& cell) {
-        for (int r = 0; r < probeListRows(list(sheet)); r++)
-            if (probeListCell(list(sheet), r, column) == cell) return r;
+        for (int r = 0; r < probeListCount(list(sheet)); r++)
+            if (probeListText(list(sheet), r, column) == cell) return r;
         return -1;
     }
     static NSDictionary* record(VTSheet* sheet, const char* id) {
@@ -298,11 +298,11 @@ TEST_F(SheetWindowTest, TheScreenIsBuiltFromTheDefinition) {
     // __modifier whatever the clause order.
     std::vector<std::string> headers;
     for (int c = 0; c < probeListColumns(list(company)); c++)
-        headers.push_back(probeListHeader(list(company), c));
+        headers.push_back(probeListColumnTitle(list(company), c));
     EXPECT_EQ(headers, (std::vector<std::string>{"", "Name", "City", "Industry", "Since",
                                                  "Modified", "Modifier"}));
-    EXPECT_EQ(probeListRows(list(company)), 3);
-    EXPECT_EQ(probeListCell(list(company), 0, 0), "*");
+    EXPECT_EQ(probeListCount(list(company)), 3);
+    EXPECT_EQ(probeListText(list(company), 0, 0), "*");
 
     // Shown, closed (hidden, kept), shown again: the same window.
     void* native = windowHandle(company);
@@ -322,7 +322,7 @@ TEST_F(SheetWindowTest, TheScreenIsBuiltFromTheDefinition) {
     // refresh works on a window that was never in front as on this one.
     VTSheet* contact = window("contact");
     contact->refresh();
-    EXPECT_EQ(probeListRows(list(contact)), 3);
+    EXPECT_EQ(probeListCount(list(contact)), 3);
 }
 
 TEST_F(SheetWindowTest, ResizingMovesTheTableOnly) {
@@ -345,14 +345,14 @@ TEST_F(SheetWindowTest, SelectingTypingSavingNewAndRemove) {
     company->show();
     int row = rowShowing(company, 1, "Northwind Software");
     ASSERT_GE(row, 0);
-    EXPECT_EQ(probeListCell(list(company), row, 0), "*");
+    EXPECT_EQ(probeListText(list(company), row, 0), "*");
     select(company, row);
     EXPECT_EQ(text(company, "name"), "Northwind Software");
     EXPECT_EQ(text(company, "city"), "Prague");
     EXPECT_EQ(probeComboSelection(handle(control(company, "industry"))), 0);
     EXPECT_EQ(text(company, "__creator"), kAda);
     // The mark goes at once, and the record counts as seen.
-    EXPECT_EQ(probeListCell(list(company), row, 0), "");
+    EXPECT_EQ(probeListText(list(company), row, 0), "");
     EXPECT_TRUE(company->matrix()->seenRecords()->member_("demo-company-1"_ns));
     EXPECT_TRUE(probeEnabled(handle(company->saveButton())));
     EXPECT_TRUE(probeEnabled(handle(company->removeButton())));
@@ -379,9 +379,9 @@ TEST_F(SheetWindowTest, SelectingTypingSavingNewAndRemove) {
     EXPECT_EQ(value(acme, "name"), "Acme");
     EXPECT_EQ(value(acme, "industry"), "trade");
     EXPECT_EQ(value(acme, "__creator"), kAda);
-    EXPECT_EQ(probeListRows(list(company)), 4);
-    EXPECT_EQ(probeListCell(list(company), 3, 1), "Acme");
-    EXPECT_EQ(probeListCell(list(company), 3, 0), "");
+    EXPECT_EQ(probeListCount(list(company)), 4);
+    EXPECT_EQ(probeListText(list(company), 3, 1), "Acme");
+    EXPECT_EQ(probeListText(list(company), 3, 0), "");
 
     // Validation: blanks are empty; the first failing field in field order
     // is named by its label; nothing is written and the form stays.
@@ -403,7 +403,7 @@ TEST_F(SheetWindowTest, SelectingTypingSavingNewAndRemove) {
     log = logOf([&] { press(company, company->removeButton()); });
     EXPECT_EQ(log, "alert: Removing: Are you sure?\n");
     EXPECT_EQ(company->matrix()->numberOfRows(), 3u);
-    EXPECT_EQ(probeListRows(list(company)), 3);
+    EXPECT_EQ(probeListCount(list(company)), 3);
     EXPECT_EQ(company->activeRow(), -1);
 }
 
@@ -507,7 +507,7 @@ TEST_F(SheetWindowTest, RightsHiddenFieldsAndMessageStates) {
     }
     // The addressee's first look turns "delivered" into "read"; someone
     // else's message can't be changed or removed by her.
-    ASSERT_EQ(probeListRows(list(inbox)), 1);
+    ASSERT_EQ(probeListCount(list(inbox)), 1);
     select(inbox, 0);
     EXPECT_EQ(text(inbox, "subject"), "Hello");
     EXPECT_EQ(value(record(inbox, toAda.c_str()), "status"), "read");
@@ -569,7 +569,7 @@ TEST_F(SheetWindowTest, ActionButtonsStartTheirClassesByName) {
         EXPECT_NE(control(visit, key), nullptr) << key;
     // The reference lists come from the companies' and contacts' tables.
     EXPECT_EQ(probeComboCount(handle(control(visit, "company"))), 3);
-    EXPECT_EQ(probeListRows(handle(control(visit, "people"))), 3);
+    EXPECT_EQ(probeListCount(handle(control(visit, "people"))), 3);
     EXPECT_EQ(probeComboItem(handle(control(visit, "outcome")), 1), "agreed");
     EXPECT_EQ(text(visit, "outcome"), "open");
 }
@@ -649,8 +649,8 @@ TEST_F(SheetWindowTest, AnIncomingChangeReloadsTheTableAndSparesTheForm) {
     EXPECT_EQ(value(record(company, "demo-company-2"), "city"), "Olomouc");
     int row = rowShowing(company, 1, "Blue Byte Labs");
     ASSERT_GE(row, 0);
-    EXPECT_EQ(probeListCell(list(company), row, 2), "Olomouc");
-    EXPECT_EQ(probeListCell(list(company), row, 0), "*");
+    EXPECT_EQ(probeListText(list(company), row, 2), "Olomouc");
+    EXPECT_EQ(probeListText(list(company), row, 0), "*");
     // The form is as the user left it.
     EXPECT_EQ(company->activeRow(), active);
     EXPECT_EQ(text(company, "name"), "Northwind Software");
@@ -682,13 +682,13 @@ TEST_F(SheetWindowTest, TheHistoryOfARecordAndARestore) {
     EXPECT_TRUE(probeVisible(window->hWnd()));
     EXPECT_EQ(probeText(window->hWnd()), "History: Companies");
     void* entries = handle(company->historyTable());
-    ASSERT_EQ(probeListRows(entries), 1);
-    EXPECT_EQ(probeListCell(entries, 0, 0), "city");
-    EXPECT_EQ(probeListCell(entries, 0, 1), "1");
-    EXPECT_EQ(probeListCell(entries, 0, 2), "Prague");
+    ASSERT_EQ(probeListCount(entries), 1);
+    EXPECT_EQ(probeListText(entries, 0, 0), "city");
+    EXPECT_EQ(probeListText(entries, 0, 1), "1");
+    EXPECT_EQ(probeListText(entries, 0, 2), "Prague");
     ASSERT_EQ(probeListColumns(entries), 4);
     NSArray* history = company->historyOfRecordWithId_("demo-company-1"_ns);
-    EXPECT_EQ(probeListCell(entries, 0, 3),
+    EXPECT_EQ(probeListText(entries, 0, 3),
               str(static_cast<NSDictionary*>(history->objectAtIndex_(0))
                           ->objectForKey_("writer"_ns)));
 
@@ -700,8 +700,8 @@ TEST_F(SheetWindowTest, TheHistoryOfARecordAndARestore) {
               static_cast<uintptr_t>(static_cast<NSControl*>(company->restoreButton())->uid()), 0);
     probePump();
     EXPECT_EQ(value(record(company, "demo-company-1"), "city"), "Prague");
-    ASSERT_EQ(probeListRows(entries), 2);
-    EXPECT_EQ(probeListCell(entries, 0, 2), "Ostrava");
+    ASSERT_EQ(probeListCount(entries), 2);
+    EXPECT_EQ(probeListText(entries, 0, 2), "Ostrava");
     EXPECT_EQ(company->activeRow(), -1);
 }
 
@@ -722,7 +722,7 @@ TEST_F(SheetWindowTest, EnterAndEscapeAnswerTheRealDialogs) {
     press(company, company->removeButton());
     EXPECT_EQ(probeDialogSeen(), "Removing: Are you sure?");
     EXPECT_EQ(company->matrix()->numberOfRows(), 2u);
-    EXPECT_EQ(probeListRows(list(company)), 2);
+    EXPECT_EQ(probeListCount(list(company)), 2);
 
     press(company, company->newButton());
     type(company, "city", "Linz");
