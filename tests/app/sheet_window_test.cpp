@@ -503,7 +503,9 @@ TEST_F(SheetWindowTest, RightsHiddenFieldsAndMessageStates) {
     EXPECT_EQ(control(inbox, "status"), nullptr);
     for (uint32_t i = 0; i < inbox->guiObjects()->count(); i++) {
         auto* label = NSDynamicCast<NSTextField>(inbox->guiObjects()->objectAtIndex_(i));
-        if (label) EXPECT_NE(probeText(handle(label)), "Status");
+        if (label) {
+            EXPECT_NE(probeText(handle(label)), "Status");
+        }
     }
     // The addressee's first look turns "delivered" into "read"; someone
     // else's message can't be changed or removed by her.
