@@ -262,12 +262,12 @@ void VTSheet::addInformationLines(NSView* parent, float height, float r) {
     for (const Line& line :
          {Line{"creator", "__creator", user}, Line{"created", "__created", now},
           Line{"modifier", "__modifier", user}, Line{"modified", "__modified", now}}) {
-        r += 20;
         Ref<NSTextField> label = makeLabel(parent, kLabelX, height - r, 100, localized(line.label));
         _guiObjects->addObject_(label);
         Ref<NSTextField> value =
                 makeLabel(parent, kControlX, height - r, kWidth, line.value ? line.value : ""_ns);
         _fieldControls->setObject_forKey_(value, NSString::stringWithUTF8String_(line.key));
+        r += 20;
     }
 }
 

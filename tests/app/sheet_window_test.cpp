@@ -274,7 +274,7 @@ TEST_F(SheetWindowTest, TheScreenIsBuiltFromTheDefinition) {
     }
     std::vector<std::pair<std::string, int>> expected = {
             {"Name", 35},     {"City", 60},     {"Industry", 85},  {"Since", 110},   {"Notes", 135},
-            {"Creator", 280}, {"Created", 300}, {"Modifier", 320}, {"Modified", 340}};
+            {"Creator", 260}, {"Created", 280}, {"Modifier", 300}, {"Modified", 320}};
     EXPECT_EQ(labels, expected);
     EXPECT_EQ(probeRectInParent(handle(control(company, "notes"))).top, 135);
     EXPECT_EQ(probeRectInParent(handle(control(company, "notes"))).height, 120);
@@ -734,6 +734,52 @@ TEST_F(SheetWindowTest, EnterAndEscapeAnswerTheRealDialogs) {
     EXPECT_EQ(company->matrix()->numberOfRows(), 2u);
     EXPECT_EQ(text(company, "city"), "Linz");
     probeSetEnvironment("VANTOR_NONINTERACTIVE", "1");
+}
+
+TEST_F(SheetWindowTest, RowsColumnsAndButtonsOfAnyDefinition) {
+    // One more sheet for this installation: two texts around a hidden
+    // field, a multi-line text, an enum without values, two stamp columns
+    // in the reverse of their order, two actions.
+    std::string conf;
+    {
+        std::ifstream in(ada + "/conf/cro.vtr");
+        conf.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    conf.insert(conf.rfind(')'),
+                " ((name layout labelled (Layout)) (field a as string) (hiddenfield h as string)"
+                " (field b as string) (formfield m as multiline) (field e as enum ())"
+                " (modifierInView) (createdInView)"
+                " (action (One) VTActionCSVExport perform) (action (Two) VTActionCreatePDF "
+                "perform))\n");
+    std::ofstream(ada + "/conf/cro.vtr") << conf;
+    openWorkspace();
+    VTSheet* layout = window("layout");
+    ASSERT_NE(layout, nullptr);
+    // Rows r = 55, 80, 105 and 230, the hidden field leaving no gap; the
+    // information lines at 255 to 315. A label's top is r - 20.
+    std::vector<std::pair<std::string, int>> labels;
+    for (uint32_t i = 0; i < layout->guiObjects()->count(); i++) {
+        auto* view = NSDynamicCast<NSTextField>(layout->guiObjects()->objectAtIndex_(i));
+        if (view) labels.push_back({probeText(handle(view)), probeRectInParent(handle(view)).top});
+    }
+    std::vector<std::pair<std::string, int>> expected = {
+            {"A", 35},        {"B", 60},        {"M", 85},         {"E", 210},
+            {"Creator", 235}, {"Created", 255}, {"Modifier", 275}, {"Modified", 295}};
+    EXPECT_EQ(labels, expected);
+    EXPECT_EQ(control(layout, "h"), nullptr);
+    EXPECT_EQ(probeComboCount(handle(control(layout, "e"))), 0);
+    std::vector<std::string> headers;
+    for (int c = 0; c < probeListColumns(list(layout)); c++)
+        headers.push_back(probeListColumnTitle(list(layout), c));
+    EXPECT_EQ(headers, (std::vector<std::string>{"", "A", "B", "E", "Created", "Modifier"}));
+    EXPECT_EQ(probeRectInParent(handle(layout->guiObjects()->objectAtIndex_(3))).left, 330);
+    EXPECT_EQ(probeRectInParent(handle(layout->guiObjects()->objectAtIndex_(4))).left, 435);
+    EXPECT_EQ(static_cast<NSResponder*>(control(layout, "a"))->nextResponder(),
+              control(layout, "b"));
+    EXPECT_EQ(static_cast<NSResponder*>(control(layout, "b"))->nextResponder(),
+              control(layout, "m"));
+    EXPECT_EQ(static_cast<NSResponder*>(control(layout, "m"))->nextResponder(),
+              control(layout, "a"));
 }
 
 }  // namespace
