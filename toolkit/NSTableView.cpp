@@ -31,63 +31,60 @@ void* NSTableView::hWnd() {
     addNativeTip(parent);
     // Columns added before the list existed, with the widths they would
     // have had if added now one by one.
-    Ref<NSArray> waiting = retainRef(static_cast<NSArray*>(_columns.get()));
-    _columns.adopt(NSMutableArray::alloc()->initWithCapacity_(10));
-    for (uint32_t i = 0, n = waiting->count(); i < n; i++)
-        addTableColumn_(static_cast<NSTableColumn*>(waiting->objectAtIndex_(i)));
+    for (uint32_t i = 0, n = _columns->count(); i < n; i++) insertNativeColumn(i);
     return _hWnd;
 }
 
 void NSTableView::setDataSource_(NSObject* dataSource) { _dataSource.set(dataSource); }
 
-int32_t NSTableView::flexibleShare(int32_t width, int32_t slack, int32_t extraColumns) {
+int32_t NSTableView::flexibleShare(uint32_t count, int32_t width, int32_t slack,
+                                   int32_t extraColumns) {
     int32_t fixedSum = 0;
     int32_t fixedCount = 0;
-    for (uint32_t i = 0, n = _columns->count(); i < n; i++) {
+    for (uint32_t i = 0; i < count; i++) {
         float w = static_cast<NSTableColumn*>(_columns->objectAtIndex_(i))->width();
         if (w > 0) {
             fixedSum += static_cast<int32_t>(w);
             fixedCount++;
         }
     }
-    int32_t flexible = static_cast<int32_t>(_columns->count()) - fixedCount + extraColumns;
+    int32_t flexible = static_cast<int32_t>(count) - fixedCount + extraColumns;
     if (flexible <= 0) return 0;
     return (width - fixedSum - slack) / flexible;
 }
 
-void NSTableView::insertNativeColumn(NSTableColumn* column, int32_t index, int32_t share) {
+void NSTableView::setFlexibleWidths(uint32_t count, int32_t share) {
+    for (uint32_t i = 0; i < count; i++) {
+        auto* column = static_cast<NSTableColumn*>(_columns->objectAtIndex_(i));
+        if (column->width() <= 0) NSNative()->listSetColumnWidth(_hWnd, static_cast<int>(i), share);
+    }
+}
+
+void NSTableView::insertNativeColumn(uint32_t index) {
+    // The new column counts as flexible for the share, fixed or not.
+    int32_t share = flexibleShare(index, static_cast<int32_t>(_bounds.size.width), 1, 1);
+    setFlexibleWidths(index, share);
+    auto* column = static_cast<NSTableColumn*>(_columns->objectAtIndex_(index));
     NSString* title = column->headerCell() ? column->headerCell()->stringValue() : nullptr;
     if (!title && column->identifier()) title = column->identifier()->description();
     int32_t width = column->width() > 0 ? static_cast<int32_t>(column->width()) : share;
-    NSNative()->listInsertColumn(_hWnd, index, width, NSNativeText(title));
+    NSNative()->listInsertColumn(_hWnd, static_cast<int>(index), width, NSNativeText(title));
 }
 
 void NSTableView::addTableColumn_(NSTableColumn* column) {
     if (!column) return;
     // The table asks for its list here: in a tab page this makes it at
     // once, ahead of the page's other controls.
-    if (hWnd()) {
-        // The new column counts as flexible for the share, fixed or not.
-        int32_t share = flexibleShare(static_cast<int32_t>(_bounds.size.width), 1, 1);
-        for (uint32_t i = 0, n = _columns->count(); i < n; i++) {
-            auto* existing = static_cast<NSTableColumn*>(_columns->objectAtIndex_(i));
-            if (existing->width() <= 0)
-                NSNative()->listSetColumnWidth(_hWnd, static_cast<int>(i), share);
-        }
-        insertNativeColumn(column, static_cast<int32_t>(_columns->count()), share);
-    }
+    bool native = hWnd() != nullptr;
     _columns->addObject_(column);
     column->setTableView_(this);
+    if (native) insertNativeColumn(_columns->count() - 1);
 }
 
 void NSTableView::relayoutColumns() {
     if (!_hWnd || !NSNative()) return;
-    int32_t width = NSNative()->windowRect(_hWnd).width;
-    int32_t share = flexibleShare(width, 3, 0);
-    for (uint32_t i = 0, n = _columns->count(); i < n; i++) {
-        auto* column = static_cast<NSTableColumn*>(_columns->objectAtIndex_(i));
-        if (column->width() <= 0) NSNative()->listSetColumnWidth(_hWnd, static_cast<int>(i), share);
-    }
+    uint32_t count = _columns->count();
+    setFlexibleWidths(count, flexibleShare(count, NSNative()->windowRect(_hWnd).width, 3, 0));
 }
 
 int32_t NSTableView::numberOfRows() {

@@ -83,9 +83,15 @@ protected:
 private:
     // reloadData on the list's thread.
     void reloadRows();
-    // The share of the free width and what it is computed from.
-    int32_t flexibleShare(int32_t width, int32_t slack, int32_t extraColumns);
-    void insertNativeColumn(NSTableColumn* column, int32_t index, int32_t share);
+    // The share of the width that the fixed ones of the first `count`
+    // columns leave, less `slack`, among their flexible ones and
+    // `extraColumns` more.
+    int32_t flexibleShare(uint32_t count, int32_t width, int32_t slack, int32_t extraColumns);
+    // Sets the flexible ones of the first `count` columns to the share.
+    void setFlexibleWidths(uint32_t count, int32_t share);
+    // Inserts the column at `index` into the list, sharing the width with
+    // the columns before it.
+    void insertNativeColumn(uint32_t index);
 
     Ref<NSObject> _dataSource;
     Ref<NSMutableArray> _columns;

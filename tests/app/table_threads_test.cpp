@@ -32,6 +32,15 @@ public:
         }
         done = true;
     }
+    // A reload that breaks the rule: it holds the matrix's write lock while
+    // its message waits for the main thread.
+    void reloadHoldingALock_(NSObject*) {
+        auto* lock = static_cast<NSLock*>(sheet->matrix()->valueForKey_("writeLock"_ns));
+        lock->lock();
+        sheet->sheetTableView()->reloadData();
+        lock->unlock();
+        done = true;
+    }
     VTSheet* sheet = nullptr;
     int count = 0;
     std::atomic<int> applied{0};
@@ -43,6 +52,7 @@ protected:
 
 NS_CLASS_BEGIN(IncomingChanges, NSObject)
     NS_METHOD(run_)
+    NS_METHOD(reloadHoldingALock_)
 NS_CLASS_END(IncomingChanges)
 
 namespace {
@@ -74,7 +84,9 @@ struct LockWatch {
 // fixture's files go through (std::filesystem), and Win32's, which the
 // platform layer's files go through. Both are set to one Unix temporary
 // directory here, the Win32 one through Wine's drive Z:, the Linux root.
+// A Windows program has one, and the fixture's own SetUp serves.
 class TableThreadsTest : public WorkspaceTest {
+#ifndef _WIN32
 protected:
     void SetUp() override {
         pool = NSAutoreleasePool::alloc()->init();
@@ -91,36 +103,55 @@ protected:
         VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
         VTTableDataSource::resetIdentityForTesting();
     }
+#endif
+protected:
+    void TearDown() override {
+        if (_workspace) _workspace->release();
+        WorkspaceTest::TearDown();
+    }
+    // The task sheet on screen: its table in a window with a column, all
+    // made by this thread, and the watch on its list.
+    VTSheet* openTaskSheet() {
+        NSInitCommonControls();
+        writeFile("conf/cro.vtr", kSmallConfiguration);
+        _workspace = build(key("Ada Lovelace/Demo/Acme", "u1"));
+        VTSheet* sheet = _workspace ? _workspace->sheetNamed_("task"_ns) : nullptr;
+        if (!sheet) return nullptr;
+        _window.adopt(NSWindow::alloc()->initWithContentRect_styleMask_backing_defer_(
+                NSMakeRect(0, 0, 400, 300), 0, 0, false));
+        NSTableView* table = sheet->sheetTableView();
+        _window->contentView()->addSubview_(table);
+        Ref<NSTableColumn> title = adoptRef(static_cast<NSTableColumn*>(
+                NSTableColumn::alloc()->initWithIdentifier_("title"_ns)));
+        table->addTableColumn_(title);
+        if (!table->currentHWnd()) return nullptr;
+        sheet->setValue_forKey_(NSNumber::numberWithInt_(1), "fullyInitialized"_ns);
+        watch.matrix = sheet->matrix();
+        probeWatchSentMessages(table->currentHWnd(), &LockWatch::seen, &watch);
+        return sheet;
+    }
+    static Ref<IncomingChanges> changesFor(VTSheet* sheet) {
+        Ref<IncomingChanges> incoming =
+                adoptRef(static_cast<IncomingChanges*>(IncomingChanges::alloc()->init()));
+        incoming->sheet = sheet;
+        return incoming;
+    }
+
+    LockWatch watch;
+
+private:
+    VTWorkspace* _workspace = nullptr;
+    Ref<NSWindow> _window;
 };
 
 TEST_F(TableThreadsTest, SavesAndIncomingReloadsNeitherHangNorLoseAChange) {
-    NSInitCommonControls();
-    writeFile("conf/cro.vtr", kSmallConfiguration);
-    VTWorkspace* w = build(key("Ada Lovelace/Demo/Acme", "u1"));
-    ASSERT_NE(w, nullptr);
-    VTSheet* sheet = w->sheetNamed_("task"_ns);
+    VTSheet* sheet = openTaskSheet();
     ASSERT_NE(sheet, nullptr);
     VTMatrix* matrix = sheet->matrix();
+    NSTableView* table = sheet->sheetTableView();
     uint32_t before = matrix->numberOfRows();
 
-    // The sheet on screen: its table in a window, a column, all made here.
-    Ref<NSWindow> window = adoptRef(NSWindow::alloc()->initWithContentRect_styleMask_backing_defer_(
-            NSMakeRect(0, 0, 400, 300), 0, 0, false));
-    NSTableView* table = sheet->sheetTableView();
-    window->contentView()->addSubview_(table);
-    Ref<NSTableColumn> title = adoptRef(
-            static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("title"_ns)));
-    table->addTableColumn_(title);
-    ASSERT_NE(table->currentHWnd(), nullptr);
-    sheet->setValue_forKey_(NSNumber::numberWithInt_(1), "fullyInitialized"_ns);
-    ASSERT_TRUE(sheet->isFullyInitialized());
-    LockWatch watch;
-    watch.matrix = matrix;
-    probeWatchSentMessages(table->currentHWnd(), &LockWatch::seen, &watch);
-
-    Ref<IncomingChanges> incoming =
-            adoptRef(static_cast<IncomingChanges*>(IncomingChanges::alloc()->init()));
-    incoming->sheet = sheet;
+    Ref<IncomingChanges> incoming = changesFor(sheet);
     incoming->count = 40;
     NSThread::detachNewThreadSelector_toTarget_withObject_(NS_SEL("run:"), incoming, nullptr);
 
@@ -148,7 +179,20 @@ TEST_F(TableThreadsTest, SavesAndIncomingReloadsNeitherHangNorLoseAChange) {
     NSSend<void>(table->dataSource(), NS_SEL("filter"));
     table->reloadData();
     EXPECT_EQ(probeListCount(table->currentHWnd()), static_cast<int>(matrix->numberOfRows()));
-    w->release();
+}
+
+// The watch itself: a reload that holds a lock while it waits is seen.
+// (The main thread only serves messages here; were it to save, both
+// threads would stop.)
+TEST_F(TableThreadsTest, TheWatchSeesALockHeldWhileTheMessageWaits) {
+    VTSheet* sheet = openTaskSheet();
+    ASSERT_NE(sheet, nullptr);
+    Ref<IncomingChanges> incoming = changesFor(sheet);
+    NSThread::detachNewThreadSelector_toTarget_withObject_(NS_SEL("reloadHoldingALock:"), incoming,
+                                                           nullptr);
+    while (!incoming->done) probePumpWaiting(10);
+    EXPECT_GT(watch.served, 0);
+    EXPECT_GT(watch.heldLocks, 0);
 }
 
 }  // namespace
