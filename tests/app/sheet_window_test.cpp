@@ -28,6 +28,7 @@
 #include "toolkit/NSApplication.h"
 #include "toolkit/NSButton.h"
 #include "toolkit/NSPopUpButton.h"
+#include "toolkit/NSTabView.h"
 #include "toolkit/NSTableView.h"
 #include "toolkit/NSTextField.h"
 #include "toolkit/NSWindow.h"
@@ -780,6 +781,33 @@ TEST_F(SheetWindowTest, RowsColumnsAndButtonsOfAnyDefinition) {
               control(layout, "m"));
     EXPECT_EQ(static_cast<NSResponder*>(control(layout, "m"))->nextResponder(),
               control(layout, "a"));
+}
+
+TEST_F(SheetWindowTest, InATabPageAsInAWindow) {
+    openWorkspace();
+    // A window with a tab view, as the main window has one: the sheet's
+    // screen is built in the tab's page, whose controls come up from the
+    // page's timer.
+    Ref<NSWindow> main = adoptRef(NSWindow::alloc()->initWithContentRect_styleMask_backing_defer_(
+            NSMakeRect(10, 10, 850, 690), 1, 2, true));
+    Ref<NSTabView> tabs = adoptRef(static_cast<NSTabView*>(
+            NSTabView::alloc()->initWithFrame_(NSMakeRect(0, 0, 843, 611))));
+    main->contentView()->addSubview_(tabs);
+    Ref<NSTabViewItem> item = adoptRef(NSTabViewItem::alloc()->initWithIdentifier_("Companies"_ns));
+    tabs->addTabViewItem_(item);
+    VTSheet* company = workspace->sheetNamed_("company"_ns);
+    company->show_(item->view());
+    EXPECT_EQ(company->window(), nullptr);
+    probePumpWaiting(300);
+    void* name = handle(control(company, "name"));
+    ASSERT_NE(name, nullptr);
+    EXPECT_EQ(probeParent(name), item->view()->currentHWnd());
+    // Rows count from the top of the page as in a window.
+    EXPECT_EQ(probeRectInParent(name).top, 35);
+    EXPECT_EQ(probeRectInParent(handle(company->newButton())).top, 5);
+    EXPECT_EQ(probeListCount(list(company)), 3);
+    select(company, rowShowing(company, 1, "Northwind Software"));
+    EXPECT_EQ(text(company, "name"), "Northwind Software");
 }
 
 }  // namespace
