@@ -93,7 +93,6 @@ public:
     NSObject* window() { return _window; }
     NSMutableArray* guiObjects() { return _guiObjects; }
     NSMutableDictionary* referenceObjects() { return _referenceObjects; }
-    NSMutableDictionary* actionInfos() { return _actionInfos; }
     NSObject* newButton() { return _newButton; }
     NSObject* saveButton() { return _saveButton; }
     NSObject* removeButton() { return _removeButton; }

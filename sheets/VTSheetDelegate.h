@@ -22,7 +22,6 @@ public:
     void windowDidBecomeKey_(NSNotification*) {}
     // Not retained: the sheet owns its window, which owns the delegate.
     VTSheetDelegate* initWithSheet_(VTSheet* sheet);
-    VTSheet* sheet() { return _sheet; }
 
 protected:
     ~VTSheetDelegate() override = default;
