@@ -65,6 +65,9 @@ public:
     NSMutableSet* setForSeenForKey_(NSString* key);
     // Stores the whole dictionary in the _seen_ container.
     void saveSetsForSeen();
+    // VTLocalizedString, for the layers below the application, which ask
+    // their workspace by message.
+    NSString* localizedString_(NSString* key);
     // Sends terminate: with nil to the application object.
     void menuFileQuit_(NSObject* sender);
     // A user's change that did not reach the disk (the matrix is back as

@@ -156,6 +156,13 @@ struct NSNativeToolkit {
 
     // The tray icon.
     void (*notifyIcon)(bool add, const NSNativeNotifyIcon* record);
+
+    // Moves and sizes a child window (parent pixels, top left) and
+    // repaints it at once.
+    void (*moveWindow)(void* handle, NSNativeRect frame);
+    // Puts a top-level window back to its normal placement (from
+    // minimized or maximized), shows it and gives it the focus.
+    void (*restoreWindow)(void* handle);
 };
 
 // The native side, or nil where none is linked in.

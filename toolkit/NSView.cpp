@@ -30,6 +30,10 @@ NSMutableDictionary* NSView::views() {
     return all;
 }
 
+void NSView::moveNativeTo(NSNativeRect rect) {
+    if (_hWnd && NSNative()) NSNative()->moveWindow(_hWnd, rect);
+}
+
 void NSView::setHidden_(bool hidden) {
     _hidden = hidden;
     if (_hWnd && NSNative()) NSNative()->showWindow(_hWnd, !hidden);

@@ -55,6 +55,7 @@ const NSNativeToolkit table = {
         vtCreateTabControl, vtCreateTabItem,
         vtDestroyTabItem,   vtTabInsertItem,
         vtCreateTabPage,    vtNotifyIcon,
+        vtMoveWindow,       vtRestoreWindow,
 };
 
 [[maybe_unused]] const bool installed = (NSSetNativeToolkit(&table), true);

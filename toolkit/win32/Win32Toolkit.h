@@ -34,6 +34,8 @@ std::string vtTextAnsi(void* handle);
 NSNativeRect vtWindowRect(void* handle);
 void vtEnable(void* handle, bool enabled);
 void vtSetFocus(void* handle);
+void vtMoveWindow(void* handle, NSNativeRect frame);
+void vtRestoreWindow(void* handle);
 void vtDestroy(void* handle);
 void vtCallOnWindowThread(void* window, void (*call)(void*), void* context);
 void* vtSubclass(void* handle, NSNativeProc proc, bool ansi);

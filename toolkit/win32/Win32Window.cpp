@@ -81,6 +81,20 @@ void vtEnable(void* handle, bool enabled) { EnableWindow(hwndOf(handle), enabled
 
 void vtSetFocus(void* handle) { SetFocus(hwndOf(handle)); }
 
+void vtRestoreWindow(void* handle) {
+    WINDOWPLACEMENT placement = {};
+    placement.length = sizeof placement;
+    GetWindowPlacement(hwndOf(handle), &placement);
+    placement.showCmd = SW_RESTORE;
+    SetWindowPlacement(hwndOf(handle), &placement);
+    ShowWindow(hwndOf(handle), SW_SHOW);
+    SetFocus(hwndOf(handle));
+}
+
+void vtMoveWindow(void* handle, NSNativeRect frame) {
+    MoveWindow(hwndOf(handle), frame.left, frame.top, frame.width, frame.height, TRUE);
+}
+
 void vtDestroy(void* handle) { DestroyWindow(hwndOf(handle)); }
 
 void vtCallOnWindowThread(void* window, void (*call)(void*), void* context) {
