@@ -15,6 +15,9 @@ packages=(
     wine wine64 wine64-tools libwine-dev fonts-wine
     xvfb xauth
     fonts-liberation fonts-dejavu-core fonts-dejavu-extra
+    # The PDF report (reports/): libharu writes it, libxml2 reads layouts;
+    # its tests read the PDFs back with poppler's pdftotext and pdffonts.
+    libhpdf-dev libxml2-dev poppler-utils
     # The Debian packages (scripts/package-debian.sh) and their checks: the
     # service unit (systemd-analyze) and the man pages (groff).
     systemd groff-base man-db

@@ -90,6 +90,14 @@ void vtLockLeave(VTLock* lock);
 // result is the new process's id, or 0 when no process could be made.
 int64_t vtLaunchProgram(const char* path, const char* parameters, const char* directory);
 
+// Opens the document `path` in the program the system has for its kind,
+// as a double click does, and returns at once. Win32: ShellExecuteA with the
+// verb "open", no parameters, the directory "." and show code 5; true when
+// it answered above 32. POSIX: xdg-open, found on PATH, started detached
+// with the path as its one argument; false when there is no xdg-open or it
+// could not be started (what the viewer then does is not seen).
+bool vtOpenDocument(const char* path);
+
 // The runtime library's stat: false if the call failed (no such path).
 // Otherwise *isDirectory, when not null, tells whether `path` is a
 // directory.

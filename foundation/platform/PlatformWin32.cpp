@@ -168,6 +168,11 @@ int64_t vtLaunchProgram(const char* path, const char* parameters, const char* di
     return static_cast<int64_t>(reinterpret_cast<INT_PTR>(result));
 }
 
+bool vtOpenDocument(const char* path) {
+    HINSTANCE result = ShellExecuteA(nullptr, "open", path, nullptr, ".", SW_SHOW);
+    return reinterpret_cast<INT_PTR>(result) > 32;
+}
+
 bool vtFileStatus(const char* path, bool* isDirectory) {
     DWORD attributes = path ? GetFileAttributesA(path) : INVALID_FILE_ATTRIBUTES;
     if (attributes == INVALID_FILE_ATTRIBUTES) return false;
