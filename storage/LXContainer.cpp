@@ -764,6 +764,7 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
     bool ok = commitChange(
             journalEntry(kStoreEntry, isNew, identifier, offset, length, isNew ? type : nullptr));
     if (hadBlock) releaseBlock(previous, ok);
+    compactIfDue();
     _lock->unlock();
     return ok ? identifier : -1;
 }
@@ -788,6 +789,7 @@ bool LXContainer::remove_(LXManagedObject* object) {
     if (hadBlock) _blocks.erase(old);
     bool ok = commitChange(journalEntry(kRemoveEntry, false, identifier, 0, 0, type));
     if (hadBlock) releaseBlock(previous, ok);
+    compactIfDue();
     _lock->unlock();
     return ok;
 }
@@ -1048,11 +1050,14 @@ bool LXContainer::appendJournal(const std::string& entry) {
     return ok;
 }
 
+// A checkpoint here may not compact: the caller still holds the place of
+// the block its change freed, which a compaction would give to another
+// block; it compacts once it has let go of it (compactIfDue).
 bool LXContainer::commitChange(const std::string& entry) {
-    if (_journalFailed) return checkpointLocked();
+    if (_journalFailed) return _compactionDue = writeCheckpoint();
     if (!appendJournal(entry)) return false;
     int64_t due = std::max(kJournalFloor, _indexLength / kJournalShareDivisor);
-    if (_journalLength > due && !checkpointLocked()) {
+    if (_journalLength > due && !(_compactionDue = writeCheckpoint())) {
         // The change is in the journal; the next one tries again.
         LOG("LXContainer %s: can't write the index; the journal grows on", _name->UTF8String());
     }
@@ -1076,6 +1081,13 @@ bool LXContainer::checkpoint() {
 }
 
 bool LXContainer::checkpointLocked() {
+    if (!writeCheckpoint()) return false;
+    _compactionDue = true;
+    compactIfDue();
+    return true;
+}
+
+bool LXContainer::writeCheckpoint() {
     if (!writeIndex()) return false;
     closeJournal();
     bool gone = !vtFileStatus(_journalPath.c_str(), nullptr) || stepRemove(_journalPath);
@@ -1083,13 +1095,19 @@ bool LXContainer::checkpointLocked() {
     _journalOnDisk = gone ? 0 : -1;
     _journalFailed = false;
     _wrote = false;
+    return true;
+}
+
+void LXContainer::compactIfDue() {
+    if (!_compactionDue) return;
+    _compactionDue = false;
     int64_t live = 0;
     for (const auto& entry : _blocks) live += entry.second.length;
     int64_t unused = int64_t(_size) - live;
     // Compaction moves blocks, so no journal naming the old places may
-    // outlive it.
-    if (gone && unused > kCompactFloor && unused * 2 > _size) compactLocked();
-    return true;
+    // outlive it: only right after a checkpoint that removed it.
+    if (_journalOnDisk == 0 && _journalLength == 0 && unused > kCompactFloor && unused * 2 > _size)
+        compactLocked();
 }
 
 bool LXContainer::compact() {

@@ -201,7 +201,13 @@ private:
     // The journal entry, checkpoint when due, or the index when the journal
     // failed: what makes one change committed. Caller holds the lock.
     bool commitChange(const std::string& entry);
+    // A checkpoint, then a compaction if most of the data file is free.
     bool checkpointLocked();
+    // The index written and the journal removed, no compaction.
+    bool writeCheckpoint();
+    // The compaction a checkpoint found due, once no change holds the
+    // place of a block any more.
+    void compactIfDue();
     bool compactLocked();
     void closeJournal();
     // The archive of the index, byte for byte what NSArchiver writes, into
@@ -247,6 +253,8 @@ private:
     int _batchDepth = 0;
     // Synchronous, changes of the open batch not yet forced to the disk.
     bool _unsynced = false;
+    // A checkpoint happened; whether to compact is decided by compactIfDue.
+    bool _compactionDue = false;
     // Blocks freed while the files may still name them (a journal write
     // failed): handed to vacate once an index without them is on disk.
     std::vector<Block> _freedPending;
