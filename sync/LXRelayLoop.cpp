@@ -21,7 +21,8 @@
 //   length, an id not LXRelay::kMaximumIdLength, and a connection reads no
 //   further than the element it is in needs;
 // - all connections together buffer at most kMaximumBuffered bytes of
-//   requests (and one small element each beyond it); beyond that large
+//   requests, as allocated (and one small element each beyond it); beyond
+//   that large
 //   elements wait until deadlines or stores have freed room;
 // - at most kMaximumConnections at once: one more evicts the oldest that is
 //   still sending its request (a waiting client, never one being served).
@@ -95,9 +96,10 @@ enum class Stage {
 struct Connection {
     VTSocket socket = kVTInvalidSocket;
     Stage stage = Stage::Command;
-    std::string in;   // received and not yet taken
-    std::string out;  // to send
-    size_t sent = 0;  // of `out`
+    std::string in;      // received and not yet taken
+    size_t counted = 0;  // in's capacity as counted in Loop::_buffered
+    std::string out;     // to send
+    size_t sent = 0;     // of `out`
     Clock::time_point accepted;
     Clock::time_point deadline;
     // Command 1: the announced id and the decoded delta.
@@ -148,6 +150,8 @@ private:
     void close(Connection& c);
     void expire(Clock::time_point now);
     void startTurn(Connection& c);
+    // Brings _buffered up to date with the connection's buffer.
+    void account(Connection& c);
     uint32_t waitMilliseconds(Clock::time_point now) const;
 
     LXRelay* _relay;
@@ -166,6 +170,11 @@ void Loop::startTurn(Connection& c) {
                       : Clock::time_point::max();
 }
 
+void Loop::account(Connection& c) {
+    _buffered = _buffered - c.counted + c.in.capacity();
+    c.counted = c.in.capacity();
+}
+
 void Loop::close(Connection& c) {
     if (c.stage == Stage::Closed) return;
     if (c.collecting) {
@@ -174,7 +183,8 @@ void Loop::close(Connection& c) {
         _relay->forgetIfEmpty_(c.user);
         c.collecting = false;
     }
-    _buffered -= c.in.size();
+    _buffered -= c.counted;
+    c.counted = 0;
     c.in.clear();
     c.out.clear();
     c.delta.set(nullptr);
@@ -240,7 +250,6 @@ bool Loop::takeInt(Connection& c, int32_t* value) {
     if (c.in.size() < 4) return false;
     *value = intAt(c.in, 0);
     c.in.erase(0, 4);
-    _buffered -= 4;
     return true;
 }
 
@@ -258,7 +267,10 @@ bool Loop::takeElement(Connection& c, bool string, std::string* payload, bool* b
     if (c.in.size() < whole) return false;
     payload->assign(c.in, 4, static_cast<size_t>(length));
     c.in.erase(0, whole);
-    _buffered -= whole;
+    if (c.in.empty() && c.in.capacity() > kReadChunk) {
+        std::string().swap(c.in);
+        account(c);
+    }
     return true;
 }
 
@@ -275,18 +287,23 @@ size_t wanted(const Connection& c) {
 
 void Loop::receive(Connection& c) {
     size_t want = std::min<size_t>(std::max<size_t>(wanted(c), 1), kReadChunk);
-    // The element's whole length at once: its pages are taken only as its
-    // bytes come, and the buffer doesn't grow by doubling.
-    c.in.reserve(c.in.size() + wanted(c));
-    std::string chunk(want, '\0');
-    int64_t n = vtSocketReceiveNow(c.socket, &chunk[0], static_cast<uint32_t>(want));
+    // Doubling as the bytes come, but never beyond the element: the budget
+    // counts what is allocated, not only what has come.
+    size_t needed = c.in.size() + want;
+    if (c.in.capacity() < needed) {
+        c.in.reserve(std::max(needed, std::min(c.in.size() + wanted(c), 2 * c.in.capacity())));
+        account(c);
+    }
+    // Straight into the buffer: no chunk allocated and freed per read.
+    size_t at = c.in.size();
+    c.in.resize(at + want);
+    int64_t n = vtSocketReceiveNow(c.socket, &c.in[at], static_cast<uint32_t>(want));
+    c.in.resize(at + static_cast<size_t>(n > 0 ? n : 0));
     if (n == kVTSocketWouldBlock) return;
     if (n <= 0) {
         drop(c, nullptr);
         return;
     }
-    c.in.append(chunk, 0, static_cast<size_t>(n));
-    _buffered += static_cast<size_t>(n);
     parse(c);
 }
 

@@ -460,6 +460,8 @@ TEST_F(RelayTest, HostileClientsLeaveOrdinaryOnesServed) {
         ASSERT_GE(hostile.back()->fd(), 0) << i;
     }
     const std::string part(1 << 20, 'x');
+    // Measured from here: the sanitizer build's relay starts much larger.
+    long base = relay.peakKilobytes();
     for (int i = 0; i < 100; i++) {
         hostile.emplace_back(new RawPeer(vt_test::connectLoopback(relay.port())));
         std::string head = intBytes(1) + stringElement("2") + intBytes(16 << 20);
@@ -472,8 +474,15 @@ TEST_F(RelayTest, HostileClientsLeaveOrdinaryOnesServed) {
         ASSERT_EQ(deposit(relay.port(), delta(word.c_str())), 1) << round;
         EXPECT_EQ(collect(relay.port(), "2").contents, words({word.c_str()})) << round;
     }
-    // 100 MiB were offered; the relay buffers at most 64 MiB of requests.
-    EXPECT_LT(relay.peakKilobytes(), 128 * 1024);
+    // Up to 100 MiB were offered; the relay buffers at most 64 MiB of
+    // requests. The sanitizer build keeps freed memory aside for a while
+    // (its quarantine), so each buffer's earlier sizes count there too.
+#if defined(__SANITIZE_ADDRESS__)
+    const long bound = 192 * 1024;
+#else
+    const long bound = 96 * 1024;
+#endif
+    EXPECT_LT(relay.peakKilobytes() - base, bound) << base;
     // A collect for the user whose collect is under way gets nothing; once
     // that one is dropped, the next gets all three again.
     EXPECT_EQ(collect(relay.port(), "3").announced, 0);
