@@ -574,7 +574,9 @@ bool LXContainer::writeIndex() {
     std::string tmpPath = _indexPath + ".tmp";
     if (!writeIndexBytes(tmpPath)) return false;
     // Synchronous, the journal goes only after the index that holds its
-    // changes is on the disk under its name.
+    // changes is on the disk under its name, and the blocks it names (a
+    // batch's, not yet forced) are there too.
+    if (_synchronous && _unsynced && !vtPathSyncData(_dataPath.c_str())) return false;
     if (_synchronous && !vtPathSyncData(tmpPath.c_str())) return false;
     if (!replaceFile(tmpPath, _indexPath)) return false;
     if (_synchronous && !vtPathSyncData(directoryOf(_indexPath).c_str())) return false;
