@@ -157,9 +157,10 @@ constexpr VTSocket kVTInvalidSocket = -1;
 
 // Results of vtSocketReceive besides a byte count.
 enum : int64_t {
-    kVTSocketClosed = 0,     // the peer closed the connection in order
-    kVTSocketFailed = -1,    // the connection broke or the handle is bad
-    kVTSocketTimedOut = -2,  // nothing came within the time-out
+    kVTSocketClosed = 0,       // the peer closed the connection in order
+    kVTSocketFailed = -1,      // the connection broke or the handle is bad
+    kVTSocketTimedOut = -2,    // nothing came within the time-out
+    kVTSocketWouldBlock = -3,  // a non-blocking socket can't move a byte just now
 };
 
 // Starts the socket library once per process (WSAStartup 2.2 on Winsock);
@@ -198,6 +199,27 @@ int64_t vtSocketReceive(VTSocket socket, void* buffer, uint32_t length,
 void vtSocketShutdown(VTSocket socket);
 void vtSocketClose(VTSocket socket);
 
+// Sockets served by one thread that waits on many (the relay): such a
+// socket never blocks, and vtSocketWait tells which ones can go on.
+bool vtSocketSetNonBlocking(VTSocket socket);
+// One receive or send on a non-blocking socket: the count, or
+// kVTSocketWouldBlock, kVTSocketFailed, and for a receive kVTSocketClosed.
+int64_t vtSocketReceiveNow(VTSocket socket, void* buffer, uint32_t length);
+int64_t vtSocketSendNow(VTSocket socket, const void* bytes, uint32_t length);
+// One socket to wait on: for reading, for writing or both. `ready` is set
+// when the socket can go on in a wanted direction, or has failed or been
+// closed (the next receive or send says which).
+struct VTSocketWaiter {
+    VTSocket socket;
+    bool read;
+    bool write;
+    bool ready;
+};
+// Waits until at least one of the sockets is ready or `timeoutMilliseconds`
+// have passed (poll; WSAPoll): the number ready, 0 at the time-out, -1 on
+// failure.
+int vtSocketWait(VTSocketWaiter* sockets, uint32_t count, uint32_t timeoutMilliseconds);
+
 // ---------------------------------------------------------------------------
 // Files written in appends: a container's journal. A handle is a plain
 // integer (a file descriptor, a HANDLE's value); kVTInvalidFile stands for
@@ -216,6 +238,10 @@ bool vtFileAppend(VTFile file, const void* bytes, uint32_t length);
 bool vtFileTruncate(VTFile file, uint64_t length);
 // Forces the file's data to the disk (fdatasync; FlushFileBuffers).
 bool vtFileSyncData(VTFile file);
+// The same for a file named by its path, whoever wrote it and through
+// whichever handle; for a directory, its entries (a file created, renamed
+// or removed in it), where the system can (POSIX; true on Win32).
+bool vtPathSyncData(const char* path);
 void vtFileClose(VTFile file);
 
 // ---------------------------------------------------------------------------

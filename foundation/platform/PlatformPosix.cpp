@@ -406,6 +406,17 @@ bool vtFileTruncate(VTFile file, uint64_t length) {
 
 bool vtFileSyncData(VTFile file) { return fdatasync(static_cast<int>(file)) == 0; }
 
+// fsync, not fdatasync, for a directory: its entries are what matters.
+bool vtPathSyncData(const char* path) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat about;
+    bool directory = fstat(fd, &about) == 0 && S_ISDIR(about.st_mode);
+    bool ok = (directory ? fsync(fd) : fdatasync(fd)) == 0;
+    close(fd);
+    return ok;
+}
+
 void vtFileClose(VTFile file) { close(static_cast<int>(file)); }
 
 // Command-line programs.
