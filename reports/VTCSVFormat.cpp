@@ -4,13 +4,29 @@
 #include <cstring>
 
 #include "foundation/NSAutoreleasePool.h"
+#include "foundation/NSDate.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 
 namespace {
 
+// The value's description. Strings and dates, nearly every cell, write
+// their text straight into the line: no description object is made and
+// autoreleased per cell.
 void appendDescription(std::string* out, NSObject* value) {
-    out->append(static_cast<NSString*>(value->description())->UTF8String());
+    static const Class string = NSString::classObject();
+    static const Class mutableString = NSMutableString::classObject();
+    static const Class constantString = NSConstantString::classObject();
+    static const Class date = NSDate::classObject();
+    Class cls = value->class_();
+    if (cls == string || cls == mutableString || cls == constantString) {
+        out->append(static_cast<NSString*>(value)->UTF8String());
+    } else if (cls == date) {
+        char text[NSDate::kDescriptionSize];
+        out->append(text, static_cast<NSDate*>(value)->getDescription(text));
+    } else {
+        out->append(static_cast<NSString*>(value->description())->UTF8String());
+    }
 }
 
 // The matrix of the sheet of that name in the workspace's sheets map (a
