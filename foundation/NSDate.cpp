@@ -261,15 +261,20 @@ NSDate* NSDate::addTimeInterval_(double seconds) {
 }
 
 namespace {
+// Two digits of 0 to 99, as %02d writes them.
+inline char* putTwoDigits(char* out, unsigned value) {
+    out[0] = static_cast<char>('0' + value / 10);
+    out[1] = static_cast<char>('0' + value % 10);
+    return out + 2;
+}
+
 // Writes `value` in decimal, padded with zeros to at least `width` digits
-// as %0*d does; returns the end of what it wrote.
-char* putDecimal(char* out, unsigned value, int width) {
-    // Nearly every field but the year: two digits.
-    if (width == 2 && value < 100) {
-        out[0] = static_cast<char>('0' + value / 10);
-        out[1] = static_cast<char>('0' + value % 10);
-        return out + 2;
-    }
+// as %0*d does; returns the end of what it wrote. Fields within their
+// usual ranges (a two-digit field, a four-digit year) take a shortcut.
+inline char* putDecimal(char* out, unsigned value, int width) {
+    if (width <= 2 && value < 100 && (width == 2 || value >= 10)) return putTwoDigits(out, value);
+    if (width <= 4 && value >= 1000 && value < 10000)
+        return putTwoDigits(putTwoDigits(out, value / 100), value % 100);
     char digits[8];
     int n = 0;
     do {
