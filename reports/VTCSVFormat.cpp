@@ -4,13 +4,29 @@
 #include <cstring>
 
 #include "foundation/NSAutoreleasePool.h"
+#include "foundation/NSDate.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 
 namespace {
 
+// The value's description. Strings and dates, nearly every cell, write
+// their text straight into the line: no description object is made and
+// autoreleased per cell.
 void appendDescription(std::string* out, NSObject* value) {
-    out->append(static_cast<NSString*>(value->description())->UTF8String());
+    static const Class string = NSString::classObject();
+    static const Class mutableString = NSMutableString::classObject();
+    static const Class constantString = NSConstantString::classObject();
+    static const Class date = NSDate::classObject();
+    Class cls = value->class_();
+    if (cls == string || cls == mutableString || cls == constantString) {
+        out->append(static_cast<NSString*>(value)->UTF8String());
+    } else if (cls == date) {
+        char text[NSDate::kDescriptionSize];
+        out->append(text, static_cast<NSDate*>(value)->getDescription(text));
+    } else {
+        out->append(static_cast<NSString*>(value->description())->UTF8String());
+    }
 }
 
 // The matrix of the sheet of that name in the workspace's sheets map (a
@@ -77,12 +93,14 @@ void VTCSVFormat::appendReferenceOnce(std::string* out, NSObject* value,
     // Many records point to the same few: each distinct value is resolved
     // once per writer. The matrices don't change while a file is written
     // (the export runs on the main thread, which also makes every change).
-    std::string key = static_cast<NSString*>(value->description())->UTF8String();
-    auto found = column.resolved->find(key);
+    // The key is put together in a buffer kept for the purpose: most
+    // values are found, and a found one then costs no allocation.
+    _referenceKey.assign(static_cast<NSString*>(value->description())->UTF8String());
+    auto found = column.resolved->find(_referenceKey);
     if (found == column.resolved->end()) {
         std::string text;
         appendReference(&text, value, column.target, column.displayFields);
-        found = column.resolved->emplace(std::move(key), std::move(text)).first;
+        found = column.resolved->emplace(_referenceKey, std::move(text)).first;
     }
     out->append(found->second);
 }
@@ -99,7 +117,8 @@ void VTCSVFormat::appendLine(std::string* out, NSDictionary* record) const {
             appendReferenceOnce(out, value, column);
         else
             appendDescription(out, value);
-        out->append("\",");
+        out->push_back('"');
+        out->push_back(',');
     }
     // The two columns of who made the record and when; a record that was
     // never committed has neither, and writes the same "(null)" the
@@ -122,6 +141,7 @@ bool VTCSVFormat::writeFile(const char* path) const {
     if (!file) return false;
     NSArray* records = _matrix ? _matrix->allObjectsSorted() : nullptr;
     std::string buffer;
+    buffer.reserve(1 << 16);
     // The lines go out in blocks, each record's temporary objects in a pool
     // of its own block.
     const uint32_t kBlock = 256;

@@ -60,4 +60,5 @@ private:
     void appendReferenceOnce(std::string* out, NSObject* value, const Column& column) const;
     VTMatrix* _matrix;
     std::vector<Column> _columns;
+    mutable std::string _referenceKey;  // scratch of appendReferenceOnce
 };
