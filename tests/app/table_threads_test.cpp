@@ -80,34 +80,11 @@ struct LockWatch {
     }
 };
 
-// A Winelib program has two current directories: the Unix one, which the
-// fixture's files go through (std::filesystem), and Win32's, which the
-// platform layer's files go through. Both are set to one Unix temporary
-// directory here, the Win32 one through Wine's drive Z:, the Linux root.
-// A Windows program has one, and the fixture's own SetUp serves.
-class TableThreadsTest : public WorkspaceTest {
-#ifndef _WIN32
-protected:
-    void SetUp() override {
-        pool = NSAutoreleasePool::alloc()->init();
-        old = std::filesystem::current_path();
-        std::filesystem::path made = std::filesystem::temp_directory_path() /
-                                     ("vantor-table-threads-" + std::to_string(getpid()));
-        std::filesystem::create_directories(made);
-        dir = made.string();
-        std::filesystem::current_path(dir);
-        std::string win32 = "Z:" + dir;
-        std::replace(win32.begin(), win32.end(), '/', '\\');
-        ASSERT_TRUE(vtChangeDirectory(win32.c_str()));
-        for (const char* sub : {"conf", "data", "userkey"}) std::filesystem::create_directory(sub);
-        VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
-        VTTableDataSource::resetIdentityForTesting();
-    }
-#endif
+class TableThreadsTest : public Win32WorkspaceTest {
 protected:
     void TearDown() override {
         if (_workspace) _workspace->release();
-        WorkspaceTest::TearDown();
+        Win32WorkspaceTest::TearDown();
     }
     // The task sheet on screen: its table in a window with a column, all
     // made by this thread, and the watch on its list.

@@ -12,6 +12,18 @@ intptr_t probeSend(void* handle, unsigned message, uintptr_t wParam, intptr_t lP
     return SendMessageW(hwndOf(handle), message, wParam, lParam);
 }
 
+bool probePost(void* handle, unsigned message, uintptr_t wParam, intptr_t lParam) {
+    return PostMessageW(hwndOf(handle), message, wParam, lParam);
+}
+
+void* probeFindVisibleWindow(const char* title) {
+    for (HWND window = FindWindowExA(nullptr, nullptr, nullptr, title); window;
+         window = FindWindowExA(nullptr, window, nullptr, title)) {
+        if (IsWindowVisible(window)) return window;
+    }
+    return nullptr;
+}
+
 void probePump() {
     MSG message;
     while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {

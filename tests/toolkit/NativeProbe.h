@@ -25,6 +25,10 @@ enum : unsigned {
 };
 
 intptr_t probeSend(void* handle, unsigned message, uintptr_t wParam, intptr_t lParam);
+bool probePost(void* handle, unsigned message, uintptr_t wParam, intptr_t lParam);
+// A visible top-level window with this title, of any process of the Wine
+// session; nil if there is none.
+void* probeFindVisibleWindow(const char* title);
 // Delivers what has been posted to this thread's windows, without waiting.
 void probePump();
 std::string probeClassName(void* handle);
