@@ -1,11 +1,10 @@
 #include "app/VTActionUserKeyGenerator.h"
 
+#include "app/VTDialogControls.h"
 #include "app/VTUserKey.h"
 #include "foundation/Foundation.h"
 #include "sheets/VTMatrix.h"
 #include "toolkit/NSAlert.h"
-#include "toolkit/NSButton.h"
-#include "toolkit/NSTextField.h"
 #include "toolkit/NSWindow.h"
 
 namespace {
@@ -14,26 +13,6 @@ namespace {
 NSString* textOf(VTMatrix* matrix, uint32_t row, const char* field) {
     NSObject* value = matrix->valueInRow_column_(row, NSString::stringWithUTF8String_(field));
     return value ? static_cast<NSString*>(value->description()) : ""_ns;
-}
-
-void addLabel(NSView* view, _NSRect frame, NSString* text) {
-    Ref<NSTextField> label = NSMake<NSTextField>(&NSTextField::initWithFrame_, frame);
-    label->setEditable_(false);
-    label->setBordered_(false);
-    label->setStringValue_(text);
-    view->addSubview_(label);
-}
-
-Ref<NSButton> addButton(NSView* view, _NSRect frame, NSString* title, NSObject* target, SEL action,
-                        NSString* key) {
-    Ref<NSButton> button = NSMake<NSButton>(&NSButton::initWithFrame_, frame);
-    button->setTitle_(title);
-    button->setTarget_(target);
-    button->setAction_(action);
-    button->setBezelStyle_(1);
-    button->setKeyEquivalent_(key);
-    view->addSubview_(button);
-    return button;
 }
 
 }  // namespace
@@ -64,18 +43,18 @@ void VTActionUserKeyGenerator::perform__(NSNumber* row, NSObject* matrixObject) 
     _window->setTitle_("Password for user key"_ns);
     NSView* content = _window->contentView();
     const float h = 115;
-    addLabel(content, NSMakeRect(10, h - 30, 100, 20), "Password"_ns);
-    addLabel(content, NSMakeRect(10, h - 60, 100, 20), "Password (again)"_ns);
+    VTAddLabel(content, NSMakeRect(10, h - 30, 100, 20), "Password"_ns);
+    VTAddLabel(content, NSMakeRect(10, h - 60, 100, 20), "Password (again)"_ns);
     _passwordField = NSMake<NSSecureTextField>(&NSSecureTextField::initWithFrame_,
                                                NSMakeRect(110, h - 30, 170, 20));
     content->addSubview_(_passwordField);
     _passwordAgainField = NSMake<NSSecureTextField>(&NSSecureTextField::initWithFrame_,
                                                     NSMakeRect(110, h - 60, 170, 20));
     content->addSubview_(_passwordAgainField);
-    addButton(content, NSMakeRect(10, h - 100, 90, 25), "Generate"_ns, this, NS_SEL("generate"),
-              "\r"_ns);
-    addButton(content, NSMakeRect(110, h - 100, 90, 25), "Close"_ns, this, NS_SEL("close"),
-              "\x1b"_ns);
+    VTAddButton(content, NSMakeRect(10, h - 100, 90, 25), "Generate"_ns, this, NS_SEL("generate"),
+                "\r"_ns);
+    VTAddButton(content, NSMakeRect(110, h - 100, 90, 25), "Close"_ns, this, NS_SEL("close"),
+                "\x1b"_ns);
 
     // Tab goes from one field to the other and back.
     _passwordField->setNextResponder_(_passwordAgainField);
