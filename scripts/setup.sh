@@ -15,6 +15,8 @@ packages=(
     wine wine64 wine64-tools libwine-dev fonts-wine
     xvfb xauth
     fonts-liberation fonts-dejavu-core fonts-dejavu-extra
+    # The secure protocol: signatures, sealed deltas, password hashing.
+    libsodium-dev
     # The Debian packages (scripts/package-debian.sh) and their checks: the
     # service unit (systemd-analyze) and the man pages (groff).
     systemd groff-base man-db
