@@ -60,6 +60,7 @@
 #include "foundation/NSThread.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "sync/LXCrypto.h"
 #include "sync/LXRelayProtocol.h"
 #include "sync/LXSocket.h"
 
@@ -209,6 +210,7 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         ids = retainRef(_deltaRepository->sortedIds());
     }
     const uint32_t budget = ids->count();
+    std::shared_ptr<const LXSecureIdentity> secure = secureIdentity();
     for (uint32_t sent = 0; sent < budget; sent++) {
         NSAutoreleasePoolScope round;
         LXDelta* delta;
@@ -228,9 +230,13 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
         if (!socket || !socket->connect_port_(host, port)) return false;
         LOG("sending delta %d", (*counter)++);
-        socket->sendInt_(LXRelayProtocol::kDeposit);
-        socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
-        socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
+        if (secure) {
+            sendSecureDeposit(socket, delta, *secure);
+        } else {
+            socket->sendInt_(LXRelayProtocol::kDeposit);
+            socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
+            socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
+        }
         if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
             LOG("reception not committed");
             return false;
@@ -250,9 +256,26 @@ int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user,
     *all = false;
     Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
     if (!socket || !socket->connect_port_(host, port)) return 0;
-    socket->sendInt_(LXRelayProtocol::kCollect);
-    socket->sendString_(NSNil(user, &LXUser::uniqueId));
-    socket->sendString_(NSString::stringWithUTF8String_(LXRelayProtocol::kCollectGroup));
+    if (std::shared_ptr<const LXSecureIdentity> secure = secureIdentity()) {
+        // The relay sends its challenge only to a certified user; with
+        // nothing to sign the collect ends here.
+        socket->sendInt_(LXRelayProtocol::kSecureCollect);
+        socket->sendString_(NSNil(user, &LXUser::uniqueId));
+        socket->sendData_(
+                NSArchiver::archivedDataWithRootObject_(secure->certificate.dictionary()));
+        std::string challenge = LXSecure::bytesOf(socket->readData());
+        if (challenge.size() != LXRelayProtocol::kChallengeBytes) {
+            LOG("the relay sent no challenge");
+            return 0;
+        }
+        socket->sendData_(LXSecure::dataOf(
+                LXCrypto::sign(LXSecure::collectText(secure->certificate.uniqueId, challenge),
+                               secure->signSecret)));
+    } else {
+        socket->sendInt_(LXRelayProtocol::kCollect);
+        socket->sendString_(NSNil(user, &LXUser::uniqueId));
+        socket->sendString_(NSString::stringWithUTF8String_(LXRelayProtocol::kCollectGroup));
+    }
     int32_t count = socket->readInt();
     LOG("should get %d delta(s)", count);
     // A count that can't be read (broken or closed connection) reads as 0.
@@ -309,6 +332,28 @@ bool LXTransceiver::receiveOne(LXSocket* socket) {
     }
     // Unsent, the relay keeps the delta and sends it again: delivered twice.
     return socket->sendInt_(LXRelayProtocol::kAcknowledged);
+}
+
+void LXTransceiver::sendSecureDeposit(LXSocket* socket, LXDelta* delta,
+                                      const LXSecureIdentity& secure) {
+    std::string addressee = textOf(NSNil(delta->addressee(), &LXUser::uniqueId));
+    std::string envelope = LXSecure::bytesOf(NSArchiver::archivedDataWithRootObject_(delta));
+    socket->sendInt_(LXRelayProtocol::kSecureDeposit);
+    socket->sendString_(NSString::stringWithUTF8String_(addressee.c_str()));
+    socket->sendData_(LXSecure::dataOf(envelope));
+    socket->sendData_(NSArchiver::archivedDataWithRootObject_(secure.certificate.dictionary()));
+    socket->sendData_(LXSecure::dataOf(
+            LXCrypto::sign(LXSecure::depositText(addressee, envelope), secure.signSecret)));
+}
+
+void LXTransceiver::setSecureIdentity(const LXSecureIdentity& identity) {
+    std::lock_guard<std::mutex> held(_secureMutex);
+    _secure = std::make_shared<const LXSecureIdentity>(identity);
+}
+
+std::shared_ptr<const LXSecureIdentity> LXTransceiver::secureIdentity() {
+    std::lock_guard<std::mutex> held(_secureMutex);
+    return _secure;
 }
 
 NSString* LXTransceiver::reasonToRefuse(LXDelta* delta) {

@@ -1,0 +1,168 @@
+#include "sync/LXSecure.h"
+
+#include <cstdio>
+
+#include "foundation/NSData.h"
+#include "foundation/platform/Platform.h"
+#include "storage/NSArchiver.h"
+#include "storage/NSUnarchiver.h"
+#include "sync/LXCrypto.h"
+#include "sync/LXDelta.h"
+
+namespace {
+
+NSString* str(const std::string& s) { return NSString::stringWithUTF8String_(s.c_str()); }
+
+// The hex string under `key`, decoded; false when missing or not hex.
+bool hexEntry(NSDictionary* dict, const char* key, std::string* bytes) {
+    NSObject* value = dict->objectForKey_(NSString::stringWithUTF8String_(key));
+    if (!value || !value->isKindOfClass_(NSString::classObject())) return false;
+    return LXCrypto::fromHex(static_cast<NSString*>(value)->UTF8String(), bytes);
+}
+
+const char kDeltaPrefix[] = "vantor-delta\n";
+
+}  // namespace
+
+std::string LXUserCertificate::certifiedText() const {
+    return "vantor-user-keys\n" + uniqueId + "\n" + LXCrypto::toHex(signPublic) + "\n" +
+           LXCrypto::toHex(sealPublic);
+}
+
+bool LXUserCertificate::isCertifiedBy(const std::string& anchor) const {
+    return !uniqueId.empty() && signPublic.size() == LXCrypto::kSignPublicBytes &&
+           sealPublic.size() == LXCrypto::kSealPublicBytes &&
+           LXCrypto::verify(certifiedText(), signature, anchor);
+}
+
+NSMutableDictionary* LXUserCertificate::dictionary() const {
+    NSMutableDictionary* dict = NSMutableDictionary::dictionary();
+    dict->setObject_forKey_(str(uniqueId), "UniqueID"_ns);
+    dict->setObject_forKey_(str(LXCrypto::toHex(signPublic)), "SigningKey"_ns);
+    dict->setObject_forKey_(str(LXCrypto::toHex(sealPublic)), "SealingKey"_ns);
+    dict->setObject_forKey_(str(LXCrypto::toHex(signature)), "KeySignature"_ns);
+    return dict;
+}
+
+bool LXUserCertificate::fromDictionary(NSObject* object, LXUserCertificate* certificate) {
+    if (!object || !object->isKindOfClass_(NSDictionary::classObject())) return false;
+    auto* dict = static_cast<NSDictionary*>(object);
+    NSObject* id = dict->objectForKey_("UniqueID"_ns);
+    if (!id || !id->isKindOfClass_(NSString::classObject())) return false;
+    certificate->uniqueId = static_cast<NSString*>(id)->UTF8String();
+    return hexEntry(dict, "SigningKey", &certificate->signPublic) &&
+           hexEntry(dict, "SealingKey", &certificate->sealPublic) &&
+           hexEntry(dict, "KeySignature", &certificate->signature);
+}
+
+namespace LXSecure {
+
+std::string bytesOf(NSData* data) {
+    if (!data || data->length() == 0) return "";
+    std::string bytes(data->length(), '\0');
+    data->getBytes_range_(&bytes[0], NSMakeRange(0, data->length()));
+    return bytes;
+}
+
+NSData* dataOf(const std::string& bytes) {
+    return NSData::dataWithBytes_length_(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+
+bool readAnchorFile(const char* path, std::string* anchor) {
+    if (!vtFileExists(path)) return false;
+    std::string text = bytesOf(NSData::dataWithContentsOfFile_(str(path)));
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' '))
+        text.pop_back();
+    std::string key;
+    if (!LXCrypto::fromHex(text, &key) || key.size() != LXCrypto::kSignPublicBytes) return false;
+    *anchor = key;
+    return true;
+}
+
+bool writeAnchorFile(const char* path, const std::string& anchor) {
+    return dataOf(LXCrypto::toHex(anchor) + "\n")->writeToFile_atomically_(str(path), true);
+}
+
+std::string depositText(const std::string& addressee, const std::string& envelope) {
+    return "vantor-deposit\n" + addressee + "\n" + envelope;
+}
+
+std::string collectText(const std::string& user, const std::string& challenge) {
+    return "vantor-collect\n" + user + "\n" + challenge;
+}
+
+LXDelta* sealedDelta(LXDelta* delta, const LXSecureIdentity& sender,
+                     const std::string& addresseeSealPublic) {
+    std::string archive = bytesOf(NSArchiver::archivedDataWithRootObject_(delta));
+    std::string signature = LXCrypto::sign(kDeltaPrefix + archive, sender.signSecret);
+    if (signature.empty()) return nullptr;
+    std::string certificate =
+            bytesOf(NSArchiver::archivedDataWithRootObject_(sender.certificate.dictionary()));
+    uint32_t n = static_cast<uint32_t>(certificate.size());
+    std::string length{static_cast<char>(n & 0xff), static_cast<char>((n >> 8) & 0xff),
+                       static_cast<char>((n >> 16) & 0xff), static_cast<char>(n >> 24)};
+    std::string sealed =
+            LXCrypto::seal(signature + length + certificate + archive, addresseeSealPublic);
+    if (sealed.empty()) return nullptr;
+    // Unique ids only: the relay keys its queues by them and needs no name.
+    LXUser* from = LXUser::userWithString_(str("-" + sender.certificate.uniqueId));
+    LXUser* to = LXUser::userWithString_(NSString::stringWithFormat_(
+            "-%s", NSNil(delta->addressee(), &LXUser::uniqueId)
+                           ? delta->addressee()->uniqueId()->UTF8String()
+                           : ""));
+    LXDelta* envelope =
+            LXDelta::deltaWithPool_sender_contents_(delta->pool(), from, dataOf(sealed));
+    envelope->setAddressee_(to);
+    return envelope;
+}
+
+LXDelta* openedDelta(LXDelta* envelope, const LXSecureIdentity& me, std::string* archive,
+                     std::string* signature, LXUserCertificate* sender, const char** why) {
+    NSObject* contents = envelope ? envelope->contents() : nullptr;
+    if (!contents || !contents->isKindOfClass_(NSData::classObject())) {
+        *why = "not sealed";
+        return nullptr;
+    }
+    std::string inner;
+    if (!LXCrypto::open(bytesOf(static_cast<NSData*>(contents)), me.certificate.sealPublic,
+                        me.sealSecret, &inner) ||
+        inner.size() <= LXCrypto::kSignatureBytes) {
+        *why = "does not open with this user's sealing key";
+        return nullptr;
+    }
+    const size_t head = LXCrypto::kSignatureBytes + 4;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(inner.data());
+    size_t length = inner.size() < head
+                            ? 0
+                            : bytes[head - 4] | bytes[head - 3] << 8 | bytes[head - 2] << 16 |
+                                      static_cast<size_t>(bytes[head - 1]) << 24;
+    if (inner.size() < head || length > inner.size() - head) {
+        *why = "sealed contents are cut short";
+        return nullptr;
+    }
+    *signature = inner.substr(0, LXCrypto::kSignatureBytes);
+    {
+        Ref<NSUnarchiver> unarchiver = NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_,
+                                                            dataOf(inner.substr(head, length)));
+        if (!LXUserCertificate::fromDictionary(unarchiver->decodeObject(), sender)) {
+            *why = "no sender's certificate";
+            return nullptr;
+        }
+    }
+    *archive = inner.substr(head + length);
+    Ref<NSUnarchiver> unarchiver =
+            NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, dataOf(*archive));
+    NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
+    if (!object || !object->isKindOfClass_(LXDelta::classObject())) {
+        *why = "sealed contents are not a delta";
+        return nullptr;
+    }
+    return static_cast<LXDelta*>(object);
+}
+
+bool deltaSignatureHolds(const std::string& archive, const std::string& signature,
+                         const std::string& signPublic) {
+    return LXCrypto::verify(kDeltaPrefix + archive, signature, signPublic);
+}
+
+}  // namespace LXSecure
