@@ -198,7 +198,9 @@ void LXRelay::serve(LXSocket* connection) {
     }
     NSLockScope held(_lock);
     LOG("new connection accepted - %d", command);
-    if (command == LXRelayProtocol::kDeposit) {
+    if (_secure) {
+        _secure->serve_command_relay_(connection, command, this);
+    } else if (command == LXRelayProtocol::kDeposit) {
         processIncoming_(connection);
     } else if (command == LXRelayProtocol::kCollect) {
         processOutgoing_(connection);
@@ -215,6 +217,10 @@ void LXRelay::processIncoming_(LXSocket* socket) {
         LOG("deposit refused: no delta received");
         return;
     }
+    enqueue_announced_socket_(object, announced, socket);
+}
+
+void LXRelay::enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket) {
     auto* delta = object->isKindOfClass_(LXDelta::classObject()) ? static_cast<LXDelta*>(object)
                                                                  : nullptr;
     NSString* key = delta ? queueKeyOf(delta) : nullptr;
@@ -255,6 +261,10 @@ void LXRelay::processOutgoing_(LXSocket* socket) {
         return;
     }
     if (idTooLong(user, "collect")) return;
+    sendQueueOf_socket_(user, socket);
+}
+
+void LXRelay::sendQueueOf_socket_(NSString* user, LXSocket* socket) {
     NSMutableArray* queue = _index->objectsForKey_(user);
     socket->sendInt_(static_cast<int32_t>(queue->count()));
     while (queue->count() > 0) {
@@ -298,4 +308,5 @@ NS_CLASS_BEGIN(LXRelay, NSObject)
     NS_FIELD(_lifetime)
     NS_FIELD(_container)
     NS_FIELD(_lock)
+    NS_FIELD(_secure)
 NS_CLASS_END(LXRelay)

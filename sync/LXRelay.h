@@ -19,6 +19,7 @@
 #include "foundation/NSObject.h"
 #include "storage/LXContainer.h"
 #include "structures/VTKeyedArrays.h"
+#include "sync/LXSecureRelay.h"
 #include "sync/LXSocket.h"
 
 class LXRelay : public NSObject {
@@ -66,6 +67,17 @@ public:
     // forgotten: the index keeps only users with deltas waiting.
     void processOutgoing_(LXSocket* socket);
 
+    // The tail of a deposit once its delta has been read: checks it against
+    // the announced addressee, stores and queues it, and acknowledges it.
+    void enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket);
+    // The tail of a collect once its user is known: the count, then the
+    // deltas of the user's queue in turn.
+    void sendQueueOf_socket_(NSString* user, LXSocket* socket);
+    // With a secure relay set, every command goes to it (LXSecureRelay.h):
+    // only signed deposits and authenticated collects are served.
+    void setSecureRelay_(LXSecureRelay* secure) { _secure.set(secure); }
+    LXSecureRelay* secureRelay() { return _secure; }
+
     // ---- For tools and tests ---------------------------------------------
 
     VTKeyedArrays* index() { return _index; }
@@ -92,6 +104,7 @@ private:
     Ref<LXContainer> _container;
     Ref<NSLock> _lock;
     Ref<NSString> _bindAddress;
+    Ref<LXSecureRelay> _secure;
     uint32_t _boundPort = 0;
     bool _bindFailed = false;
 };

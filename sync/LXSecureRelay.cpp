@@ -1,0 +1,127 @@
+#include "sync/LXSecureRelay.h"
+
+#include <cstring>
+
+#include "foundation/NSData.h"
+#include "foundation/NSString.h"
+#include "storage/NSUnarchiver.h"
+#include "sync/LXCrypto.h"
+#include "sync/LXDelta.h"
+#include "sync/LXRelay.h"
+#include "sync/LXRelayProtocol.h"
+
+namespace {
+
+// The object an archive holds, autoreleased; nil when it doesn't decode.
+NSObject* decoded(NSData* data) {
+    if (!data) return nullptr;
+    Ref<NSUnarchiver> unarchiver =
+            NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, data);
+    return NSAutorelease(NSRetain(unarchiver->decodeObject()));
+}
+
+bool idAcceptable(NSString* id, const char* what) {
+    if (!id) {
+        LOG("%s refused: no user id received", what);
+        return false;
+    }
+    size_t bytes = std::strlen(id->UTF8String());
+    if (bytes == 0 || bytes > LXRelay::kMaximumIdLength) {
+        LOG("%s refused: id of %zu bytes (limit %u)", what, bytes, LXRelay::kMaximumIdLength);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+LXSecureRelay* LXSecureRelay::initWithAnchor_(const std::string& anchor) {
+    NSObject::init();
+    _anchor = anchor;
+    return this;
+}
+
+void LXSecureRelay::serve_command_relay_(LXSocket* socket, int32_t command, LXRelay* relay) {
+    if (command == LXRelayProtocol::kSecureDeposit) {
+        deposit(socket, relay);
+    } else if (command == LXRelayProtocol::kSecureCollect) {
+        collect(socket, relay);
+    } else if (command == LXRelayProtocol::kDeposit || command == LXRelayProtocol::kCollect) {
+        LOG("command %d refused: this relay takes signed commands only - connection closed",
+            command);
+    } else {
+        LOG("unknown command %d - connection closed", command);
+    }
+}
+
+bool LXSecureRelay::readCertificate(LXSocket* socket, const char* what,
+                                    LXUserCertificate* certificate) {
+    if (!LXUserCertificate::fromDictionary(decoded(socket->readData()), certificate)) {
+        LOG("%s refused: no certificate received", what);
+        return false;
+    }
+    if (!certificate->isCertifiedBy(_anchor)) {
+        LOG("%s refused: the keys of %s are not signed by the anchor", what,
+            certificate->uniqueId.c_str());
+        return false;
+    }
+    return true;
+}
+
+void LXSecureRelay::deposit(LXSocket* socket, LXRelay* relay) {
+    NSString* addressee = socket->readString();
+    if (!idAcceptable(addressee, "deposit")) return;
+    std::string envelope = LXSecure::bytesOf(socket->readData());
+    LXUserCertificate sender;
+    if (envelope.empty() || !readCertificate(socket, "deposit", &sender)) {
+        if (envelope.empty()) LOG("deposit refused: no delta received");
+        return;
+    }
+    std::string signature = LXSecure::bytesOf(socket->readData());
+    if (!LXCrypto::verify(LXSecure::depositText(addressee->UTF8String(), envelope), signature,
+                          sender.signPublic)) {
+        LOG("deposit refused: the signature of %s does not hold", sender.uniqueId.c_str());
+        return;
+    }
+    NSObject* object = decoded(LXSecure::dataOf(envelope));
+    auto* delta = object && object->isKindOfClass_(LXDelta::classObject())
+                          ? static_cast<LXDelta*>(object)
+                          : nullptr;
+    NSString* from = delta ? NSNil(delta->sender(), &LXUser::uniqueId) : nullptr;
+    if (!from || sender.uniqueId != from->UTF8String()) {
+        LOG("deposit refused: %s signed a delta in another name (%s)", sender.uniqueId.c_str(),
+            from ? from->UTF8String() : "none");
+        return;
+    }
+    NSObject* contents = delta->contents();
+    if (!contents || !contents->isKindOfClass_(NSData::classObject())) {
+        LOG("deposit refused: the delta from %s is not sealed", sender.uniqueId.c_str());
+        return;
+    }
+    relay->enqueue_announced_socket_(delta, addressee, socket);
+}
+
+void LXSecureRelay::collect(LXSocket* socket, LXRelay* relay) {
+    NSString* user = socket->readString();
+    if (!idAcceptable(user, "collect")) return;
+    LXUserCertificate collector;
+    if (!readCertificate(socket, "collect", &collector)) return;
+    if (collector.uniqueId != user->UTF8String()) {
+        LOG("collect refused: %s asked for the queue of %s", collector.uniqueId.c_str(),
+            user->UTF8String());
+        return;
+    }
+    std::string challenge(LXRelayProtocol::kChallengeBytes, '\0');
+    LXCrypto::randomBytes(&challenge[0], challenge.size());
+    if (!socket->sendData_(LXSecure::dataOf(challenge))) return;
+    std::string signature = LXSecure::bytesOf(socket->readData());
+    if (!LXCrypto::verify(LXSecure::collectText(user->UTF8String(), challenge), signature,
+                          collector.signPublic)) {
+        LOG("collect refused: %s did not sign the challenge", user->UTF8String());
+        return;
+    }
+    relay->sendQueueOf_socket_(user, socket);
+}
+
+NS_CLASS_BEGIN(LXSecureRelay, NSObject)
+NS_CLASS_END(LXSecureRelay)

@@ -1,0 +1,389 @@
+// The secure protocol's building blocks and the relay's secure mode: the
+// libsodium operations as the protocol uses them (signatures, sealing, the
+// locked secret keys), certificates and sealed deltas, and a real
+// vantor-relay --secure process on loopback against honest clients and
+// attackers: the plain commands, another user's queue, a deposit in another
+// user's name or signed by a key the anchor never signed, an unsealed one.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "foundation/NSData.h"
+#include "installation_support.h"
+#include "storage/NSArchiver.h"
+#include "sync/LXCrypto.h"
+#include "sync/LXDelta.h"
+#include "sync/LXRelayProtocol.h"
+#include "sync/LXSecure.h"
+#include "sync/LXSocket.h"
+#include "sync/LXTransceiver.h"
+#include "sync_test_support.h"
+#include "tests/support/TestSupport.h"
+
+namespace {
+
+using namespace synctest;
+using vt_installations::Child;
+using vt_installations::envPath;
+using vt_installations::waitFor;
+
+std::string str(NSString* s) { return s ? s->UTF8String() : ""; }
+
+// A user with fresh keys certified by `anchor` (itself when null).
+LXSecureIdentity makeUser(const std::string& id, const LXSecureIdentity* anchor) {
+    LXSecureIdentity user;
+    LXCrypto::KeyPairs pairs;
+    EXPECT_TRUE(LXCrypto::makeKeyPairs(&pairs));
+    user.certificate = {id, pairs.signPublic, pairs.sealPublic, ""};
+    user.signSecret = pairs.signSecret;
+    user.sealSecret = pairs.sealSecret;
+    user.anchor = anchor ? anchor->anchor : pairs.signPublic;
+    user.certificate.signature = LXCrypto::sign(user.certificate.certifiedText(),
+                                                anchor ? anchor->signSecret : pairs.signSecret);
+    return user;
+}
+
+// A set delta from `from` to `to` whose record carries `marker`.
+LXDelta* plainDelta(const std::string& from, const std::string& to, const std::string& marker) {
+    NSMutableDictionary* record = NSMutableDictionary::dictionary();
+    record->setObject_forKey_(ns(marker), "city"_ns);
+    record->setObject_forKey_("r-1"_ns, "__recordId"_ns);
+    NSMutableDictionary* contents = NSMutableDictionary::dictionary();
+    contents->setObject_forKey_("set"_ns, "action"_ns);
+    contents->setObject_forKey_("company"_ns, "sheet"_ns);
+    contents->setObject_forKey_(record, "object"_ns);
+    LXDelta* d = LXDelta::deltaWithPool_sender_contents_(
+            LXPool::poolWithName_("Rk2pWn"_ns), LXUser::userWithString_(ns("A B/U/O-" + from)),
+            contents);
+    d->setAddressee_(LXUser::userWithString_(ns("C D/U/O-" + to)));
+    return d;
+}
+
+std::string flipped(std::string bytes, size_t at) {
+    bytes[at % bytes.size()] ^= 0x01;
+    return bytes;
+}
+
+TEST(SecureCrypto, SignaturesSealsAndLockedSecrets) {
+    ASSERT_TRUE(LXCrypto::available());
+    LXSecureIdentity a = makeUser("a", nullptr), b = makeUser("b", &a);
+
+    std::string signature = LXCrypto::sign("message", a.signSecret);
+    EXPECT_EQ(signature.size(), LXCrypto::kSignatureBytes);
+    EXPECT_TRUE(LXCrypto::verify("message", signature, a.certificate.signPublic));
+    EXPECT_FALSE(LXCrypto::verify("messagE", signature, a.certificate.signPublic));
+    EXPECT_FALSE(LXCrypto::verify("message", flipped(signature, 7), a.certificate.signPublic));
+    EXPECT_FALSE(LXCrypto::verify("message", signature, b.certificate.signPublic));
+
+    std::string sealed = LXCrypto::seal("secret text", b.certificate.sealPublic);
+    EXPECT_EQ(sealed.find("secret"), std::string::npos);
+    std::string opened;
+    EXPECT_TRUE(LXCrypto::open(sealed, b.certificate.sealPublic, b.sealSecret, &opened));
+    EXPECT_EQ(opened, "secret text");
+    EXPECT_FALSE(LXCrypto::open(sealed, a.certificate.sealPublic, a.sealSecret, &opened));
+    for (size_t at : {size_t{0}, size_t{33}, sealed.size() - 1})
+        EXPECT_FALSE(LXCrypto::open(flipped(sealed, at), b.certificate.sealPublic, b.sealSecret,
+                                    &opened));
+
+    std::string hash = LXCrypto::hashPassword("pass word");
+    EXPECT_EQ(hash.find("pass word"), std::string::npos);
+    EXPECT_TRUE(LXCrypto::checkPassword(hash, "pass word"));
+    EXPECT_FALSE(LXCrypto::checkPassword(hash, "pass wore"));
+    EXPECT_NE(LXCrypto::hashPassword("pass word"), hash);  // salted
+
+    std::string locked = LXCrypto::lockWithPassword(a.signSecret, "pw");
+    std::string secret;
+    EXPECT_TRUE(LXCrypto::unlockWithPassword(locked, "pw", &secret));
+    EXPECT_EQ(secret, a.signSecret);
+    EXPECT_FALSE(LXCrypto::unlockWithPassword(locked, "pW", &secret));
+    EXPECT_FALSE(LXCrypto::unlockWithPassword(flipped(locked, 40), "pw", &secret));
+
+    std::string bytes;
+    EXPECT_TRUE(LXCrypto::fromHex(LXCrypto::toHex(std::string("\x00\xff\x10", 3)), &bytes));
+    EXPECT_EQ(bytes, std::string("\x00\xff\x10", 3));
+    EXPECT_FALSE(LXCrypto::fromHex("abc", &bytes));
+    EXPECT_FALSE(LXCrypto::fromHex("zz", &bytes));
+}
+
+TEST(SecureCrypto, CertificatesCountOnlyWithTheAnchorsSignature) {
+    LXSecureIdentity admin = makeUser("admin", nullptr);
+    LXSecureIdentity alice = makeUser("alice", &admin);
+    LXSecureIdentity mallory = makeUser("mallory", nullptr);  // signed herself
+    EXPECT_TRUE(admin.certificate.isCertifiedBy(admin.anchor));
+    EXPECT_TRUE(alice.certificate.isCertifiedBy(admin.anchor));
+    EXPECT_FALSE(mallory.certificate.isCertifiedBy(admin.anchor));
+
+    // Bound to the unique id: the same keys under another id don't count.
+    LXUserCertificate moved = alice.certificate;
+    moved.uniqueId = "bob";
+    EXPECT_FALSE(moved.isCertifiedBy(admin.anchor));
+    LXUserCertificate swapped = alice.certificate;
+    swapped.sealPublic = mallory.certificate.sealPublic;
+    EXPECT_FALSE(swapped.isCertifiedBy(admin.anchor));
+
+    LXUserCertificate back;
+    ASSERT_TRUE(LXUserCertificate::fromDictionary(alice.certificate.dictionary(), &back));
+    EXPECT_TRUE(back.isCertifiedBy(admin.anchor));
+    EXPECT_EQ(back.signPublic, alice.certificate.signPublic);
+    NSMutableDictionary* broken = alice.certificate.dictionary();
+    broken->setObject_forKey_("xyz"_ns, "SigningKey"_ns);
+    EXPECT_FALSE(LXUserCertificate::fromDictionary(broken, &back));
+}
+
+TEST(SecureCrypto, SealedDeltaOpensOnlyForItsAddressee) {
+    LXSecureIdentity admin = makeUser("admin", nullptr);
+    LXSecureIdentity alice = makeUser("alice", &admin), bob = makeUser("bob", &admin);
+    LXDelta* plain = plainDelta("alice", "bob", "MARKER-CITY");
+    LXDelta* envelope = LXSecure::sealedDelta(plain, alice, bob.certificate.sealPublic);
+    ASSERT_TRUE(envelope);
+    // The envelope names unique ids only; nothing of the record shows.
+    std::string archive = archiveOf(envelope);
+    EXPECT_EQ(archive.find("MARKER-CITY"), std::string::npos);
+    EXPECT_EQ(archive.find("A B"), std::string::npos);
+    EXPECT_EQ(str(envelope->addressee()->uniqueId()), "bob");
+    EXPECT_EQ(str(envelope->sender()->uniqueId()), "alice");
+
+    std::string inner, signature;
+    LXUserCertificate sender;
+    const char* why = nullptr;
+    LXDelta* opened = LXSecure::openedDelta(envelope, bob, &inner, &signature, &sender, &why);
+    ASSERT_TRUE(opened) << why;
+    EXPECT_EQ(sender.uniqueId, "alice");
+    EXPECT_TRUE(sender.isCertifiedBy(admin.anchor));
+    EXPECT_TRUE(LXSecure::deltaSignatureHolds(inner, signature, alice.certificate.signPublic));
+    EXPECT_FALSE(LXSecure::deltaSignatureHolds(inner, signature, bob.certificate.signPublic));
+    EXPECT_EQ(str(opened->sender()->firstName()), "A");
+    EXPECT_NE(str(opened->contents()->description()).find("MARKER-CITY"), std::string::npos);
+
+    EXPECT_FALSE(LXSecure::openedDelta(envelope, alice, &inner, &signature, &sender, &why));
+    EXPECT_STREQ(why, "does not open with this user's sealing key");
+    LXDelta* unsealed = plainDelta("alice", "bob", "x");
+    EXPECT_FALSE(LXSecure::openedDelta(unsealed, bob, &inner, &signature, &sender, &why));
+    EXPECT_STREQ(why, "not sealed");
+}
+
+// ---- The relay in secure mode ------------------------------------------
+
+class SecureRelayTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(LXCrypto::available());
+        admin_ = makeUser("admin-1", nullptr);
+        alice_ = makeUser("alice-2", &admin_);
+        bob_ = makeUser("bob-3", &admin_);
+        eve_ = makeUser("eve-4", &admin_);
+        mallory_ = makeUser("mallory-5", nullptr);
+        ASSERT_TRUE(
+                LXSecure::writeAnchorFile((dir_.path() + "/anchor.txt").c_str(), admin_.anchor));
+        mkdir((dir_.path() + "/relay").c_str(), 0755);
+        start();
+    }
+
+    void start() {
+        log_ = dir_.path() + "/relay.log";
+        size_t from = vt_test::readFile(log_).size();
+        relay_.reset(new Child("exec " + vt_test::quoteShell(envPath("VANTOR_RELAY_PATH")) +
+                                       " --secure --anchor " +
+                                       vt_test::quoteShell(dir_.path() + "/anchor.txt") +
+                                       " --bind 127.0.0.1 --port 0 --timeout 3 --dir " +
+                                       vt_test::quoteShell(dir_.path() + "/relay"),
+                               log_));
+        ASSERT_TRUE(waitFor(
+                [&] {
+                    std::string text = vt_test::readFile(log_);
+                    size_t at = text.find("listening on port ", from);
+                    if (at == std::string::npos) return false;
+                    port_ = static_cast<uint16_t>(std::atoi(text.c_str() + at + 18));
+                    return true;
+                },
+                10))
+                << vt_test::readFile(log_);
+    }
+
+    std::string log() { return vt_test::readFile(log_); }
+
+    Ref<LXSocket> connect() {
+        Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_("Mq7Tarn"_ns));
+        EXPECT_TRUE(socket->connect_port_("127.0.0.1"_ns, port_));
+        return socket;
+    }
+
+    // A secure deposit of the envelope for `addressee`, with `signer`'s
+    // certificate and a signature by `key` (signer's own unless given).
+    // The relay's answer, or -1 when it closed the connection without one.
+    int32_t deposit(LXDelta* envelope, const std::string& addressee, const LXSecureIdentity& signer,
+                    const std::string* key = nullptr) {
+        Ref<LXSocket> socket = connect();
+        std::string archive = archiveOf(envelope);
+        socket->sendInt_(LXRelayProtocol::kSecureDeposit);
+        socket->sendString_(ns(addressee));
+        socket->sendData_(LXSecure::dataOf(archive));
+        socket->sendData_(NSArchiver::archivedDataWithRootObject_(signer.certificate.dictionary()));
+        socket->sendData_(LXSecure::dataOf(LXCrypto::sign(LXSecure::depositText(addressee, archive),
+                                                          key ? *key : signer.signSecret)));
+        int32_t answer = socket->readInt();
+        return socket->isBroken() ? -1 : answer;
+    }
+
+    // A secure collect of `user`'s queue with `holder`'s certificate,
+    // answering the challenge with `key`. The sealed deltas received, all
+    // acknowledged; -1 in *count when the relay announced none.
+    std::vector<LXDelta*> collect(const std::string& user, const LXSecureIdentity& holder,
+                                  const std::string& key, int32_t* count) {
+        std::vector<LXDelta*> got;
+        Ref<LXSocket> socket = connect();
+        socket->sendInt_(LXRelayProtocol::kSecureCollect);
+        socket->sendString_(ns(user));
+        socket->sendData_(NSArchiver::archivedDataWithRootObject_(holder.certificate.dictionary()));
+        std::string challenge = LXSecure::bytesOf(socket->readData());
+        *count = -1;
+        if (challenge.size() != LXRelayProtocol::kChallengeBytes) return got;
+        socket->sendData_(
+                LXSecure::dataOf(LXCrypto::sign(LXSecure::collectText(user, challenge), key)));
+        int32_t n = socket->readInt();
+        if (socket->isBroken()) return got;
+        *count = n;
+        for (int32_t i = 0; i < n; i++) {
+            NSObject* object = socket->readObject();
+            if (!object || !object->isKindOfClass_(LXDelta::classObject())) break;
+            got.push_back(static_cast<LXDelta*>(object));
+            socket->sendInt_(LXRelayProtocol::kAcknowledged);
+        }
+        return got;
+    }
+
+    ScopedWorkDir dir_;
+    std::unique_ptr<Child> relay_;
+    std::string log_;
+    uint16_t port_ = 0;
+    LXSecureIdentity admin_, alice_, bob_, eve_, mallory_;
+};
+
+TEST_F(SecureRelayTest, HonestDepositAndCollectAndNothingReadable) {
+    LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "MARKER-7781"), alice_,
+                                              bob_.certificate.sealPublic);
+    EXPECT_EQ(deposit(envelope, "bob-3", alice_), 1);
+    // The relay's files hold bytes it can't read.
+    std::string stored = vt_test::readFile(dir_.path() + "/relay/_relay_.vcd");
+    EXPECT_FALSE(stored.empty());
+    EXPECT_EQ(stored.find("MARKER-7781"), std::string::npos);
+
+    // Kept over a restart.
+    relay_.reset();
+    start();
+    int32_t count;
+    std::vector<LXDelta*> got = collect("bob-3", bob_, bob_.signSecret, &count);
+    EXPECT_EQ(count, 1) << log();
+    ASSERT_EQ(got.size(), 1u);
+    std::string inner, signature;
+    LXUserCertificate sender;
+    const char* why = nullptr;
+    LXDelta* opened = LXSecure::openedDelta(got[0], bob_, &inner, &signature, &sender, &why);
+    ASSERT_TRUE(opened) << why;
+    EXPECT_TRUE(LXSecure::deltaSignatureHolds(inner, signature, alice_.certificate.signPublic));
+    // Delivered once: the queue is empty now.
+    EXPECT_TRUE(collect("bob-3", bob_, bob_.signSecret, &count).empty());
+    EXPECT_EQ(count, 0);
+}
+
+TEST_F(SecureRelayTest, AStolenUniqueIdCollectsNothingAndDeletesNothing) {
+    LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "x"), alice_,
+                                              bob_.certificate.sealPublic);
+    ASSERT_EQ(deposit(envelope, "bob-3", alice_), 1);
+
+    // The plain collect with Bob's unique id: refused, no count.
+    {
+        Ref<LXSocket> socket = connect();
+        socket->sendInt_(LXRelayProtocol::kCollect);
+        socket->sendString_("bob-3"_ns);
+        socket->sendString_("dummy_group"_ns);
+        socket->readInt();
+        EXPECT_TRUE(socket->isBroken());
+    }
+    int32_t count;
+    // Eve with her own (valid) certificate asks for Bob's queue.
+    EXPECT_TRUE(collect("bob-3", eve_, eve_.signSecret, &count).empty());
+    EXPECT_EQ(count, -1);
+    // Eve with Bob's public certificate, answering with her own key.
+    EXPECT_TRUE(collect("bob-3", bob_, eve_.signSecret, &count).empty());
+    EXPECT_EQ(count, -1);
+    // A certificate of keys the anchor never signed.
+    LXSecureIdentity fake = makeUser("bob-3", nullptr);
+    EXPECT_TRUE(collect("bob-3", fake, fake.signSecret, &count).empty());
+    EXPECT_EQ(count, -1);
+    std::string text = log();
+    EXPECT_NE(text.find("command 2 refused: this relay takes signed commands only"),
+              std::string::npos)
+            << text;
+    EXPECT_NE(text.find("collect refused: eve-4 asked for the queue of bob-3"), std::string::npos);
+    EXPECT_NE(text.find("collect refused: bob-3 did not sign the challenge"), std::string::npos);
+    EXPECT_NE(text.find("collect refused: the keys of bob-3 are not signed by the anchor"),
+              std::string::npos);
+
+    // All that left Bob's delta where it was.
+    EXPECT_EQ(collect("bob-3", bob_, bob_.signSecret, &count).size(), 1u);
+    EXPECT_EQ(count, 1);
+}
+
+TEST_F(SecureRelayTest, DepositsThatDoNotHoldAreRefused) {
+    LXDelta* fromAlice = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "x"), alice_,
+                                               bob_.certificate.sealPublic);
+    // The plain deposit.
+    {
+        Ref<LXSocket> socket = connect();
+        socket->sendInt_(LXRelayProtocol::kDeposit);
+        socket->sendString_("bob-3"_ns);
+        socket->sendObject_(fromAlice);
+        socket->readInt();
+        EXPECT_TRUE(socket->isBroken());
+    }
+    // In another user's name: Eve signs a delta whose sender is Alice.
+    EXPECT_EQ(deposit(fromAlice, "bob-3", eve_), -1);
+    // Alice's certificate with Eve's signature.
+    EXPECT_EQ(deposit(fromAlice, "bob-3", alice_, &eve_.signSecret), -1);
+    // Keys the anchor never signed, in their own name.
+    LXDelta* fromMallory = LXSecure::sealedDelta(plainDelta("mallory-5", "bob-3", "x"), mallory_,
+                                                 bob_.certificate.sealPublic);
+    EXPECT_EQ(deposit(fromMallory, "bob-3", mallory_), -1);
+    // Announced for another addressee than the signed one.
+    EXPECT_EQ(deposit(fromAlice, "eve-4", alice_), -1);
+    // A delta that is not sealed: the relay would hold a readable record.
+    LXDelta* plain = plainDelta("alice-2", "bob-3", "x");
+    EXPECT_EQ(deposit(plain, "bob-3", alice_), -1);
+
+    std::string text = log();
+    EXPECT_NE(text.find("command 1 refused"), std::string::npos) << text;
+    EXPECT_NE(text.find("deposit refused: eve-4 signed a delta in another name (alice-2)"),
+              std::string::npos);
+    EXPECT_NE(text.find("deposit refused: the signature of alice-2 does not hold"),
+              std::string::npos);
+    EXPECT_NE(text.find("deposit refused: the keys of mallory-5 are not signed by the anchor"),
+              std::string::npos);
+    EXPECT_NE(text.find("deposit refused: the signature of alice-2 does not hold"),
+              std::string::npos);
+    EXPECT_NE(text.find("deposit refused: the delta from alice-2 is not sealed"),
+              std::string::npos);
+    EXPECT_EQ(text.find("delta enqueued"), std::string::npos);
+    int32_t count;
+    EXPECT_TRUE(collect("bob-3", bob_, bob_.signSecret, &count).empty());
+    EXPECT_EQ(count, 0);
+}
+
+// The transceiver's own secure cycle against the relay: what it deposits
+// is collected by the addressee's transceiver, whose delegate sees it.
+TEST_F(SecureRelayTest, TransceiverSpeaksTheSecureCommands) {
+    LXTransceiver* t = LXTransceiver::defaultTransceiver();
+    t->setSecureIdentity(alice_);
+    t->setUser_(LXUser::userWithString_("A B/U/O-alice-2"_ns));
+    LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "x"), alice_,
+                                              bob_.certificate.sealPublic);
+    t->post_to_(envelope, envelope->addressee());
+    t->checkWithPort_host_(port_, "127.0.0.1"_ns);
+    EXPECT_EQ(t->lastCycleSent(), 1) << log();
+    EXPECT_TRUE(t->lastCycleComplete()) << log();
+    int32_t count;
+    EXPECT_EQ(collect("bob-3", bob_, bob_.signSecret, &count).size(), 1u);
+}
+
+}  // namespace
