@@ -5,12 +5,11 @@
 // attackers: the plain commands, another user's queue, a deposit in another
 // user's name or signed by a key the anchor never signed, an unsealed one.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <string>
 
 #include "foundation/NSData.h"
-#include "installation_support.h"
+#include "secure_support.h"
 #include "storage/NSArchiver.h"
 #include "sync/LXCrypto.h"
 #include "sync/LXDelta.h"
@@ -24,25 +23,9 @@
 namespace {
 
 using namespace synctest;
-using vt_installations::Child;
-using vt_installations::envPath;
-using vt_installations::waitFor;
+using namespace securetest;
 
 std::string str(NSString* s) { return s ? s->UTF8String() : ""; }
-
-// A user with fresh keys certified by `anchor` (itself when null).
-LXSecureIdentity makeUser(const std::string& id, const LXSecureIdentity* anchor) {
-    LXSecureIdentity user;
-    LXCrypto::KeyPairs pairs;
-    EXPECT_TRUE(LXCrypto::makeKeyPairs(&pairs));
-    user.certificate = {id, pairs.signPublic, pairs.sealPublic, ""};
-    user.signSecret = pairs.signSecret;
-    user.sealSecret = pairs.sealSecret;
-    user.anchor = anchor ? anchor->anchor : pairs.signPublic;
-    user.certificate.signature = LXCrypto::sign(user.certificate.certifiedText(),
-                                                anchor ? anchor->signSecret : pairs.signSecret);
-    return user;
-}
 
 // A set delta from `from` to `to` whose record carries `marker`.
 LXDelta* plainDelta(const std::string& from, const std::string& to, const std::string& marker) {
@@ -174,89 +157,25 @@ protected:
         bob_ = makeUser("bob-3", &admin_);
         eve_ = makeUser("eve-4", &admin_);
         mallory_ = makeUser("mallory-5", nullptr);
-        ASSERT_TRUE(
-                LXSecure::writeAnchorFile((dir_.path() + "/anchor.txt").c_str(), admin_.anchor));
-        mkdir((dir_.path() + "/relay").c_str(), 0755);
-        start();
+        std::string anchor = dir_.path() + "/anchor.txt";
+        ASSERT_TRUE(LXSecure::writeAnchorFile(anchor.c_str(), admin_.anchor));
+        relay_.reset(new SecureRelay(dir_.path(), anchor));
+        ASSERT_TRUE(relay_->start()) << relay_->log();
     }
 
-    void start() {
-        log_ = dir_.path() + "/relay.log";
-        size_t from = vt_test::readFile(log_).size();
-        relay_.reset(new Child("exec " + vt_test::quoteShell(envPath("VANTOR_RELAY_PATH")) +
-                                       " --secure --anchor " +
-                                       vt_test::quoteShell(dir_.path() + "/anchor.txt") +
-                                       " --bind 127.0.0.1 --port 0 --timeout 3 --dir " +
-                                       vt_test::quoteShell(dir_.path() + "/relay"),
-                               log_));
-        ASSERT_TRUE(waitFor(
-                [&] {
-                    std::string text = vt_test::readFile(log_);
-                    size_t at = text.find("listening on port ", from);
-                    if (at == std::string::npos) return false;
-                    port_ = static_cast<uint16_t>(std::atoi(text.c_str() + at + 18));
-                    return true;
-                },
-                10))
-                << vt_test::readFile(log_);
-    }
-
-    std::string log() { return vt_test::readFile(log_); }
-
-    Ref<LXSocket> connect() {
-        Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_("Mq7Tarn"_ns));
-        EXPECT_TRUE(socket->connect_port_("127.0.0.1"_ns, port_));
-        return socket;
-    }
-
-    // A secure deposit of the envelope for `addressee`, with `signer`'s
-    // certificate and a signature by `key` (signer's own unless given).
-    // The relay's answer, or -1 when it closed the connection without one.
+    std::string log() { return relay_->log(); }
+    Ref<LXSocket> connect() { return connectTo(relay_->port()); }
     int32_t deposit(LXDelta* envelope, const std::string& addressee, const LXSecureIdentity& signer,
                     const std::string* key = nullptr) {
-        Ref<LXSocket> socket = connect();
-        std::string archive = archiveOf(envelope);
-        socket->sendInt_(LXRelayProtocol::kSecureDeposit);
-        socket->sendString_(ns(addressee));
-        socket->sendData_(LXSecure::dataOf(archive));
-        socket->sendData_(NSArchiver::archivedDataWithRootObject_(signer.certificate.dictionary()));
-        socket->sendData_(LXSecure::dataOf(LXCrypto::sign(LXSecure::depositText(addressee, archive),
-                                                          key ? *key : signer.signSecret)));
-        int32_t answer = socket->readInt();
-        return socket->isBroken() ? -1 : answer;
+        return secureDeposit(relay_->port(), envelope, addressee, signer, key);
     }
-
-    // A secure collect of `user`'s queue with `holder`'s certificate,
-    // answering the challenge with `key`. The sealed deltas received, all
-    // acknowledged; -1 in *count when the relay announced none.
     std::vector<LXDelta*> collect(const std::string& user, const LXSecureIdentity& holder,
                                   const std::string& key, int32_t* count) {
-        std::vector<LXDelta*> got;
-        Ref<LXSocket> socket = connect();
-        socket->sendInt_(LXRelayProtocol::kSecureCollect);
-        socket->sendString_(ns(user));
-        socket->sendData_(NSArchiver::archivedDataWithRootObject_(holder.certificate.dictionary()));
-        std::string challenge = LXSecure::bytesOf(socket->readData());
-        *count = -1;
-        if (challenge.size() != LXRelayProtocol::kChallengeBytes) return got;
-        socket->sendData_(
-                LXSecure::dataOf(LXCrypto::sign(LXSecure::collectText(user, challenge), key)));
-        int32_t n = socket->readInt();
-        if (socket->isBroken()) return got;
-        *count = n;
-        for (int32_t i = 0; i < n; i++) {
-            NSObject* object = socket->readObject();
-            if (!object || !object->isKindOfClass_(LXDelta::classObject())) break;
-            got.push_back(static_cast<LXDelta*>(object));
-            socket->sendInt_(LXRelayProtocol::kAcknowledged);
-        }
-        return got;
+        return secureCollect(relay_->port(), user, holder, key, count);
     }
 
     ScopedWorkDir dir_;
-    std::unique_ptr<Child> relay_;
-    std::string log_;
-    uint16_t port_ = 0;
+    std::unique_ptr<SecureRelay> relay_;
     LXSecureIdentity admin_, alice_, bob_, eve_, mallory_;
 };
 
@@ -270,8 +189,8 @@ TEST_F(SecureRelayTest, HonestDepositAndCollectAndNothingReadable) {
     EXPECT_EQ(stored.find("MARKER-7781"), std::string::npos);
 
     // Kept over a restart.
-    relay_.reset();
-    start();
+    relay_->kill9();
+    ASSERT_TRUE(relay_->start());
     int32_t count;
     std::vector<LXDelta*> got = collect("bob-3", bob_, bob_.signSecret, &count);
     EXPECT_EQ(count, 1) << log();
@@ -379,7 +298,7 @@ TEST_F(SecureRelayTest, TransceiverSpeaksTheSecureCommands) {
     LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "x"), alice_,
                                               bob_.certificate.sealPublic);
     t->post_to_(envelope, envelope->addressee());
-    t->checkWithPort_host_(port_, "127.0.0.1"_ns);
+    t->checkWithPort_host_(relay_->port(), "127.0.0.1"_ns);
     EXPECT_EQ(t->lastCycleSent(), 1) << log();
     EXPECT_TRUE(t->lastCycleComplete()) << log();
     int32_t count;

@@ -1,0 +1,131 @@
+// For tests of the secure protocol: a vantor-relay --secure process on
+// loopback, and a client that speaks the secure commands by hand, as an
+// honest transceiver does or as an attacker would.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "foundation/NSData.h"
+#include "storage/NSArchiver.h"
+#include "sync/LXCrypto.h"
+#include "sync/LXDelta.h"
+#include "sync/LXRelayProtocol.h"
+#include "sync/LXSecure.h"
+#include "sync/LXSocket.h"
+#include "tests/sync/installation_support.h"
+
+namespace securetest {
+
+// A user with fresh keys certified by `anchor` (itself when null).
+inline LXSecureIdentity makeUser(const std::string& id, const LXSecureIdentity* anchor) {
+    LXSecureIdentity user;
+    LXCrypto::KeyPairs pairs;
+    EXPECT_TRUE(LXCrypto::makeKeyPairs(&pairs));
+    user.certificate = {id, pairs.signPublic, pairs.sealPublic, ""};
+    user.signSecret = pairs.signSecret;
+    user.sealSecret = pairs.sealSecret;
+    user.anchor = anchor ? anchor->anchor : pairs.signPublic;
+    user.certificate.signature = LXCrypto::sign(user.certificate.certifiedText(),
+                                                anchor ? anchor->signSecret : pairs.signSecret);
+    return user;
+}
+
+inline std::string archiveBytes(NSObject* object) {
+    return LXSecure::bytesOf(NSArchiver::archivedDataWithRootObject_(object));
+}
+
+// vantor-relay --secure --anchor ANCHOR in `root`/relay, on a port of the
+// system's choosing, restartable on a new one; killed with the object.
+class SecureRelay {
+public:
+    SecureRelay(const std::string& root, const std::string& anchorFile)
+        : _dir(root + "/relay"), _log(root + "/relay.log"), _anchor(anchorFile) {
+        mkdir(_dir.c_str(), 0755);
+    }
+    bool start() {
+        size_t from = vt_test::readFile(_log).size();
+        _child.reset(new vt_installations::Child(
+                "exec " + vt_test::quoteShell(vt_installations::envPath("VANTOR_RELAY_PATH")) +
+                        " --secure --anchor " + vt_test::quoteShell(_anchor) +
+                        " --bind 127.0.0.1 --port 0 --timeout 3 --dir " + vt_test::quoteShell(_dir),
+                _log));
+        return vt_installations::waitFor(
+                [&] {
+                    std::string text = vt_test::readFile(_log);
+                    size_t at = text.find("listening on port ", from);
+                    if (at == std::string::npos) return false;
+                    _port = static_cast<uint16_t>(std::atoi(text.c_str() + at + 18));
+                    return true;
+                },
+                10);
+    }
+    void kill9() { _child.reset(); }
+    uint16_t port() const { return _port; }
+    std::string log() const { return vt_test::readFile(_log); }
+    const std::string& dir() const { return _dir; }
+
+private:
+    std::string _dir, _log, _anchor;
+    uint16_t _port = 0;
+    std::unique_ptr<vt_installations::Child> _child;
+};
+
+inline Ref<LXSocket> connectTo(uint16_t port) {
+    Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(
+            NSString::stringWithUTF8String_(LXRelayProtocol::kWireKey)));
+    EXPECT_TRUE(socket->connect_port_("127.0.0.1"_ns, port));
+    return socket;
+}
+
+// A secure deposit of the envelope for `addressee`, with `signer`'s
+// certificate and a signature by `key` (the signer's own unless given).
+// The relay's answer, or -1 when it closed the connection without one.
+inline int32_t secureDeposit(uint16_t port, LXDelta* envelope, const std::string& addressee,
+                             const LXSecureIdentity& signer, const std::string* key = nullptr) {
+    Ref<LXSocket> socket = connectTo(port);
+    std::string archive = archiveBytes(envelope);
+    socket->sendInt_(LXRelayProtocol::kSecureDeposit);
+    socket->sendString_(NSString::stringWithUTF8String_(addressee.c_str()));
+    socket->sendData_(LXSecure::dataOf(archive));
+    socket->sendData_(NSArchiver::archivedDataWithRootObject_(signer.certificate.dictionary()));
+    socket->sendData_(LXSecure::dataOf(LXCrypto::sign(LXSecure::depositText(addressee, archive),
+                                                      key ? *key : signer.signSecret)));
+    int32_t answer = socket->readInt();
+    return socket->isBroken() ? -1 : answer;
+}
+
+// A secure collect of `user`'s queue with `holder`'s certificate, answering
+// the challenge with `key`. The deltas received, each acknowledged; *count
+// is what the relay announced, -1 when it announced nothing.
+inline std::vector<LXDelta*> secureCollect(uint16_t port, const std::string& user,
+                                           const LXSecureIdentity& holder, const std::string& key,
+                                           int32_t* count) {
+    std::vector<LXDelta*> got;
+    Ref<LXSocket> socket = connectTo(port);
+    socket->sendInt_(LXRelayProtocol::kSecureCollect);
+    socket->sendString_(NSString::stringWithUTF8String_(user.c_str()));
+    socket->sendData_(NSArchiver::archivedDataWithRootObject_(holder.certificate.dictionary()));
+    std::string challenge = LXSecure::bytesOf(socket->readData());
+    *count = -1;
+    if (challenge.size() != LXRelayProtocol::kChallengeBytes) return got;
+    socket->sendData_(
+            LXSecure::dataOf(LXCrypto::sign(LXSecure::collectText(user, challenge), key)));
+    int32_t n = socket->readInt();
+    if (socket->isBroken()) return got;
+    *count = n;
+    for (int32_t i = 0; i < n; i++) {
+        NSObject* object = socket->readObject();
+        if (!object || !object->isKindOfClass_(LXDelta::classObject())) break;
+        got.push_back(static_cast<LXDelta*>(object));
+        socket->sendInt_(LXRelayProtocol::kAcknowledged);
+    }
+    return got;
+}
+
+}  // namespace securetest
