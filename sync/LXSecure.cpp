@@ -1,6 +1,8 @@
 #include "sync/LXSecure.h"
 
 #include <cstdio>
+#include <mutex>
+#include <unordered_set>
 
 #include "foundation/NSData.h"
 #include "foundation/platform/Platform.h"
@@ -30,9 +32,26 @@ std::string LXUserCertificate::certifiedText() const {
 }
 
 bool LXUserCertificate::isCertifiedBy(const std::string& anchor) const {
-    return !uniqueId.empty() && signPublic.size() == LXCrypto::kSignPublicBytes &&
-           sealPublic.size() == LXCrypto::kSealPublicBytes &&
-           LXCrypto::verify(certifiedText(), signature, anchor);
+    if (uniqueId.empty() || signPublic.size() != LXCrypto::kSignPublicBytes ||
+        sealPublic.size() != LXCrypto::kSealPublicBytes)
+        return false;
+    // The same few certificates come with every delta and every deposit:
+    // one that held once holds again, and a signature check costs as much
+    // as the rest of a deposit. Only what held is remembered, exactly as it
+    // was checked, so nothing unchecked ever passes.
+    static std::mutex lock;
+    static std::unordered_set<std::string> held;
+    std::string text = certifiedText();
+    std::string entry = anchor + signature + text;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        if (held.count(entry)) return true;
+    }
+    if (!LXCrypto::verify(text, signature, anchor)) return false;
+    std::lock_guard<std::mutex> guard(lock);
+    if (held.size() >= 4096) held.clear();  // an organisation has fewer users
+    held.insert(entry);
+    return true;
 }
 
 NSMutableDictionary* LXUserCertificate::dictionary() const {
