@@ -14,6 +14,7 @@
 
 #include "app/VTUserKey.h"
 #include "foundation/NSAutoreleasePool.h"
+#include "tests/support/FaultProxy.h"
 #include "tests/support/TempDir.h"
 #include "tests/sync/secure_support.h"
 
@@ -191,6 +192,39 @@ TEST_F(SecureOrganisationTest, ChangesTravelSealedAndTheRelayReadsNothing) {
     ASSERT_TRUE(sync(org_));
     EXPECT_TRUE(contains(bob_.records("company")[id], "MARKER-Sealed-4711"));
     EXPECT_TRUE(contains(org_.records("company")[id], "MARKER-Sealed-4711"));
+}
+
+// Connections cut, reset, stalled and refused at any byte of the secure
+// exchanges (the challenge included) lose no change and apply none twice.
+TEST_F(SecureOrganisationTest, TheFaultProxyLosesNothing) {
+    vt_test::FaultProxyOptions options;
+    options.sequence = 28;
+    options.passWeight = 3;
+    options.stallSeconds = 1;
+    options.maxFaultOffset = 400;
+    vt_test::FaultProxy proxy(relay_->port(), options);
+    ASSERT_NE(proxy.port(), 0);
+    std::string refusedBefore[2] = {bob_.admin("deltas --refused").out,
+                                    org_.admin("deltas --refused").out};
+    std::vector<std::string> made;
+    for (int i = 0; i < 5; i++) {
+        std::string id =
+                alice_.set("company", R"({"name": "Faulty )" + std::to_string(i) +
+                                              R"(", "city": "Olomouc", "industry": "trade"})");
+        ASSERT_FALSE(id.empty());
+        made.push_back(id);
+    }
+    for (const Installation* each : {&alice_, &bob_, &org_})
+        ASSERT_TRUE(each->syncDone(proxy.port(), 80)) << each->dir;
+    EXPECT_GT(proxy.connections() - proxy.count(vt_test::Fate::Pass), 0);
+    const Installation* receivers[2] = {&bob_, &org_};
+    for (int i = 0; i < 2; i++) {
+        std::map<std::string, std::string> companies = receivers[i]->records("company");
+        for (const std::string& id : made)
+            EXPECT_TRUE(companies.count(id)) << receivers[i]->dir << " " << id;
+        // Nothing broken in transit was taken for a forgery.
+        EXPECT_EQ(receivers[i]->admin("deltas --refused").out, refusedBefore[i]);
+    }
 }
 
 TEST_F(SecureOrganisationTest, ForgedTamperedAndUnauthorisedChangesAreRefused) {
