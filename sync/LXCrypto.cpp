@@ -116,24 +116,35 @@ bool verify(const std::string& message, const std::string& signature,
                                        bytesOf(signPublic)) == 0;
 }
 
-std::string seal(const std::string& message, const std::string& sealPublic) {
-    if (!ready() || sealPublic.size() != crypto_box_PUBLICKEYBYTES) return "";
-    std::string sealed(message.size() + crypto_box_SEALBYTES, '\0');
-    if (crypto_box_seal(bytesOf(&sealed), bytesOf(message), message.size(), bytesOf(sealPublic)) !=
-        0)
+std::string sharedKey(const std::string& theirPublic, const std::string& mySecret) {
+    if (!ready() || theirPublic.size() != crypto_box_PUBLICKEYBYTES ||
+        mySecret.size() != crypto_box_SECRETKEYBYTES)
+        return "";
+    std::string shared(crypto_box_BEFORENMBYTES, '\0');
+    if (crypto_box_beforenm(bytesOf(&shared), bytesOf(theirPublic), bytesOf(mySecret)) != 0)
+        return "";
+    return shared;
+}
+
+std::string seal(const std::string& message, const std::string& shared) {
+    if (!ready() || shared.size() != crypto_box_BEFORENMBYTES) return "";
+    std::string sealed(crypto_box_NONCEBYTES + crypto_box_MACBYTES + message.size(), '\0');
+    unsigned char* nonce = bytesOf(&sealed);
+    randombytes_buf(nonce, crypto_box_NONCEBYTES);
+    if (crypto_box_easy_afternm(nonce + crypto_box_NONCEBYTES, bytesOf(message), message.size(),
+                                nonce, bytesOf(shared)) != 0)
         return "";
     return sealed;
 }
 
-bool open(const std::string& sealed, const std::string& sealPublic, const std::string& sealSecret,
-          std::string* message) {
-    if (!ready() || sealed.size() < crypto_box_SEALBYTES ||
-        sealPublic.size() != crypto_box_PUBLICKEYBYTES ||
-        sealSecret.size() != crypto_box_SECRETKEYBYTES)
-        return false;
-    std::string out(sealed.size() - crypto_box_SEALBYTES, '\0');
-    if (crypto_box_seal_open(out.empty() ? nullptr : bytesOf(&out), bytesOf(sealed), sealed.size(),
-                             bytesOf(sealPublic), bytesOf(sealSecret)) != 0)
+bool open(const std::string& sealed, const std::string& shared, std::string* message) {
+    const size_t head = crypto_box_NONCEBYTES + crypto_box_MACBYTES;
+    if (!ready() || sealed.size() < head || shared.size() != crypto_box_BEFORENMBYTES) return false;
+    const unsigned char* nonce = bytesOf(sealed);
+    std::string out(sealed.size() - head, '\0');
+    if (crypto_box_open_easy_afternm(
+                out.empty() ? nullptr : bytesOf(&out), nonce + crypto_box_NONCEBYTES,
+                sealed.size() - crypto_box_NONCEBYTES, nonce, bytesOf(shared)) != 0)
         return false;
     *message = out;
     return true;
@@ -194,10 +205,9 @@ void randomBytes(void* buffer, size_t length) { deviceBytes(buffer, length); }
 bool makeKeyPairs(KeyPairs*) { return false; }
 std::string sign(const std::string&, const std::string&) { return ""; }
 bool verify(const std::string&, const std::string&, const std::string&) { return false; }
+std::string sharedKey(const std::string&, const std::string&) { return ""; }
 std::string seal(const std::string&, const std::string&) { return ""; }
-bool open(const std::string&, const std::string&, const std::string&, std::string*) {
-    return false;
-}
+bool open(const std::string&, const std::string&, std::string*) { return false; }
 std::string hashPassword(const std::string&) { return ""; }
 bool checkPassword(const std::string&, const std::string&) { return false; }
 std::string lockWithPassword(const std::string&, const std::string&) { return ""; }

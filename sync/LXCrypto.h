@@ -4,8 +4,10 @@
 //
 //   signing     Ed25519 (crypto_sign_detached): 32-byte public key,
 //               64-byte secret key, 64-byte signatures
-//   sealing     X25519 + XSalsa20-Poly1305 sealed boxes (crypto_box_seal):
-//               32-byte keys; a sealed message is 48 bytes longer
+//   sealing     X25519 + XSalsa20-Poly1305 boxes (crypto_box): 32-byte
+//               keys; the key a pair of users shares is computed once
+//               (crypto_box_beforenm), each message then costs only the
+//               symmetric cipher; a sealed message is 40 bytes longer
 //   passwords   Argon2id (crypto_pwhash_str) for the stored hash; a key
 //               derived by crypto_pwhash from the password and a random
 //               salt locks secret keys with crypto_secretbox
@@ -43,13 +45,15 @@ std::string sign(const std::string& message, const std::string& signSecret);
 bool verify(const std::string& message, const std::string& signature,
             const std::string& signPublic);
 
-// The message sealed to a sealing public key: only the holder of the secret
-// half opens it; the sender stays anonymous (the signature inside says who
-// it is). Empty on failure.
-std::string seal(const std::string& message, const std::string& sealPublic);
-// False when the bytes were not sealed to this pair or were changed.
-bool open(const std::string& sealed, const std::string& sealPublic, const std::string& sealSecret,
-          std::string* message);
+// The key two sealing pairs share (crypto_box_beforenm): the same from my
+// secret and your public half as from yours and mine. Empty on failure.
+std::string sharedKey(const std::string& theirPublic, const std::string& mySecret);
+// The message sealed under a shared key: a random nonce, then the
+// authenticated ciphertext (crypto_box_easy_afternm), 40 bytes longer.
+// Only the two holders of the pairs can open it. Empty on failure.
+std::string seal(const std::string& message, const std::string& shared);
+// False when the bytes were sealed under another key or were changed.
+bool open(const std::string& sealed, const std::string& shared, std::string* message);
 
 // The salted slow hash of a password, as a printable string; empty on
 // failure (out of memory).

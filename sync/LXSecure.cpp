@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "foundation/NSData.h"
@@ -23,6 +24,28 @@ bool hexEntry(NSDictionary* dict, const char* key, std::string* bytes) {
 }
 
 const char kDeltaPrefix[] = "vantor-delta\n";
+
+// The key this user's sealing pair shares with another's. Computing it is
+// the costly part of sealing (a scalar multiplication); a user writes to
+// and hears from the same few others, so each pair's key is kept for the
+// process (bounded: cleared when full).
+std::string sharedKey(const std::string& theirPublic, const std::string& myPublic,
+                      const std::string& mySecret) {
+    static std::mutex lock;
+    static std::unordered_map<std::string, std::string> keys;
+    std::string pair = theirPublic + myPublic;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        auto found = keys.find(pair);
+        if (found != keys.end()) return found->second;
+    }
+    std::string shared = LXCrypto::sharedKey(theirPublic, mySecret);
+    if (shared.empty()) return shared;
+    std::lock_guard<std::mutex> guard(lock);
+    if (keys.size() >= 4096) keys.clear();
+    keys[pair] = shared;
+    return shared;
+}
 
 }  // namespace
 
@@ -114,23 +137,24 @@ LXDelta* sealedDelta(LXDelta* delta, const LXSecureIdentity& sender,
                      const std::string& addresseeSealPublic) {
     std::string archive = bytesOf(NSArchiver::archivedDataWithRootObject_(delta));
     std::string signature = LXCrypto::sign(kDeltaPrefix + archive, sender.signSecret);
-    if (signature.empty()) return nullptr;
+    std::string shared =
+            sharedKey(addresseeSealPublic, sender.certificate.sealPublic, sender.sealSecret);
+    if (signature.empty() || shared.empty()) return nullptr;
     std::string certificate =
             bytesOf(NSArchiver::archivedDataWithRootObject_(sender.certificate.dictionary()));
     uint32_t n = static_cast<uint32_t>(certificate.size());
     std::string length{static_cast<char>(n & 0xff), static_cast<char>((n >> 8) & 0xff),
                        static_cast<char>((n >> 16) & 0xff), static_cast<char>(n >> 24)};
-    std::string sealed =
-            LXCrypto::seal(signature + length + certificate + archive, addresseeSealPublic);
-    if (sealed.empty()) return nullptr;
+    std::string box = LXCrypto::seal(signature + archive, shared);
+    if (box.empty()) return nullptr;
     // Unique ids only: the relay keys its queues by them and needs no name.
     LXUser* from = LXUser::userWithString_(str("-" + sender.certificate.uniqueId));
     LXUser* to = LXUser::userWithString_(NSString::stringWithFormat_(
             "-%s", NSNil(delta->addressee(), &LXUser::uniqueId)
                            ? delta->addressee()->uniqueId()->UTF8String()
                            : ""));
-    LXDelta* envelope =
-            LXDelta::deltaWithPool_sender_contents_(delta->pool(), from, dataOf(sealed));
+    LXDelta* envelope = LXDelta::deltaWithPool_sender_contents_(delta->pool(), from,
+                                                                dataOf(length + certificate + box));
     envelope->setAddressee_(to);
     return envelope;
 }
@@ -142,33 +166,32 @@ LXDelta* openedDelta(LXDelta* envelope, const LXSecureIdentity& me, std::string*
         *why = "not sealed";
         return nullptr;
     }
-    std::string inner;
-    if (!LXCrypto::open(bytesOf(static_cast<NSData*>(contents)), me.certificate.sealPublic,
-                        me.sealSecret, &inner) ||
-        inner.size() <= LXCrypto::kSignatureBytes) {
-        *why = "does not open with this user's sealing key";
-        return nullptr;
-    }
-    const size_t head = LXCrypto::kSignatureBytes + 4;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(inner.data());
-    size_t length = inner.size() < head
-                            ? 0
-                            : bytes[head - 4] | bytes[head - 3] << 8 | bytes[head - 2] << 16 |
-                                      static_cast<size_t>(bytes[head - 1]) << 24;
-    if (inner.size() < head || length > inner.size() - head) {
+    std::string sealed = bytesOf(static_cast<NSData*>(contents));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(sealed.data());
+    size_t length = sealed.size() < 4 ? 0
+                                      : bytes[0] | bytes[1] << 8 | bytes[2] << 16 |
+                                                static_cast<size_t>(bytes[3]) << 24;
+    if (sealed.size() < 4 || length > sealed.size() - 4) {
         *why = "sealed contents are cut short";
         return nullptr;
     }
-    *signature = inner.substr(0, LXCrypto::kSignatureBytes);
     {
         Ref<NSUnarchiver> unarchiver = NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_,
-                                                            dataOf(inner.substr(head, length)));
+                                                            dataOf(sealed.substr(4, length)));
         if (!LXUserCertificate::fromDictionary(unarchiver->decodeObject(), sender)) {
             *why = "no sender's certificate";
             return nullptr;
         }
     }
-    *archive = inner.substr(head + length);
+    std::string shared = sharedKey(sender->sealPublic, me.certificate.sealPublic, me.sealSecret);
+    std::string inner;
+    if (shared.empty() || !LXCrypto::open(sealed.substr(4 + length), shared, &inner) ||
+        inner.size() <= LXCrypto::kSignatureBytes) {
+        *why = "does not open with this user's sealing key";
+        return nullptr;
+    }
+    *signature = inner.substr(0, LXCrypto::kSignatureBytes);
+    *archive = inner.substr(LXCrypto::kSignatureBytes);
     Ref<NSUnarchiver> unarchiver =
             NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, dataOf(*archive));
     NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));

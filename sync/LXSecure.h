@@ -11,14 +11,14 @@
 //
 // A sealed delta is an LXDelta envelope whose contents are NSData:
 //
-//   sealed   := seal(inner, addressee's sealing key)
-//   inner    := signature[64] length[4] certificate archive
+//   sealed   := length[4] certificate box
+//   box       = seal(signature[64] archive, key shared by the sender's
+//               and the addressee's sealing pairs)
 //   signature = sign("vantor-delta\n" archive, sender's signing key)
 //
 // `certificate` (`length` bytes, little-endian) is the archive of the
-// sender's certified keys, so that a receiver can check a sender whose
-// record has not reached it yet.
-//
+// sender's certified keys: public, and what the addressee needs to find
+// the shared key, also while the sender's record has not reached it yet.
 // `archive` is the plain LXDelta (pool, full sender, full addressee,
 // contents). The envelope's own sender and addressee carry the unique ids
 // only, so that the relay learns no names.

@@ -59,15 +59,22 @@ TEST(SecureCrypto, SignaturesSealsAndLockedSecrets) {
     EXPECT_FALSE(LXCrypto::verify("message", flipped(signature, 7), a.certificate.signPublic));
     EXPECT_FALSE(LXCrypto::verify("message", signature, b.certificate.signPublic));
 
-    std::string sealed = LXCrypto::seal("secret text", b.certificate.sealPublic);
+    // Both ends find the same shared key, each from its own secret half.
+    std::string shared = LXCrypto::sharedKey(b.certificate.sealPublic, a.sealSecret);
+    ASSERT_FALSE(shared.empty());
+    EXPECT_EQ(LXCrypto::sharedKey(a.certificate.sealPublic, b.sealSecret), shared);
+    LXSecureIdentity c = makeUser("c", &a);
+    std::string other = LXCrypto::sharedKey(b.certificate.sealPublic, c.sealSecret);
+    EXPECT_NE(other, shared);
+    std::string sealed = LXCrypto::seal("secret text", shared);
     EXPECT_EQ(sealed.find("secret"), std::string::npos);
+    EXPECT_NE(LXCrypto::seal("secret text", shared), sealed);  // a fresh nonce each time
     std::string opened;
-    EXPECT_TRUE(LXCrypto::open(sealed, b.certificate.sealPublic, b.sealSecret, &opened));
+    EXPECT_TRUE(LXCrypto::open(sealed, shared, &opened));
     EXPECT_EQ(opened, "secret text");
-    EXPECT_FALSE(LXCrypto::open(sealed, a.certificate.sealPublic, a.sealSecret, &opened));
-    for (size_t at : {size_t{0}, size_t{33}, sealed.size() - 1})
-        EXPECT_FALSE(LXCrypto::open(flipped(sealed, at), b.certificate.sealPublic, b.sealSecret,
-                                    &opened));
+    EXPECT_FALSE(LXCrypto::open(sealed, other, &opened));
+    for (size_t at : {size_t{0}, size_t{30}, sealed.size() - 1})
+        EXPECT_FALSE(LXCrypto::open(flipped(sealed, at), shared, &opened));
 
     std::string hash = LXCrypto::hashPassword("pass word");
     EXPECT_EQ(hash.find("pass word"), std::string::npos);
@@ -139,7 +146,8 @@ TEST(SecureCrypto, SealedDeltaOpensOnlyForItsAddressee) {
     EXPECT_EQ(str(opened->sender()->firstName()), "A");
     EXPECT_NE(str(opened->contents()->description()).find("MARKER-CITY"), std::string::npos);
 
-    EXPECT_FALSE(LXSecure::openedDelta(envelope, alice, &inner, &signature, &sender, &why));
+    LXSecureIdentity eve = makeUser("eve", &admin);
+    EXPECT_FALSE(LXSecure::openedDelta(envelope, eve, &inner, &signature, &sender, &why));
     EXPECT_STREQ(why, "does not open with this user's sealing key");
     LXDelta* unsealed = plainDelta("alice", "bob", "x");
     EXPECT_FALSE(LXSecure::openedDelta(unsealed, bob, &inner, &signature, &sender, &why));
