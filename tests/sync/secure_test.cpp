@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSData.h"
 #include "secure_support.h"
 #include "storage/NSArchiver.h"
@@ -43,12 +44,18 @@ LXDelta* plainDelta(const std::string& from, const std::string& to, const std::s
     return d;
 }
 
+// Every test's objects go with the test's own pool.
+class SecureCrypto : public testing::Test {
+protected:
+    NSAutoreleasePoolScope pool_;
+};
+
 std::string flipped(std::string bytes, size_t at) {
     bytes[at % bytes.size()] ^= 0x01;
     return bytes;
 }
 
-TEST(SecureCrypto, SignaturesSealsAndLockedSecrets) {
+TEST_F(SecureCrypto, SignaturesSealsAndLockedSecrets) {
     ASSERT_TRUE(LXCrypto::available());
     LXSecureIdentity a = makeUser("a", nullptr), b = makeUser("b", &a);
 
@@ -96,7 +103,7 @@ TEST(SecureCrypto, SignaturesSealsAndLockedSecrets) {
     EXPECT_FALSE(LXCrypto::fromHex("zz", &bytes));
 }
 
-TEST(SecureCrypto, CertificatesCountOnlyWithTheAnchorsSignature) {
+TEST_F(SecureCrypto, CertificatesCountOnlyWithTheAnchorsSignature) {
     LXSecureIdentity admin = makeUser("admin", nullptr);
     LXSecureIdentity alice = makeUser("alice", &admin);
     LXSecureIdentity mallory = makeUser("mallory", nullptr);  // signed herself
@@ -121,7 +128,7 @@ TEST(SecureCrypto, CertificatesCountOnlyWithTheAnchorsSignature) {
     EXPECT_FALSE(LXUserCertificate::fromDictionary(broken, &back));
 }
 
-TEST(SecureCrypto, SealedDeltaOpensOnlyForItsAddressee) {
+TEST_F(SecureCrypto, SealedDeltaOpensOnlyForItsAddressee) {
     LXSecureIdentity admin = makeUser("admin", nullptr);
     LXSecureIdentity alice = makeUser("alice", &admin), bob = makeUser("bob", &admin);
     LXDelta* plain = plainDelta("alice", "bob", "MARKER-CITY");
@@ -158,6 +165,7 @@ TEST(SecureCrypto, SealedDeltaOpensOnlyForItsAddressee) {
 
 class SecureRelayTest : public testing::Test {
 protected:
+    NSAutoreleasePoolScope pool_;
     void SetUp() override {
         ASSERT_TRUE(LXCrypto::available());
         admin_ = makeUser("admin-1", nullptr);
