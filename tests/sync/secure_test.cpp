@@ -161,6 +161,20 @@ TEST_F(SecureCrypto, SealedDeltaOpensOnlyForItsAddressee) {
     EXPECT_STREQ(why, "not sealed");
 }
 
+TEST_F(SecureCrypto, TheRelaysSecureOptionsGoTogether) {
+    std::string relay = vt_test::quoteShell(vt_installations::envPath("VANTOR_RELAY_PATH"));
+    vt_test::ProgramResult alone = vt_test::runProgram(relay + " --secure --port 0");
+    EXPECT_EQ(alone.status, 2);
+    EXPECT_NE(alone.err.find("--secure and --anchor go together"), std::string::npos) << alone.err;
+    EXPECT_EQ(vt_test::runProgram(relay + " --anchor x.txt --port 0").status, 2);
+    vt_test::ProgramResult missing =
+            vt_test::runProgram(relay + " --secure --anchor /nonexistent/anchor.txt --port 0");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.err.find("--anchor: /nonexistent/anchor.txt holds no anchor"),
+              std::string::npos)
+            << missing.err;
+}
+
 // ---- The relay in secure mode ------------------------------------------
 
 class SecureRelayTest : public testing::Test {
