@@ -72,20 +72,23 @@ bool Session::open(const char* command) {
                      command);
         return false;
     }
-    if (!VTUserKey::key_matchesPassword_(key, NSString::stringWithUTF8String_(password.c_str()))) {
+    // A secure key's secret keys open only with its password (the lock is
+    // authenticated), so unlocking them is the password check: one Argon2id
+    // derivation per login instead of a second one for the stored hash.
+    bool matches = VTUserKey::isSecureKey_(key)
+                           ? VTUserKey::unlock(key, password, &_identity)
+                           : VTUserKey::key_matchesPassword_(
+                                     key, NSString::stringWithUTF8String_(password.c_str()));
+    if (!matches) {
         std::fprintf(stderr, "vantor-admin: %s: wrong password for the key in userkey/\n", command);
         return false;
     }
     // anchor.txt switches the installation to the secure protocol: then
-    // only a secure key logs in, and its secret keys are unlocked here.
+    // only a secure key logs in, with its secret keys unlocked above.
     std::string anchor;
     bool secure = vtFileExists(kVTAnchorFile);
     if (secure && !LXSecure::readAnchorFile(kVTAnchorFile, &anchor)) {
         std::fprintf(stderr, "vantor-admin: %s: %s holds no anchor\n", command, kVTAnchorFile);
-        return false;
-    }
-    if (VTUserKey::isSecureKey_(key) && !VTUserKey::unlock(key, password, &_identity)) {
-        std::fprintf(stderr, "vantor-admin: %s: the key's secret keys don't open\n", command);
         return false;
     }
     if (secure && (!_identity.isComplete() || _identity.anchor != anchor)) {
