@@ -202,10 +202,10 @@ void VTWorkspace::post(LXDelta* delta, LXUser* addressee) {
 NSString* VTWorkspace::reasonToRefuseSealed(LXDelta* envelope, LXDelta** opened, bool* fromAnchor) {
     std::shared_ptr<const LXSecureIdentity> me =
             LXTransceiver::defaultTransceiver()->secureIdentity();
-    std::string archive, signature;
+    std::string signedText, signature;
     LXUserCertificate carried;
     const char* why = nullptr;
-    LXDelta* delta = LXSecure::openedDelta(envelope, *me, &archive, &signature, &carried, &why);
+    LXDelta* delta = LXSecure::openedDelta(envelope, *me, &signedText, &signature, &carried, &why);
     if (!delta) return NSString::stringWithUTF8String_(why);
     NSString* from = NSNil(delta->sender(), &LXUser::uniqueId);
     NSString* to = NSNil(delta->addressee(), &LXUser::uniqueId);
@@ -224,7 +224,7 @@ NSString* VTWorkspace::reasonToRefuseSealed(LXDelta* envelope, LXDelta** opened,
         recorded.signPublic != carried.signPublic)
         return NSString::stringWithFormat_("the keys of %s differ from the sender's record",
                                            from->UTF8String());
-    if (!LXSecure::deltaSignatureHolds(archive, signature, carried.signPublic))
+    if (!LXSecure::deltaSignatureHolds(signedText, signature, carried.signPublic))
         return NSString::stringWithFormat_("the signature of %s does not hold", from->UTF8String());
     *opened = delta;
     *fromAnchor = carried.signPublic == me->anchor;

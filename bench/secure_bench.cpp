@@ -3,18 +3,18 @@
 //
 //   Relay/<mode>/Deposit   deposits/s: one connection per delta, as the
 //                          transceiver's send phase makes them; the client's
-//                          part (the sealed envelope, the deposit's
-//                          signature) made beforehand, so that the figure is
-//                          the relay's: reading, checking the certificate
-//                          and the signature (secure), storing, answering
+//                          part (the sealed and signed envelope) made
+//                          beforehand, so that the figure is the relay's:
+//                          reading, checking the certificate and the
+//                          delta's signature (secure), storing, answering
 //   Relay/<mode>/Collect   collects/s: one collect connection (the secure
 //                          one answering the relay's challenge) for the
 //                          deposited deltas, each read and acknowledged in
 //                          turn
 //   EndToEnd/<mode>        deltas/s from a sender's record to the
 //                          addressee's decoded delta: the sender archives
-//                          the delta (secure: signs it and seals it to the
-//                          addressee's key), deposits it (secure: signed);
+//                          the delta (secure: seals it to the addressee's
+//                          key and signs the sealed bytes), deposits it;
 //                          the addressee collects (secure: answering the
 //                          challenge) and decodes each (secure: opens it,
 //                          checks the certificate against the anchor and
@@ -161,36 +161,21 @@ Ref<LXSocket> connect(uint16_t port) {
     return socket;
 }
 
-// What a deposit carries: the archive (the envelope's, when secure) and,
-// secure, the deposit's signature.
-struct Deposit {
-    std::string archive;
-    std::string signature;
-};
-
-Deposit prepare(LXDelta* delta, bool secure) {
-    Deposit d;
-    if (!secure) {
-        d.archive = LXSecure::bytesOf(NSArchiver::archivedDataWithRootObject_(delta));
-        return d;
+// What a deposit carries: the archive of the delta (secure: of its
+// envelope, sealed and signed).
+std::string prepare(LXDelta* delta, bool secure) {
+    if (secure) {
+        const Users& u = users();
+        delta = LXSecure::sealedDelta(delta, u.sender, u.addressee.certificate.sealPublic);
     }
-    const Users& u = users();
-    LXDelta* envelope = LXSecure::sealedDelta(delta, u.sender, u.addressee.certificate.sealPublic);
-    d.archive = LXSecure::bytesOf(NSArchiver::archivedDataWithRootObject_(envelope));
-    d.signature = LXCrypto::sign(LXSecure::depositText("3", d.archive), u.sender.signSecret);
-    return d;
+    return LXSecure::bytesOf(NSArchiver::archivedDataWithRootObject_(delta));
 }
 
-bool deposit(uint16_t port, const Deposit& d, bool secure) {
+bool deposit(uint16_t port, const std::string& archive, bool secure) {
     Ref<LXSocket> socket = connect(port);
     socket->sendInt_(secure ? LXRelayProtocol::kSecureDeposit : LXRelayProtocol::kDeposit);
     socket->sendString_("3"_ns);
-    socket->sendData_(LXSecure::dataOf(d.archive));
-    if (secure) {
-        socket->sendData_(
-                NSArchiver::archivedDataWithRootObject_(users().sender.certificate.dictionary()));
-        socket->sendData_(LXSecure::dataOf(d.signature));
-    }
+    socket->sendData_(LXSecure::dataOf(archive));
     return socket->readInt() == LXRelayProtocol::kAcknowledged;
 }
 
@@ -234,13 +219,13 @@ bool receive(NSData* data, bool secure) {
     if (!object || !object->isKindOfClass_(LXDelta::classObject())) return false;
     if (!secure) return static_cast<LXDelta*>(object)->contents() != nullptr;
     const Users& u = users();
-    std::string archive, signature;
+    std::string signedText, signature;
     LXUserCertificate sender;
     const char* why = nullptr;
-    LXDelta* opened = LXSecure::openedDelta(static_cast<LXDelta*>(object), u.addressee, &archive,
-                                            &signature, &sender, &why);
+    LXDelta* opened = LXSecure::openedDelta(static_cast<LXDelta*>(object), u.addressee,
+                                            &signedText, &signature, &sender, &why);
     return opened && sender.isCertifiedBy(u.admin.anchor) &&
-           LXSecure::deltaSignatureHolds(archive, signature, sender.signPublic);
+           LXSecure::deltaSignatureHolds(signedText, signature, sender.signPublic);
 }
 
 void BM_RelayDeposit(benchmark::State& state, bool secure) {
@@ -248,7 +233,7 @@ void BM_RelayDeposit(benchmark::State& state, bool secure) {
     Relay* r = relay(state, secure);
     if (!r) return;
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
-    Deposit d = prepare(saveDelta(1), secure);
+    std::string d = prepare(saveDelta(1), secure);
     int refused = 0;
     auto t0 = std::chrono::steady_clock::now();
     for (auto _ : state) {
@@ -261,7 +246,7 @@ void BM_RelayDeposit(benchmark::State& state, bool secure) {
     if (refused) state.SkipWithError("a deposit was refused");
     gFigures[std::string("deposit_") + modeName(secure)] = rate;
     state.counters["deposits/s"] = rate;
-    state.counters["bytes"] = static_cast<double>(d.archive.size());
+    state.counters["bytes"] = static_cast<double>(d.size());
 }
 
 void BM_RelayCollect(benchmark::State& state, bool secure) {

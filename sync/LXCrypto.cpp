@@ -116,6 +116,15 @@ bool verify(const std::string& message, const std::string& signature,
                                        bytesOf(signPublic)) == 0;
 }
 
+std::string digest(const std::string& message) {
+    if (!ready()) return "";
+    std::string out(crypto_generichash_BYTES, '\0');
+    if (crypto_generichash(bytesOf(&out), out.size(), bytesOf(message), message.size(), nullptr,
+                           0) != 0)
+        return "";
+    return out;
+}
+
 std::string sharedKey(const std::string& theirPublic, const std::string& mySecret) {
     if (!ready() || theirPublic.size() != crypto_box_PUBLICKEYBYTES ||
         mySecret.size() != crypto_box_SECRETKEYBYTES)
@@ -205,6 +214,7 @@ void randomBytes(void* buffer, size_t length) { deviceBytes(buffer, length); }
 bool makeKeyPairs(KeyPairs*) { return false; }
 std::string sign(const std::string&, const std::string&) { return ""; }
 bool verify(const std::string&, const std::string&, const std::string&) { return false; }
+std::string digest(const std::string&) { return ""; }
 std::string sharedKey(const std::string&, const std::string&) { return ""; }
 std::string seal(const std::string&, const std::string&) { return ""; }
 bool open(const std::string&, const std::string&, std::string*) { return false; }

@@ -23,8 +23,6 @@ bool hexEntry(NSDictionary* dict, const char* key, std::string* bytes) {
     return LXCrypto::fromHex(static_cast<NSString*>(value)->UTF8String(), bytes);
 }
 
-const char kDeltaPrefix[] = "vantor-delta\n";
-
 // The key this user's sealing pair shares with another's. Computing it is
 // the costly part of sealing (a scalar multiplication); a user writes to
 // and hears from the same few others, so each pair's key is kept for the
@@ -125,8 +123,8 @@ bool writeAnchorFile(const char* path, const std::string& anchor) {
     return dataOf(LXCrypto::toHex(anchor) + "\n")->writeToFile_atomically_(str(path), true);
 }
 
-std::string depositText(const std::string& addressee, const std::string& envelope) {
-    return "vantor-deposit\n" + addressee + "\n" + envelope;
+std::string deltaText(const std::string& addressee, const std::string& box) {
+    return "vantor-delta\n" + addressee + "\n" + LXCrypto::digest(box);
 }
 
 std::string collectText(const std::string& user, const std::string& challenge) {
@@ -135,65 +133,74 @@ std::string collectText(const std::string& user, const std::string& challenge) {
 
 LXDelta* sealedDelta(LXDelta* delta, const LXSecureIdentity& sender,
                      const std::string& addresseeSealPublic) {
-    std::string archive = bytesOf(NSArchiver::archivedDataWithRootObject_(delta));
-    std::string signature = LXCrypto::sign(kDeltaPrefix + archive, sender.signSecret);
     std::string shared =
             sharedKey(addresseeSealPublic, sender.certificate.sealPublic, sender.sealSecret);
-    if (signature.empty() || shared.empty()) return nullptr;
+    if (shared.empty()) return nullptr;
+    std::string box = LXCrypto::seal(bytesOf(NSArchiver::archivedDataWithRootObject_(delta)), shared);
+    NSString* to = NSNil(delta->addressee(), &LXUser::uniqueId);
+    std::string signature = LXCrypto::sign(deltaText(to ? to->UTF8String() : "", box),
+                                           sender.signSecret);
+    if (box.empty() || signature.empty()) return nullptr;
     std::string certificate =
             bytesOf(NSArchiver::archivedDataWithRootObject_(sender.certificate.dictionary()));
     uint32_t n = static_cast<uint32_t>(certificate.size());
-    std::string length{static_cast<char>(n & 0xff), static_cast<char>((n >> 8) & 0xff),
+    std::string sealed{static_cast<char>(n & 0xff), static_cast<char>((n >> 8) & 0xff),
                        static_cast<char>((n >> 16) & 0xff), static_cast<char>(n >> 24)};
-    std::string box = LXCrypto::seal(signature + archive, shared);
-    if (box.empty()) return nullptr;
+    sealed.reserve(4 + certificate.size() + signature.size() + box.size());
+    sealed += certificate;
+    sealed += signature;
+    sealed += box;
     // Unique ids only: the relay keys its queues by them and needs no name.
     LXUser* from = LXUser::userWithString_(str("-" + sender.certificate.uniqueId));
-    LXUser* to = LXUser::userWithString_(NSString::stringWithFormat_(
-            "-%s", NSNil(delta->addressee(), &LXUser::uniqueId)
-                           ? delta->addressee()->uniqueId()->UTF8String()
-                           : ""));
-    LXDelta* envelope = LXDelta::deltaWithPool_sender_contents_(delta->pool(), from,
-                                                                dataOf(length + certificate + box));
-    envelope->setAddressee_(to);
+    LXUser* toId = LXUser::userWithString_(
+            NSString::stringWithFormat_("-%s", to ? to->UTF8String() : ""));
+    LXDelta* envelope =
+            LXDelta::deltaWithPool_sender_contents_(delta->pool(), from, dataOf(sealed));
+    envelope->setAddressee_(toId);
     return envelope;
 }
 
-LXDelta* openedDelta(LXDelta* envelope, const LXSecureIdentity& me, std::string* archive,
-                     std::string* signature, LXUserCertificate* sender, const char** why) {
-    NSObject* contents = envelope ? envelope->contents() : nullptr;
+bool sealedParts(NSObject* contents, LXUserCertificate* sender, std::string* signature,
+                 std::string* box, const char** why) {
     if (!contents || !contents->isKindOfClass_(NSData::classObject())) {
         *why = "not sealed";
-        return nullptr;
+        return false;
     }
     std::string sealed = bytesOf(static_cast<NSData*>(contents));
     const auto* bytes = reinterpret_cast<const unsigned char*>(sealed.data());
     size_t length = sealed.size() < 4 ? 0
                                       : bytes[0] | bytes[1] << 8 | bytes[2] << 16 |
                                                 static_cast<size_t>(bytes[3]) << 24;
-    if (sealed.size() < 4 || length > sealed.size() - 4) {
+    if (sealed.size() < 4 + LXCrypto::kSignatureBytes ||
+        length > sealed.size() - 4 - LXCrypto::kSignatureBytes) {
         *why = "sealed contents are cut short";
+        return false;
+    }
+    Ref<NSUnarchiver> unarchiver = NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_,
+                                                        dataOf(sealed.substr(4, length)));
+    if (!LXUserCertificate::fromDictionary(unarchiver->decodeObject(), sender)) {
+        *why = "no sender's certificate";
+        return false;
+    }
+    *signature = sealed.substr(4 + length, LXCrypto::kSignatureBytes);
+    *box = sealed.substr(4 + length + LXCrypto::kSignatureBytes);
+    return true;
+}
+
+LXDelta* openedDelta(LXDelta* envelope, const LXSecureIdentity& me, std::string* signedText,
+                     std::string* signature, LXUserCertificate* sender, const char** why) {
+    std::string box;
+    if (!sealedParts(envelope ? envelope->contents() : nullptr, sender, signature, &box, why))
         return nullptr;
-    }
-    {
-        Ref<NSUnarchiver> unarchiver = NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_,
-                                                            dataOf(sealed.substr(4, length)));
-        if (!LXUserCertificate::fromDictionary(unarchiver->decodeObject(), sender)) {
-            *why = "no sender's certificate";
-            return nullptr;
-        }
-    }
     std::string shared = sharedKey(sender->sealPublic, me.certificate.sealPublic, me.sealSecret);
-    std::string inner;
-    if (shared.empty() || !LXCrypto::open(sealed.substr(4 + length), shared, &inner) ||
-        inner.size() <= LXCrypto::kSignatureBytes) {
+    std::string archive;
+    if (shared.empty() || !LXCrypto::open(box, shared, &archive)) {
         *why = "does not open with this user's sealing key";
         return nullptr;
     }
-    *signature = inner.substr(0, LXCrypto::kSignatureBytes);
-    *archive = inner.substr(LXCrypto::kSignatureBytes);
+    *signedText = deltaText(me.certificate.uniqueId, box);
     Ref<NSUnarchiver> unarchiver =
-            NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, dataOf(*archive));
+            NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, dataOf(archive));
     NSObject* object = NSAutorelease(NSRetain(unarchiver->decodeObject()));
     if (!object || !object->isKindOfClass_(LXDelta::classObject())) {
         *why = "sealed contents are not a delta";
@@ -202,9 +209,9 @@ LXDelta* openedDelta(LXDelta* envelope, const LXSecureIdentity& me, std::string*
     return static_cast<LXDelta*>(object);
 }
 
-bool deltaSignatureHolds(const std::string& archive, const std::string& signature,
+bool deltaSignatureHolds(const std::string& signedText, const std::string& signature,
                          const std::string& signPublic) {
-    return LXCrypto::verify(kDeltaPrefix + archive, signature, signPublic);
+    return LXCrypto::verify(signedText, signature, signPublic);
 }
 
 }  // namespace LXSecure

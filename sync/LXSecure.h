@@ -11,17 +11,20 @@
 //
 // A sealed delta is an LXDelta envelope whose contents are NSData:
 //
-//   sealed   := length[4] certificate box
-//   box       = seal(signature[64] archive, key shared by the sender's
-//               and the addressee's sealing pairs)
-//   signature = sign("vantor-delta\n" archive, sender's signing key)
+//   sealed    := length[4] certificate signature[64] box
+//   box        = seal(archive, key shared by the sender's and the
+//                addressee's sealing pairs)
+//   signature  = sign(deltaText(addressee's id, box), sender's signing key)
 //
 // `certificate` (`length` bytes, little-endian) is the archive of the
 // sender's certified keys: public, and what the addressee needs to find
 // the shared key, also while the sender's record has not reached it yet.
 // `archive` is the plain LXDelta (pool, full sender, full addressee,
-// contents). The envelope's own sender and addressee carry the unique ids
-// only, so that the relay learns no names.
+// contents). The signature covers the sealed box, not what is inside, so
+// that the relay, which can't open the box, checks the very signature the
+// addressee checks: one signature a delta, made once, checked at each
+// hop. The envelope's own sender and addressee carry the unique ids only,
+// so that the relay learns no names.
 #pragma once
 
 #include <string>
@@ -73,8 +76,9 @@ NSData* dataOf(const std::string& bytes);
 bool readAnchorFile(const char* path, std::string* anchor);
 bool writeAnchorFile(const char* path, const std::string& anchor);
 
-// The text a depositor signs: "vantor-deposit\n" addressee "\n" envelope.
-std::string depositText(const std::string& addressee, const std::string& envelope);
+// What a sealed delta's signature covers: "vantor-delta\n" addressee "\n"
+// digest(box), the box's BLAKE2b digest (LXCrypto::digest).
+std::string deltaText(const std::string& addressee, const std::string& box);
 // The text a collecting user signs: "vantor-collect\n" user "\n" challenge.
 std::string collectText(const std::string& user, const std::string& challenge);
 
@@ -82,14 +86,18 @@ std::string collectText(const std::string& user, const std::string& challenge);
 // nil when sealing failed.
 LXDelta* sealedDelta(LXDelta* delta, const LXSecureIdentity& sender,
                      const std::string& addresseeSealPublic);
+// The parts of an envelope's sealed contents, none of them checked yet;
+// false, with *why set, when the contents are not sealed bytes.
+bool sealedParts(NSObject* contents, LXUserCertificate* sender, std::string* signature,
+                 std::string* box, const char** why);
 // Opens an envelope sent to `me`: the plain delta (autoreleased), the
-// sender's signature with the archive it covers, and the certificate the
-// sender put in; none of them checked yet. nil, with *why set, when it
-// isn't sealed to this user or doesn't decode.
-LXDelta* openedDelta(LXDelta* envelope, const LXSecureIdentity& me, std::string* archive,
+// sender's signature with the text it covers for this addressee, and the
+// certificate the sender put in; none of them checked yet. nil, with *why
+// set, when it isn't sealed to this user or doesn't decode.
+LXDelta* openedDelta(LXDelta* envelope, const LXSecureIdentity& me, std::string* signedText,
                      std::string* signature, LXUserCertificate* sender, const char** why);
-// Whether the signature over the archive is that of the signing key.
-bool deltaSignatureHolds(const std::string& archive, const std::string& signature,
+// Whether the signature over the text is that of the signing key.
+bool deltaSignatureHolds(const std::string& signedText, const std::string& signature,
                          const std::string& signPublic);
 
 }  // namespace LXSecure

@@ -54,14 +54,13 @@ void LXSecureRelay::serve_command_relay_(LXSocket* socket, int32_t command, LXRe
     }
 }
 
-bool LXSecureRelay::readCertificate(LXSocket* socket, const char* what,
-                                    LXUserCertificate* certificate) {
+bool LXSecureRelay::readCertificate(LXSocket* socket, LXUserCertificate* certificate) {
     if (!LXUserCertificate::fromDictionary(decoded(socket->readData()), certificate)) {
-        LOG("%s refused: no certificate received", what);
+        LOG("collect refused: no certificate received");
         return false;
     }
     if (!certificate->isCertifiedBy(_anchor)) {
-        LOG("%s refused: the keys of %s are not signed by the anchor", what,
+        LOG("collect refused: the keys of %s are not signed by the anchor",
             certificate->uniqueId.c_str());
         return false;
     }
@@ -71,31 +70,39 @@ bool LXSecureRelay::readCertificate(LXSocket* socket, const char* what,
 void LXSecureRelay::deposit(LXSocket* socket, LXRelay* relay) {
     NSString* addressee = socket->readString();
     if (!idAcceptable(addressee, "deposit")) return;
-    std::string envelope = LXSecure::bytesOf(socket->readData());
-    LXUserCertificate sender;
-    if (envelope.empty() || !readCertificate(socket, "deposit", &sender)) {
-        if (envelope.empty()) LOG("deposit refused: no delta received");
-        return;
-    }
-    std::string signature = LXSecure::bytesOf(socket->readData());
-    if (!LXCrypto::verify(LXSecure::depositText(addressee->UTF8String(), envelope), signature,
-                          sender.signPublic)) {
-        LOG("deposit refused: the signature of %s does not hold", sender.uniqueId.c_str());
-        return;
-    }
-    NSObject* object = decoded(LXSecure::dataOf(envelope));
+    NSObject* object = decoded(socket->readData());
     auto* delta = object && object->isKindOfClass_(LXDelta::classObject())
                           ? static_cast<LXDelta*>(object)
                           : nullptr;
-    NSString* from = delta ? NSNil(delta->sender(), &LXUser::uniqueId) : nullptr;
+    if (!delta) {
+        LOG("deposit refused: no delta received");
+        return;
+    }
+    NSString* from = NSNil(delta->sender(), &LXUser::uniqueId);
+    LXUserCertificate sender;
+    std::string signature, box;
+    const char* why = nullptr;
+    if (!LXSecure::sealedParts(delta->contents(), &sender, &signature, &box, &why)) {
+        LOG("deposit refused: the delta from %s is not sealed (%s)",
+            from ? from->UTF8String() : "nobody", why);
+        return;
+    }
+    if (!sender.isCertifiedBy(_anchor)) {
+        LOG("deposit refused: the keys of %s are not signed by the anchor",
+            sender.uniqueId.c_str());
+        return;
+    }
     if (!from || sender.uniqueId != from->UTF8String()) {
         LOG("deposit refused: %s signed a delta in another name (%s)", sender.uniqueId.c_str(),
             from ? from->UTF8String() : "none");
         return;
     }
-    NSObject* contents = delta->contents();
-    if (!contents || !contents->isKindOfClass_(NSData::classObject())) {
-        LOG("deposit refused: the delta from %s is not sealed", sender.uniqueId.c_str());
+    // The signature the addressee checks, over the sealed box and the
+    // addressee it was sealed for: made by the certified key, for this
+    // addressee, over these bytes.
+    if (!LXCrypto::verify(LXSecure::deltaText(addressee->UTF8String(), box), signature,
+                          sender.signPublic)) {
+        LOG("deposit refused: the signature of %s does not hold", sender.uniqueId.c_str());
         return;
     }
     relay->enqueue_announced_socket_(delta, addressee, socket);
@@ -105,7 +112,7 @@ void LXSecureRelay::collect(LXSocket* socket, LXRelay* relay) {
     NSString* user = socket->readString();
     if (!idAcceptable(user, "collect")) return;
     LXUserCertificate collector;
-    if (!readCertificate(socket, "collect", &collector)) return;
+    if (!readCertificate(socket, &collector)) return;
     if (collector.uniqueId != user->UTF8String()) {
         LOG("collect refused: %s asked for the queue of %s", collector.uniqueId.c_str(),
             user->UTF8String());

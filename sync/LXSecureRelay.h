@@ -3,21 +3,22 @@
 // secret. Every command of a connection goes through it:
 //
 //   secure-deposit := C: int 3, C: string addressee-id, C: data envelope,
-//                     C: data certificate, C: data signature, R: int 1
+//                     R: int 1
 //   secure-collect := C: int 4, C: string user-id, C: data certificate,
 //                     R: data challenge[32], C: data signature,
 //                     R: int N, turn{N'}          ; as a plain collect
 //
-// `certificate` is the archive of the sender's (or collector's) certified
-// public keys (LXUserCertificate::dictionary); `envelope` the archive of a
-// sealed delta (LXSecure.h). A deposit is stored only when the certificate
-// carries the anchor's signature, its signature over depositText(addressee,
-// envelope) holds, the envelope's sender is the certificate's user and its
-// contents are sealed bytes. A collect hands out the queue of user-id only
-// when the certificate is that user's, certified by the anchor, and the
-// signature over collectText(user-id, challenge) holds for a challenge
-// drawn fresh for this connection. The plain commands 1 and 2 are refused.
-// Whatever is refused is logged, gets no answer, and the connection closes.
+// `envelope` is the archive of a sealed delta (LXSecure.h), which carries
+// its sender's certificate and signature. A deposit is stored only when
+// the certificate carries the anchor's signature, the envelope's sender is
+// the certificate's user, and the delta's signature holds for the
+// certificate's signing key over deltaText(addressee-id, box): the same
+// signature its addressee checks. A collect hands out the queue of user-id
+// only when the certificate (the archive of LXUserCertificate::dictionary)
+// is that user's, certified by the anchor, and the signature over
+// collectText(user-id, challenge) holds for a challenge drawn fresh for
+// this connection. The plain commands 1 and 2 are refused. Whatever is
+// refused is logged, gets no answer, and the connection closes.
 #pragma once
 
 #include <string>
@@ -44,9 +45,9 @@ protected:
     ~LXSecureRelay() override = default;
 
 private:
-    // The certificate of a data element, checked against the anchor; false
-    // with a log line otherwise.
-    bool readCertificate(LXSocket* socket, const char* what, LXUserCertificate* certificate);
+    // The certificate of a collect, checked against the anchor; false with
+    // a log line otherwise.
+    bool readCertificate(LXSocket* socket, LXUserCertificate* certificate);
     void deposit(LXSocket* socket, LXRelay* relay);
     void collect(LXSocket* socket, LXRelay* relay);
 

@@ -230,13 +230,11 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
         if (!socket || !socket->connect_port_(host, port)) return false;
         LOG("sending delta %d", (*counter)++);
-        if (secure) {
-            sendSecureDeposit(socket, delta, *secure);
-        } else {
-            socket->sendInt_(LXRelayProtocol::kDeposit);
-            socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
-            socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
-        }
+        // A secure delta is sealed and signed already (LXSecure.h): its
+        // deposit differs from the plain one in the command alone.
+        socket->sendInt_(secure ? LXRelayProtocol::kSecureDeposit : LXRelayProtocol::kDeposit);
+        socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
+        socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
         if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
             LOG("reception not committed");
             return false;
@@ -332,18 +330,6 @@ bool LXTransceiver::receiveOne(LXSocket* socket) {
     }
     // Unsent, the relay keeps the delta and sends it again: delivered twice.
     return socket->sendInt_(LXRelayProtocol::kAcknowledged);
-}
-
-void LXTransceiver::sendSecureDeposit(LXSocket* socket, LXDelta* delta,
-                                      const LXSecureIdentity& secure) {
-    std::string addressee = textOf(NSNil(delta->addressee(), &LXUser::uniqueId));
-    std::string envelope = LXSecure::bytesOf(NSArchiver::archivedDataWithRootObject_(delta));
-    socket->sendInt_(LXRelayProtocol::kSecureDeposit);
-    socket->sendString_(NSString::stringWithUTF8String_(addressee.c_str()));
-    socket->sendData_(LXSecure::dataOf(envelope));
-    socket->sendData_(NSArchiver::archivedDataWithRootObject_(secure.certificate.dictionary()));
-    socket->sendData_(LXSecure::dataOf(
-            LXCrypto::sign(LXSecure::depositText(addressee, envelope), secure.signSecret)));
 }
 
 void LXTransceiver::setSecureIdentity(const LXSecureIdentity& identity) {

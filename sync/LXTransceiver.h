@@ -140,7 +140,6 @@ private:
     bool receiveOne(LXSocket* socket);
     // Why an incoming delta can never be applied here, or nil.
     NSString* reasonToRefuse(LXDelta* delta);
-    void sendSecureDeposit(LXSocket* socket, LXDelta* delta, const LXSecureIdentity& secure);
     bool keepAside(LXDelta* delta, NSData* archive, NSString* reason);
     bool lifetimeHasPassed();
 

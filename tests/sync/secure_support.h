@@ -83,21 +83,39 @@ inline Ref<LXSocket> connectTo(uint16_t port) {
     return socket;
 }
 
-// A secure deposit of the envelope for `addressee`, with `signer`'s
-// certificate and a signature by `key` (the signer's own unless given).
-// The relay's answer, or -1 when it closed the connection without one.
-inline int32_t secureDeposit(uint16_t port, LXDelta* envelope, const std::string& addressee,
-                             const LXSecureIdentity& signer, const std::string* key = nullptr) {
+// A secure deposit of the envelope for `addressee`. The relay's answer, or
+// -1 when it closed the connection without one.
+inline int32_t secureDeposit(uint16_t port, LXDelta* envelope, const std::string& addressee) {
     Ref<LXSocket> socket = connectTo(port);
-    std::string archive = archiveBytes(envelope);
     socket->sendInt_(LXRelayProtocol::kSecureDeposit);
     socket->sendString_(NSString::stringWithUTF8String_(addressee.c_str()));
-    socket->sendData_(LXSecure::dataOf(archive));
-    socket->sendData_(NSArchiver::archivedDataWithRootObject_(signer.certificate.dictionary()));
-    socket->sendData_(LXSecure::dataOf(LXCrypto::sign(LXSecure::depositText(addressee, archive),
-                                                      key ? *key : signer.signSecret)));
+    socket->sendData_(LXSecure::dataOf(archiveBytes(envelope)));
     int32_t answer = socket->readInt();
     return socket->isBroken() ? -1 : answer;
+}
+
+// What an attacker makes of an honest envelope: the same box (changed by
+// `change` first, when given) with the certificate `carried` and a
+// signature by `key` for `addressee`, sent as from `from`.
+inline LXDelta* reforged(LXDelta* envelope, const LXUserCertificate& carried,
+                         const std::string& key, const std::string& addressee,
+                         const std::string& from, void (*change)(std::string*) = nullptr) {
+    LXUserCertificate sender;
+    std::string signature, box;
+    const char* why = nullptr;
+    EXPECT_TRUE(LXSecure::sealedParts(envelope->contents(), &sender, &signature, &box, &why));
+    if (change) change(&box);
+    std::string certificate = archiveBytes(carried.dictionary());
+    uint32_t n = static_cast<uint32_t>(certificate.size());
+    std::string sealed{static_cast<char>(n & 0xff), static_cast<char>((n >> 8) & 0xff),
+                       static_cast<char>((n >> 16) & 0xff), static_cast<char>(n >> 24)};
+    sealed += certificate + LXCrypto::sign(LXSecure::deltaText(addressee, box), key) + box;
+    LXDelta* made = LXDelta::deltaWithPool_sender_contents_(
+            envelope->pool(), LXUser::userWithString_(NSString::stringWithUTF8String_(
+                                      ("-" + from).c_str())),
+            LXSecure::dataOf(sealed));
+    made->setAddressee_(envelope->addressee());
+    return made;
 }
 
 // A secure collect of `user`'s queue with `holder`'s certificate, answering

@@ -195,9 +195,8 @@ protected:
 
     std::string log() { return relay_->log(); }
     Ref<LXSocket> connect() { return connectTo(relay_->port()); }
-    int32_t deposit(LXDelta* envelope, const std::string& addressee, const LXSecureIdentity& signer,
-                    const std::string* key = nullptr) {
-        return secureDeposit(relay_->port(), envelope, addressee, signer, key);
+    int32_t deposit(LXDelta* envelope, const std::string& addressee) {
+        return secureDeposit(relay_->port(), envelope, addressee);
     }
     std::vector<LXDelta*> collect(const std::string& user, const LXSecureIdentity& holder,
                                   const std::string& key, int32_t* count) {
@@ -212,7 +211,7 @@ protected:
 TEST_F(SecureRelayTest, HonestDepositAndCollectAndNothingReadable) {
     LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "MARKER-7781"), alice_,
                                               bob_.certificate.sealPublic);
-    EXPECT_EQ(deposit(envelope, "bob-3", alice_), 1);
+    EXPECT_EQ(deposit(envelope, "bob-3"), 1);
     // The relay's files hold bytes it can't read.
     std::string stored = vt_test::readFile(dir_.path() + "/relay/_relay_.vcd");
     EXPECT_FALSE(stored.empty());
@@ -239,7 +238,7 @@ TEST_F(SecureRelayTest, HonestDepositAndCollectAndNothingReadable) {
 TEST_F(SecureRelayTest, AStolenUniqueIdCollectsNothingAndDeletesNothing) {
     LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "x"), alice_,
                                               bob_.certificate.sealPublic);
-    ASSERT_EQ(deposit(envelope, "bob-3", alice_), 1);
+    ASSERT_EQ(deposit(envelope, "bob-3"), 1);
 
     // The plain collect with Bob's unique id: refused, no count.
     {
@@ -287,30 +286,44 @@ TEST_F(SecureRelayTest, DepositsThatDoNotHoldAreRefused) {
         socket->readInt();
         EXPECT_TRUE(socket->isBroken());
     }
-    // In another user's name: Eve signs a delta whose sender is Alice.
-    EXPECT_EQ(deposit(fromAlice, "bob-3", eve_), -1);
+    // In another user's name: Eve signs Alice's delta as herself.
+    EXPECT_EQ(deposit(reforged(fromAlice, eve_.certificate, eve_.signSecret, "bob-3", "alice-2"),
+                      "bob-3"),
+              -1);
     // Alice's certificate with Eve's signature.
-    EXPECT_EQ(deposit(fromAlice, "bob-3", alice_, &eve_.signSecret), -1);
+    EXPECT_EQ(deposit(reforged(fromAlice, alice_.certificate, eve_.signSecret, "bob-3", "alice-2"),
+                      "bob-3"),
+              -1);
     // Keys the anchor never signed, in their own name.
     LXDelta* fromMallory = LXSecure::sealedDelta(plainDelta("mallory-5", "bob-3", "x"), mallory_,
                                                  bob_.certificate.sealPublic);
-    EXPECT_EQ(deposit(fromMallory, "bob-3", mallory_), -1);
+    EXPECT_EQ(deposit(fromMallory, "bob-3"), -1);
     // Announced for another addressee than the signed one.
-    EXPECT_EQ(deposit(fromAlice, "eve-4", alice_), -1);
+    EXPECT_EQ(deposit(fromAlice, "eve-4"), -1);
+    // A flipped byte of the sealed box: the signature covers it.
+    std::string bytes = LXSecure::bytesOf(static_cast<NSData*>(fromAlice->contents()));
+    bytes.back() ^= 0x01;
+    LXDelta* flipped = LXDelta::deltaWithPool_sender_contents_(
+            fromAlice->pool(), fromAlice->sender(), LXSecure::dataOf(bytes));
+    flipped->setAddressee_(fromAlice->addressee());
+    EXPECT_EQ(deposit(flipped, "bob-3"), -1);
     // A delta that is not sealed: the relay would hold a readable record.
     LXDelta* plain = plainDelta("alice-2", "bob-3", "x");
-    EXPECT_EQ(deposit(plain, "bob-3", alice_), -1);
+    EXPECT_EQ(deposit(plain, "bob-3"), -1);
 
     std::string text = log();
     EXPECT_NE(text.find("command 1 refused"), std::string::npos) << text;
     EXPECT_NE(text.find("deposit refused: eve-4 signed a delta in another name (alice-2)"),
               std::string::npos);
-    EXPECT_NE(text.find("deposit refused: the signature of alice-2 does not hold"),
-              std::string::npos);
     EXPECT_NE(text.find("deposit refused: the keys of mallory-5 are not signed by the anchor"),
               std::string::npos);
-    EXPECT_NE(text.find("deposit refused: the signature of alice-2 does not hold"),
-              std::string::npos);
+    // Eve's signature, the other addressee and the flipped byte.
+    int broken = 0;
+    for (size_t at = 0; (at = text.find("the signature of alice-2 does not hold", at)) !=
+                        std::string::npos;
+         at++)
+        broken++;
+    EXPECT_EQ(broken, 3);
     EXPECT_NE(text.find("deposit refused: the delta from alice-2 is not sealed"),
               std::string::npos);
     EXPECT_EQ(text.find("delta enqueued"), std::string::npos);
