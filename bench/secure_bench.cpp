@@ -30,6 +30,7 @@
 #include <benchmark/benchmark.h>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -142,13 +143,14 @@ struct Relay {
 };
 
 Relay* relay(benchmark::State& state, bool secure) {
-    static Relay* made[2] = {nullptr, nullptr};
-    Relay*& r = made[secure ? 1 : 0];
+    // Destroyed at exit, which stops the relay processes.
+    static std::unique_ptr<Relay> made[2];
+    std::unique_ptr<Relay>& r = made[secure ? 1 : 0];
     if (!r) {
-        r = new Relay();
+        r = std::make_unique<Relay>();
         if (!r->start(secure)) state.SkipWithError("vantor-relay did not start");
     }
-    return r->pid > 0 ? r : nullptr;
+    return r->pid > 0 ? r.get() : nullptr;
 }
 
 std::map<std::string, double> gFigures;
