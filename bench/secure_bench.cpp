@@ -243,8 +243,8 @@ bool receive(NSData* data, bool secure) {
     std::string signedText, signature;
     LXUserCertificate sender;
     const char* why = nullptr;
-    LXDelta* opened = LXSecure::openedDelta(static_cast<LXDelta*>(object), u.addressee,
-                                            &signedText, &signature, &sender, &why);
+    LXDelta* opened = LXSecure::openedDelta(static_cast<LXDelta*>(object), u.addressee, &signedText,
+                                            &signature, &sender, &why);
     return opened && sender.isCertifiedBy(u.admin.anchor) &&
            LXSecure::deltaSignatureHolds(signedText, signature, sender.signPublic);
 }

@@ -136,10 +136,11 @@ LXDelta* sealedDelta(LXDelta* delta, const LXSecureIdentity& sender,
     std::string shared =
             sharedKey(addresseeSealPublic, sender.certificate.sealPublic, sender.sealSecret);
     if (shared.empty()) return nullptr;
-    std::string box = LXCrypto::seal(bytesOf(NSArchiver::archivedDataWithRootObject_(delta)), shared);
+    std::string box =
+            LXCrypto::seal(bytesOf(NSArchiver::archivedDataWithRootObject_(delta)), shared);
     NSString* to = NSNil(delta->addressee(), &LXUser::uniqueId);
-    std::string signature = LXCrypto::sign(deltaText(to ? to->UTF8String() : "", box),
-                                           sender.signSecret);
+    std::string signature =
+            LXCrypto::sign(deltaText(to ? to->UTF8String() : "", box), sender.signSecret);
     if (box.empty() || signature.empty()) return nullptr;
     std::string certificate =
             bytesOf(NSArchiver::archivedDataWithRootObject_(sender.certificate.dictionary()));
@@ -152,8 +153,8 @@ LXDelta* sealedDelta(LXDelta* delta, const LXSecureIdentity& sender,
     sealed += box;
     // Unique ids only: the relay keys its queues by them and needs no name.
     LXUser* from = LXUser::userWithString_(str("-" + sender.certificate.uniqueId));
-    LXUser* toId = LXUser::userWithString_(
-            NSString::stringWithFormat_("-%s", to ? to->UTF8String() : ""));
+    LXUser* toId =
+            LXUser::userWithString_(NSString::stringWithFormat_("-%s", to ? to->UTF8String() : ""));
     LXDelta* envelope =
             LXDelta::deltaWithPool_sender_contents_(delta->pool(), from, dataOf(sealed));
     envelope->setAddressee_(toId);

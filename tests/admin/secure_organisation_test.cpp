@@ -286,9 +286,9 @@ TEST_F(SecureOrganisationTest, ForgedTamperedAndUnauthorisedChangesAreRefused) {
     // 4. The same change made honestly by Alice, an administrator, goes
     //    through: the forgeries above failed for what they are.
     LXDelta* allowed = cityChange("Alice", ids_[0], orgId(), record, "Honest-City");
-    ASSERT_EQ(secureDeposit(port, LXSecure::sealedDelta(allowed, alice, orgKeys.sealPublic),
-                            orgId()),
-              1);
+    ASSERT_EQ(
+            secureDeposit(port, LXSecure::sealedDelta(allowed, alice, orgKeys.sealPublic), orgId()),
+            1);
 
     ProgramResult synced = org_.admin("sync --timeout 3 --port " + std::to_string(port));
     ASSERT_EQ(synced.status, 0) << synced.err;

@@ -125,8 +125,8 @@ inline LXDelta* reforged(LXDelta* envelope, const LXUserCertificate& carried,
                        static_cast<char>((n >> 16) & 0xff), static_cast<char>(n >> 24)};
     sealed += certificate + LXCrypto::sign(LXSecure::deltaText(addressee, box), key) + box;
     LXDelta* made = LXDelta::deltaWithPool_sender_contents_(
-            envelope->pool(), LXUser::userWithString_(NSString::stringWithUTF8String_(
-                                      ("-" + from).c_str())),
+            envelope->pool(),
+            LXUser::userWithString_(NSString::stringWithUTF8String_(("-" + from).c_str())),
             LXSecure::dataOf(sealed));
     made->setAddressee_(envelope->addressee());
     return made;

@@ -319,9 +319,8 @@ TEST_F(SecureRelayTest, DepositsThatDoNotHoldAreRefused) {
               std::string::npos);
     // Eve's signature, the other addressee and the flipped byte.
     int broken = 0;
-    for (size_t at = 0; (at = text.find("the signature of alice-2 does not hold", at)) !=
-                        std::string::npos;
-         at++)
+    for (size_t at = 0;
+         (at = text.find("the signature of alice-2 does not hold", at)) != std::string::npos; at++)
         broken++;
     EXPECT_EQ(broken, 3);
     EXPECT_NE(text.find("deposit refused: the delta from alice-2 is not sealed"),
@@ -341,9 +340,8 @@ TEST_F(SecureRelayTest, ADepositsDeltasAreAnsweredInTurnUpToTheFirstRefused) {
     };
     LXDelta* forged =
             reforged(fromAlice("x"), eve_.certificate, eve_.signSecret, "bob-3", "alice-2");
-    EXPECT_EQ(secureDepositAll(relay_->port(), {fromAlice("1"), fromAlice("2"), forged,
-                                                fromAlice("4")},
-                               "bob-3"),
+    EXPECT_EQ(secureDepositAll(relay_->port(),
+                               {fromAlice("1"), fromAlice("2"), forged, fromAlice("4")}, "bob-3"),
               2);
     int32_t count;
     EXPECT_EQ(collect("bob-3", bob_, bob_.signSecret, &count).size(), 2u);
@@ -369,9 +367,8 @@ TEST_F(SecureRelayTest, TransceiverSpeaksTheSecureCommands) {
     const int n = LXRelayProtocol::kMaximumBatch + 3;
     for (int i = 0; i < n; i++) {
         NSAutoreleasePoolScope each;
-        LXDelta* envelope = LXSecure::sealedDelta(
-                plainDelta("alice-2", "bob-3", std::to_string(i)), alice_,
-                bob_.certificate.sealPublic);
+        LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", std::to_string(i)),
+                                                  alice_, bob_.certificate.sealPublic);
         t->post_to_(envelope, envelope->addressee());
     }
     t->checkWithPort_host_(relay_->port(), "127.0.0.1"_ns);
