@@ -220,21 +220,21 @@ void LXRelay::processIncoming_(LXSocket* socket) {
     enqueue_announced_socket_(object, announced, socket);
 }
 
-void LXRelay::enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket) {
+bool LXRelay::enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket) {
     auto* delta = object->isKindOfClass_(LXDelta::classObject()) ? static_cast<LXDelta*>(object)
                                                                  : nullptr;
     NSString* key = delta ? queueKeyOf(delta) : nullptr;
     if (!key) {
         LOG("deposit refused: not a delta with an addressee");
-        return;
+        return false;
     }
     if (!key->isEqual_(announced)) {
         LOG("deposit refused: announced for %s, addressed to %s", textOf(announced), textOf(key));
-        return;
+        return false;
     }
     if (const char* why = undeliverable(delta)) {
         LOG("deposit refused: %s: %s", why, textOf(delta->description()));
-        return;
+        return false;
     }
     int identifier = _container->set_(delta);
     if (identifier < 0) {
@@ -244,13 +244,13 @@ void LXRelay::enqueue_announced_socket_(NSObject* object, NSString* announced, L
         // write, then come back at a restart beside the copy the client
         // deposits again. Taking it out keeps the two in step.
         _container->delete_(delta);
-        return;
+        return false;
     }
     _index->addObject_forKey_(NSNumber::numberWithInt_(identifier), key);
     // The users with deltas waiting: emptied queues are forgotten.
     LOG("delta enqueued: %s, total users: %u", textOf(delta->description()),
         _index->dict()->count());
-    socket->sendInt_(LXRelayProtocol::kAcknowledged);
+    return socket->sendInt_(LXRelayProtocol::kAcknowledged);
 }
 
 void LXRelay::processOutgoing_(LXSocket* socket) {

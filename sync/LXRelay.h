@@ -69,7 +69,8 @@ public:
 
     // The tail of a deposit once its delta has been read: checks it against
     // the announced addressee, stores and queues it, and acknowledges it.
-    void enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket);
+    // False when it was refused or not stored (no acknowledgement sent).
+    bool enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket);
     // The tail of a collect once its user is known: the count, then the
     // deltas of the user's queue in turn.
     void sendQueueOf_socket_(NSString* user, LXSocket* socket);

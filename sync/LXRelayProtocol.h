@@ -26,6 +26,9 @@ constexpr const char* kCollectGroup = "dummy_group";
 constexpr int32_t kSecureDeposit = 3;
 constexpr int32_t kSecureCollect = 4;
 constexpr uint32_t kChallengeBytes = 32;
+// A secure deposit carries up to this many deltas, each acknowledged in
+// turn: the client sends them without waiting for each answer.
+constexpr int32_t kMaximumBatch = 100;
 
 // The one acknowledgement, in both directions: the relay has stored a
 // deposited delta, or the client has applied a collected one. Anything else

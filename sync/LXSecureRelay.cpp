@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSData.h"
 #include "foundation/NSString.h"
 #include "storage/NSUnarchiver.h"
@@ -68,15 +69,31 @@ bool LXSecureRelay::readCertificate(LXSocket* socket, LXUserCertificate* certifi
 }
 
 void LXSecureRelay::deposit(LXSocket* socket, LXRelay* relay) {
+    int32_t count = socket->readInt();
+    if (socket->isBroken() || count < 1 || count > LXRelayProtocol::kMaximumBatch) {
+        LOG("deposit refused: %d deltas announced (1 to %d)", count,
+            LXRelayProtocol::kMaximumBatch);
+        return;
+    }
+    // In turn, each acknowledged once stored; the first that fails ends the
+    // connection, so the acknowledgements the client reads are those of
+    // the first deltas it sent.
+    for (int32_t i = 0; i < count; i++) {
+        NSAutoreleasePoolScope each;
+        if (!depositOne(socket, relay)) return;
+    }
+}
+
+bool LXSecureRelay::depositOne(LXSocket* socket, LXRelay* relay) {
     NSString* addressee = socket->readString();
-    if (!idAcceptable(addressee, "deposit")) return;
+    if (!idAcceptable(addressee, "deposit")) return false;
     NSObject* object = decoded(socket->readData());
     auto* delta = object && object->isKindOfClass_(LXDelta::classObject())
                           ? static_cast<LXDelta*>(object)
                           : nullptr;
     if (!delta) {
         LOG("deposit refused: no delta received");
-        return;
+        return false;
     }
     NSString* from = NSNil(delta->sender(), &LXUser::uniqueId);
     LXUserCertificate sender;
@@ -85,17 +102,17 @@ void LXSecureRelay::deposit(LXSocket* socket, LXRelay* relay) {
     if (!LXSecure::sealedParts(delta->contents(), &sender, &signature, &box, &why)) {
         LOG("deposit refused: the delta from %s is not sealed (%s)",
             from ? from->UTF8String() : "nobody", why);
-        return;
+        return false;
     }
     if (!sender.isCertifiedBy(_anchor)) {
         LOG("deposit refused: the keys of %s are not signed by the anchor",
             sender.uniqueId.c_str());
-        return;
+        return false;
     }
     if (!from || sender.uniqueId != from->UTF8String()) {
         LOG("deposit refused: %s signed a delta in another name (%s)", sender.uniqueId.c_str(),
             from ? from->UTF8String() : "none");
-        return;
+        return false;
     }
     // The signature the addressee checks, over the sealed box and the
     // addressee it was sealed for: made by the certified key, for this
@@ -103,9 +120,9 @@ void LXSecureRelay::deposit(LXSocket* socket, LXRelay* relay) {
     if (!LXCrypto::verify(LXSecure::deltaText(addressee->UTF8String(), box), signature,
                           sender.signPublic)) {
         LOG("deposit refused: the signature of %s does not hold", sender.uniqueId.c_str());
-        return;
+        return false;
     }
-    relay->enqueue_announced_socket_(delta, addressee, socket);
+    return relay->enqueue_announced_socket_(delta, addressee, socket);
 }
 
 void LXSecureRelay::collect(LXSocket* socket, LXRelay* relay) {

@@ -2,14 +2,15 @@
 // FILE). It holds the organisation's anchor, a public key, and nothing
 // secret. Every command of a connection goes through it:
 //
-//   secure-deposit := C: int 3, C: string addressee-id, C: data envelope,
-//                     R: int 1
+//   secure-deposit := C: int 3, C: int N, N x delta   ; 1 <= N <= 100
+//   delta          := C: string addressee-id, C: data envelope, R: int 1
 //   secure-collect := C: int 4, C: string user-id, C: data certificate,
 //                     R: data challenge[32], C: data signature,
 //                     R: int N, turn{N'}          ; as a plain collect
 //
 // `envelope` is the archive of a sealed delta (LXSecure.h), which carries
-// its sender's certificate and signature. A deposit is stored only when
+// its sender's certificate and signature; the client sends a deposit's
+// deltas without waiting for their answers. A delta is stored only when
 // the certificate carries the anchor's signature, the envelope's sender is
 // the certificate's user, and the delta's signature holds for the
 // certificate's signing key over deltaText(addressee-id, box): the same
@@ -49,6 +50,8 @@ private:
     // a log line otherwise.
     bool readCertificate(LXSocket* socket, LXUserCertificate* certificate);
     void deposit(LXSocket* socket, LXRelay* relay);
+    // One delta of a deposit; true when it was stored and acknowledged.
+    bool depositOne(LXSocket* socket, LXRelay* relay);
     void collect(LXSocket* socket, LXRelay* relay);
 
     std::string _anchor;

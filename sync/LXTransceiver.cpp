@@ -53,6 +53,8 @@
 // time-out), so a dead relay delays only the transceiver's own thread.
 #include "sync/LXTransceiver.h"
 
+#include <vector>
+
 #include "foundation/NSArray.h"
 #include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSData.h"
@@ -210,17 +212,25 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         ids = retainRef(_deltaRepository->sortedIds());
     }
     const uint32_t budget = ids->count();
-    std::shared_ptr<const LXSecureIdentity> secure = secureIdentity();
-    for (uint32_t sent = 0; sent < budget; sent++) {
+    // A plain deposit is one delta a connection; a secure one carries up
+    // to kMaximumBatch, sent without waiting for each acknowledgement.
+    const bool secure = secureIdentity() != nullptr;
+    const uint32_t most = secure ? static_cast<uint32_t>(LXRelayProtocol::kMaximumBatch) : 1;
+    for (uint32_t sent = 0; sent < budget;) {
         NSAutoreleasePoolScope round;
-        LXDelta* delta;
-        {
-            NSLockScope held(_lock);
-            delta = _deltaRepository->deltaWithId_(
-                    static_cast<NSString*>(ids->objectAtIndex_(sent)));
+        std::vector<LXDelta*> batch;
+        while (batch.size() < most && sent + batch.size() < budget) {
+            LXDelta* delta;
+            {
+                NSLockScope held(_lock);
+                delta = _deltaRepository->deltaWithId_(static_cast<NSString*>(
+                        ids->objectAtIndex_(sent + static_cast<uint32_t>(batch.size()))));
+            }
+            if (!delta) break;
+            batch.push_back(delta);
         }
         LOG("checking deltas - to be sent: %d", static_cast<int>(budget - sent));
-        if (!delta) {
+        if (batch.empty()) {
             // A record of the store that can't be read: it is not dropped
             // (the disk may come back), and it holds back the others as a
             // refused delta would.
@@ -229,21 +239,27 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         }
         Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
         if (!socket || !socket->connect_port_(host, port)) return false;
-        LOG("sending delta %d", (*counter)++);
         // A secure delta is sealed and signed already (LXSecure.h): its
-        // deposit differs from the plain one in the command alone.
+        // deposit differs from the plain one in the command and the count.
         socket->sendInt_(secure ? LXRelayProtocol::kSecureDeposit : LXRelayProtocol::kDeposit);
-        socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
-        socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
-        if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
-            LOG("reception not committed");
-            return false;
+        if (secure) socket->sendInt_(static_cast<int32_t>(batch.size()));
+        for (LXDelta* delta : batch) {
+            LOG("sending delta %d", (*counter)++);
+            socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
+            socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
         }
-        // Its own operation: once removeDelta: returns, the removal is on
-        // disk (one journal entry), so a stop after it never sends the
-        // delta again.
-        NSLockScope held(_lock);
-        _deltaRepository->removeDelta_(delta);
+        for (LXDelta* delta : batch) {
+            if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
+                LOG("reception not committed");
+                return false;
+            }
+            // Its own operation: once removeDelta: returns, the removal is
+            // on disk (one journal entry), so a stop after it never sends
+            // the delta again.
+            NSLockScope held(_lock);
+            _deltaRepository->removeDelta_(delta);
+        }
+        sent += static_cast<uint32_t>(batch.size());
     }
     return true;
 }

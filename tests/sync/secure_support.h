@@ -83,15 +83,29 @@ inline Ref<LXSocket> connectTo(uint16_t port) {
     return socket;
 }
 
-// A secure deposit of the envelope for `addressee`. The relay's answer, or
-// -1 when it closed the connection without one.
-inline int32_t secureDeposit(uint16_t port, LXDelta* envelope, const std::string& addressee) {
+// A secure deposit of the envelopes, all for `addressee`, in one
+// connection, sent before any answer is read. The acknowledgements read,
+// in order, up to the first missing one.
+inline int32_t secureDepositAll(uint16_t port, const std::vector<LXDelta*>& envelopes,
+                                const std::string& addressee) {
     Ref<LXSocket> socket = connectTo(port);
     socket->sendInt_(LXRelayProtocol::kSecureDeposit);
-    socket->sendString_(NSString::stringWithUTF8String_(addressee.c_str()));
-    socket->sendData_(LXSecure::dataOf(archiveBytes(envelope)));
-    int32_t answer = socket->readInt();
-    return socket->isBroken() ? -1 : answer;
+    socket->sendInt_(static_cast<int32_t>(envelopes.size()));
+    for (LXDelta* envelope : envelopes) {
+        socket->sendString_(NSString::stringWithUTF8String_(addressee.c_str()));
+        socket->sendData_(LXSecure::dataOf(archiveBytes(envelope)));
+    }
+    int32_t acknowledged = 0;
+    while (acknowledged < static_cast<int32_t>(envelopes.size()) &&
+           socket->readInt() == LXRelayProtocol::kAcknowledged && !socket->isBroken())
+        acknowledged++;
+    return acknowledged;
+}
+
+// A secure deposit of one envelope: 1 when the relay acknowledged it, -1
+// when it closed the connection without an answer.
+inline int32_t secureDeposit(uint16_t port, LXDelta* envelope, const std::string& addressee) {
+    return secureDepositAll(port, {envelope}, addressee) == 1 ? 1 : -1;
 }
 
 // What an attacker makes of an honest envelope: the same box (changed by

@@ -331,20 +331,51 @@ TEST_F(SecureRelayTest, DepositsThatDoNotHoldAreRefused) {
     EXPECT_EQ(count, 0);
 }
 
+// Several deltas a connection, each answered in turn: the first that does
+// not hold ends the connection, and nothing after it is stored.
+TEST_F(SecureRelayTest, ADepositsDeltasAreAnsweredInTurnUpToTheFirstRefused) {
+    auto fromAlice = [&](const char* text) {
+        return LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", text), alice_,
+                                     bob_.certificate.sealPublic);
+    };
+    LXDelta* forged =
+            reforged(fromAlice("x"), eve_.certificate, eve_.signSecret, "bob-3", "alice-2");
+    EXPECT_EQ(secureDepositAll(relay_->port(),
+                               {fromAlice("1"), fromAlice("2"), forged, fromAlice("4")}, "bob-3"),
+              2);
+    int32_t count;
+    EXPECT_EQ(collect("bob-3", bob_, bob_.signSecret, &count).size(), 2u);
+    // The count is checked before anything is read.
+    for (int32_t announced : {0, LXRelayProtocol::kMaximumBatch + 1}) {
+        Ref<LXSocket> socket = connect();
+        socket->sendInt_(LXRelayProtocol::kSecureDeposit);
+        socket->sendInt_(announced);
+        socket->readInt();
+        EXPECT_TRUE(socket->isBroken());
+    }
+    EXPECT_NE(log().find("deposit refused: 101 deltas announced (1 to 100)"), std::string::npos)
+            << log();
+}
+
 // The transceiver's own secure cycle against the relay: what it deposits
 // is collected by the addressee's transceiver, whose delegate sees it.
 TEST_F(SecureRelayTest, TransceiverSpeaksTheSecureCommands) {
     LXTransceiver* t = LXTransceiver::defaultTransceiver();
     t->setSecureIdentity(alice_);
     t->setUser_(LXUser::userWithString_("A B/U/O-alice-2"_ns));
-    LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "x"), alice_,
-                                              bob_.certificate.sealPublic);
-    t->post_to_(envelope, envelope->addressee());
+    // More than one deposit's worth: two connections.
+    const int n = LXRelayProtocol::kMaximumBatch + 3;
+    for (int i = 0; i < n; i++) {
+        NSAutoreleasePoolScope each;
+        LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", std::to_string(i)),
+                                                  alice_, bob_.certificate.sealPublic);
+        t->post_to_(envelope, envelope->addressee());
+    }
     t->checkWithPort_host_(relay_->port(), "127.0.0.1"_ns);
-    EXPECT_EQ(t->lastCycleSent(), 1) << log();
+    EXPECT_EQ(t->lastCycleSent(), n) << log();
     EXPECT_TRUE(t->lastCycleComplete()) << log();
     int32_t count;
-    EXPECT_EQ(collect("bob-3", bob_, bob_.signSecret, &count).size(), 1u);
+    EXPECT_EQ(collect("bob-3", bob_, bob_.signSecret, &count).size(), static_cast<size_t>(n));
 }
 
 }  // namespace
