@@ -84,6 +84,16 @@ const Command kCommands[] = {
          "replaced\n"
          "       vantor-admin record restore SHEET RECORDID FIELD N write entry N of FIELD back\n",
          &runRecord},
+        {"report", "pdf|csv|layout SHEET ...",
+         "a record as PDF, a sheet as CSV, a layout begun; see ReportCommands.cpp",
+         "usage: vantor-admin report pdf SHEET RECORDID   write tmp/report.pdf by the sheet's "
+         "layout\n"
+         "       vantor-admin report csv SHEET NAME       write export/NAME (.csv added without "
+         "a dot)\n"
+         "       vantor-admin report layout SHEET [--designer]\n"
+         "                                  begin layout/layout-SHEET.xml; --designer starts\n"
+         "                                  VantorReportDesigner on it\n",
+         &runReport},
         {"sync", "[--cycles N] [--port N] [--timeout S]",
          "exchange deltas with the relay as the installation's user",
          "usage: vantor-admin sync [--cycles N] [--port N] [--timeout SECONDS] [--json]\n"
@@ -131,7 +141,7 @@ void printCommandHelp(const Command* command, FILE* out) {
     std::fprintf(out, "%s", command->help);
     const char* name = command->name;
     if (!std::strcmp(name, "record") || !std::strcmp(name, "sync") ||
-        !std::strcmp(name, "deltas")) {
+        !std::strcmp(name, "deltas") || !std::strcmp(name, "report")) {
         std::fprintf(out, "%s", kPasswordNote);
     }
 }

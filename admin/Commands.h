@@ -79,6 +79,7 @@ int runSync(int argc, char** argv);       // SyncCommand.cpp
 int runDeltas(int argc, char** argv);     // SyncCommand.cpp
 int runInit(int argc, char** argv);       // InitCommand.cpp
 int runRelay(int argc, char** argv);      // RelayCommand.cpp
+int runReport(int argc, char** argv);     // ReportCommands.cpp
 
 // Everything a stream holds, read to its end.
 std::string readAll(FILE* in);

@@ -38,12 +38,12 @@
 //                              with the checks and rights of set; prints
 //                              the id
 //
-// set writes every field of the form as Save does: a field not given keeps
-// the record's value, or for a new record takes what the empty form shows
-// (the sheet's default of a text or enum field, else the empty string, the
-// present moment for a date); hidden fields have no control and are
-// written only when given. The sheet's `notempty` rules are checked as
-// Save checks them, and values the form could not hold are refused: an
+// set writes and checks by the rules of the Save button (sheets/
+// VTSaveRules.h), one implementation for both: a field not given keeps the
+// record's value, or for a new record takes what the empty form shows;
+// hidden fields are written only when given; the sheet's `notempty` rules
+// are checked as Save checks them. Values the form could not hold are
+// refused: an
 // enum value outside its list, a reference to a record that doesn't exist.
 // set and remove need the rights the buttons need: deposit for a new
 // record, update (or updateown on one's own record) for a change, remove
@@ -64,6 +64,7 @@
 #include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
 #include "sheets/VTMatrix.h"
+#include "sheets/VTSaveRules.h"
 #include "sheets/VTSheet.h"
 #include "sheets/VTTableDataSource.h"
 #include "toolkit/NSTableView.h"
@@ -71,23 +72,6 @@
 namespace admin {
 
 namespace {
-
-// The descriptor of the sheet's field of that name, or nil.
-NSArray* descriptorOf(VTSheet* sheet, NSString* key) {
-    NSArray* fields = sheet->fields();
-    for (uint32_t i = 0; i < fields->count(); i++) {
-        auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
-        if (descriptor->objectAtIndex_(0)->isEqual_(key)) return descriptor;
-    }
-    return nullptr;
-}
-
-// Whether the current user created the record (the "own" of updateown and
-// removeown).
-bool isOwn(VTWorkspace* w, NSDictionary* record) {
-    NSObject* creator = record->objectForKey_("__creator"_ns);
-    return creator && creator->isEqual_(w->currentUserId());
-}
 
 // Why a commit failed, for the command's message: the commit has put the
 // matrix back as it was, and nothing went out to the other users.
@@ -114,104 +98,10 @@ void refreshViews(VTWorkspace* w, VTSheet* sheet) {
     w->refreshSheetsExceptThisOne_(sheet);
 }
 
-// Sends a hook of the sheet with the row as a retained number, which the
-// hook releases.
-void sendRowHook(VTSheet* sheet, const char* selector, uint32_t row) {
-    SEL sel = NSSelectorFromCString(selector);
-    if (!sheet->respondsToSelector_(sel)) return;
-    NSNumber* number = NSNumber::numberWithInt_(static_cast<int32_t>(row));
-    number->retain();
-    sheet->performSelector_withObject_(sel, number);
-}
-
-NSString* nameOf(NSArray* descriptor) {
-    return static_cast<NSString*>(descriptor->objectAtIndex_(0));
-}
-
-bool typeIs(NSArray* descriptor, const char* type) {
-    return descriptor->objectAtIndex_(1)->isEqual_(NSString::stringWithUTF8String_(type));
-}
-
-// The value Save reads from a field's control: see the top of this file.
-// nil for a hidden field that isn't given.
-NSObject* formValue(VTSheet* sheet, NSArray* descriptor, NSDictionary* given,
-                    NSDictionary* record) {
-    NSString* name = nameOf(descriptor);
-    if (NSObject* value = given->objectForKey_(name)) return value;
-    if (sheet->hiddenFields()->objectForKey_(name)) return nullptr;
-    if (NSObject* value = record ? record->objectForKey_(name) : nullptr) return value;
-    if (typeIs(descriptor, "datepicker") || typeIs(descriptor, "datetimepicker"))
-        return NSDate::date();
-    bool takesDefault = typeIs(descriptor, "string") || typeIs(descriptor, "multiline") ||
-                        typeIs(descriptor, "enum");
-    NSObject* fallback =
-            takesDefault && !record ? sheet->defaultValues()->objectForKey_(name) : nullptr;
-    return fallback ? fallback : ""_ns;
-}
-
-// The first of white space separated ids that names no record of the
-// target sheet, or nil (the empty text names none).
-NSString* unknownRecordIn(VTWorkspace* w, NSString* target, NSString* ids) {
-    VTSheet* sheet = w->sheetNamed_(target);
-    NSArray* parts = ids->split();
-    for (uint32_t i = 0; i < parts->count(); i++) {
-        auto* id = static_cast<NSString*>(parts->objectAtIndex_(i));
-        if (id->length() > 0 && (!sheet || !sheet->matrix()->objectWithRecordId_(id))) return id;
-    }
-    return nullptr;
-}
-
-// Why the field's control couldn't hold the value, or "" when it can: a
-// date for a date, else text; an enum value of its list (or none);
-// references to existing records (or none).
-std::string unfitFor(VTWorkspace* w, NSArray* descriptor, NSObject* value) {
-    if (typeIs(descriptor, "datepicker") || typeIs(descriptor, "datetimepicker"))
-        return value->isKindOfClass_(NSDate::classObject())
-                       ? ""
-                       : "a date is expected: {\"$date\": \"...\"}";
-    if (!value->isKindOfClass_(NSString::classObject())) return "text is expected";
-    auto* text = static_cast<NSString*>(value);
-    if (typeIs(descriptor, "enum")) {
-        auto* list = static_cast<NSArray*>(descriptor->objectAtIndex_(2));
-        if (text->length() == 0 || list->indexOfObject_(text) >= 0) return "";
-        return std::string("not one of: ") + list->componentsJoinedByString_(" "_ns)->UTF8String();
-    }
-    if (typeIs(descriptor, "reference") || typeIs(descriptor, "multireference")) {
-        auto* target = static_cast<NSString*>(descriptor->objectAtIndex_(2));
-        if (NSString* id = unknownRecordIn(w, target, text))
-            return std::string("no record '") + id->UTF8String() + "' in the sheet '" +
-                   target->UTF8String() + "'";
-    }
-    return "";
-}
-
-// What Save checks first: the first field in field order whose `notempty` rule its
-// form value breaks, or nil. Text must hold more than blanks, an enum and a
-// reference must select something; dates and multireferences always pass,
-// and a hidden text field, having no control, never does.
-NSString* firstEmptyField(VTSheet* sheet, NSDictionary* given, NSDictionary* record) {
-    NSArray* fields = sheet->fields();
-    for (uint32_t i = 0; i < fields->count(); i++) {
-        auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
-        if (sheet->validation()->objectsForKey_(nameOf(descriptor))->indexOfObject_("notempty"_ns) <
-            0)
-            continue;
-        bool text = typeIs(descriptor, "string") || typeIs(descriptor, "multiline");
-        if (!text && !typeIs(descriptor, "enum") && !typeIs(descriptor, "reference")) continue;
-        NSObject* value = formValue(sheet, descriptor, given, record);
-        auto* shown = value && value->isKindOfClass_(NSString::classObject())
-                              ? static_cast<NSString*>(value)
-                              : nullptr;
-        bool empty = !shown || (text ? shown->trim()->length() == 0 : shown->length() == 0);
-        if (empty) return nameOf(descriptor);
-    }
-    return nullptr;
-}
-
 // Checks one object of standard input: known fields, values the form
 // could hold, and Save's validation. Answers its __recordId (nil for a new
 // record) through `recordId`.
-bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** recordId) {
+bool checkValues(VTSheet* sheet, NSObject* object, NSString** recordId) {
     if (!object->isKindOfClass_(NSDictionary::classObject())) {
         std::fprintf(stderr,
                      "vantor-admin: record set: standard input must hold a JSON object or an array "
@@ -228,13 +118,13 @@ bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** re
             *recordId = static_cast<NSString*>(value);
             continue;
         }
-        NSArray* descriptor = descriptorOf(sheet, key);
+        NSArray* descriptor = VTSaveDescriptorOf(sheet, key);
         if (!descriptor) {
             std::fprintf(stderr, "vantor-admin: record set: '%s' is no field of the sheet '%s'\n",
                          key->UTF8String(), sheet->name()->UTF8String());
             return false;
         }
-        std::string unfit = unfitFor(w, descriptor, value);
+        std::string unfit = VTSaveUnfitValue(sheet, descriptor, value);
         if (!unfit.empty()) {
             std::fprintf(stderr, "vantor-admin: record set: the field '%s': %s\n",
                          key->UTF8String(), unfit.c_str());
@@ -248,11 +138,9 @@ bool checkValues(VTWorkspace* w, VTSheet* sheet, NSObject* object, NSString** re
     // An id that names no record is reported when the record is saved.
     NSDictionary* record = *recordId ? sheet->matrix()->objectWithRecordId_(*recordId) : nullptr;
     if (*recordId && !record) return true;
-    if (NSString* empty = firstEmptyField(sheet, values, record)) {
-        NSString* label = static_cast<NSString*>(sheet->fieldLabels()->objectForKey_(empty));
-        NSString* message = NSString::stringWithFormat_(
-                VTLocalizedString("validation_notempty"_ns)->UTF8String(),
-                (label ? label : empty)->UTF8String());
+    if (NSString* empty = VTSaveFirstEmptyField(sheet, values, record)) {
+        NSString* message =
+                VTSaveEmptyFieldMessage(sheet, empty, VTLocalizedString("validation_notempty"_ns));
         std::fprintf(stderr, "vantor-admin: record set: %s: %s\n",
                      VTLocalizedString("validation_error"_ns)->UTF8String(), message->UTF8String());
         return false;
@@ -265,12 +153,10 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId, 
     VTWorkspace* w = s.workspace();
     VTMatrix* m = sheet->matrix();
     m->beginTransaction();
-    uint32_t row;
+    int32_t row = -1;
     if (recordId) {
         int32_t found = rowOf(m, recordId);
-        bool allowed = found >= 0 && (w->currentUserCanUpdate_(sheet) ||
-                                      (w->currentUserCanUpdateOwn_(sheet) &&
-                                       isOwn(w, m->objectWithRecordId_(recordId))));
+        bool allowed = found >= 0 && sheet->mayUpdate(m->objectWithRecordId_(recordId));
         if (!allowed) {
             m->rollbackTransaction();
             if (found < 0)
@@ -281,7 +167,7 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId, 
                              w->currentUserId()->UTF8String());
             return false;
         }
-        row = static_cast<uint32_t>(found);
+        row = found;
     } else {
         if (!w->currentUserCanDeposit_(sheet)) {
             m->rollbackTransaction();
@@ -290,24 +176,16 @@ bool save(Session& s, VTSheet* sheet, NSDictionary* values, NSString* recordId, 
                          w->currentUserId()->UTF8String(), sheet->name()->UTF8String());
             return false;
         }
-        row = m->numberOfRows();
     }
-    // Field order, as Save writes the form's controls.
-    NSDictionary* record = recordId ? m->objectWithRecordId_(recordId) : nullptr;
-    NSArray* fields = sheet->fields();
-    for (uint32_t i = 0; i < fields->count(); i++) {
-        auto* descriptor = static_cast<NSArray*>(fields->objectAtIndex_(i));
-        if (NSObject* value = formValue(sheet, descriptor, values, record))
-            m->setValue_inRow_column_(value, row, nameOf(descriptor));
-    }
-    sendRowHook(sheet, "willStoreRow:", row);
+    row = VTSaveWriteFields(sheet, values, row);
     if (!m->commitTransaction()) {
         reportFailedCommit("record set", sheet);
         return false;
     }
-    m->markAsSeen_rowIndex_(true, row);
+    m->markAsSeen_rowIndex_(true, static_cast<uint32_t>(row));
     refreshViews(w, sheet);
-    NSString* id = static_cast<NSString*>(m->valueInRow_column_(row, "__recordId"_ns));
+    NSString* id = static_cast<NSString*>(
+            m->valueInRow_column_(static_cast<uint32_t>(row), "__recordId"_ns));
     if (json) {
         std::fprintf(s.results(), "%s\n",
                      JsonObject().add("recordId", id->UTF8String()).text().c_str());
@@ -335,7 +213,7 @@ int set(Session& s, VTSheet* sheet, bool json) {
                                : NSArray::arrayWithObjects_(parsed.get(), nullptr);
     std::vector<NSString*> ids(objects->count());
     for (uint32_t i = 0; i < objects->count(); i++) {
-        if (!checkValues(s.workspace(), sheet, objects->objectAtIndex_(i), &ids[i])) return 1;
+        if (!checkValues(sheet, objects->objectAtIndex_(i), &ids[i])) return 1;
     }
     Progress progress("record set: saved", objects->count());
     for (uint32_t i = 0; i < objects->count(); i++) {
@@ -364,7 +242,7 @@ int remove(Session& s, VTSheet* sheet, const char* id) {
     auto* record = static_cast<NSDictionary*>(
             m->allObjectsSorted()->objectAtIndex_(static_cast<uint32_t>(row)));
     if (!w->currentUserCanRemove_(sheet) &&
-        !(w->currentUserCanRemoveOwn_(sheet) && isOwn(w, record))) {
+        !(w->currentUserCanRemoveOwn_(sheet) && sheet->isOwnRecord(record))) {
         m->rollbackTransaction();
         std::fprintf(stderr, "vantor-admin: record remove: %s may not remove this record\n",
                      w->currentUserId()->UTF8String());
@@ -387,7 +265,7 @@ int select(VTSheet* sheet, const char* id) {
                      sheet->name()->UTF8String());
         return 1;
     }
-    sendRowHook(sheet, "didSelectRow:", static_cast<uint32_t>(row));
+    VTSendRowHook(sheet, NS_SEL("didSelectRow:"), row);
     m->markAsSeen_rowIndex_(true, static_cast<uint32_t>(row));
     return 0;
 }
@@ -540,7 +418,7 @@ int restore(Session& s, VTSheet* sheet, const char* id, const char* field, const
     NSMutableDictionary* values = NSDictionary::dictionaryWithObjectsAndKeys_(
             recordId, "__recordId"_ns, value, name, nullptr);
     NSString* checkedId = nullptr;
-    if (!checkValues(s.workspace(), sheet, values, &checkedId)) return 1;
+    if (!checkValues(sheet, values, &checkedId)) return 1;
     return save(s, sheet, values, checkedId, false) ? 0 : 1;
 }
 

@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "app/VTAppDelegate.h"
 #include "app/VTLocalization.h"
+#include "app/VTMainWindow.h"
 #include "app/VTUserKey.h"
 #include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
@@ -187,7 +189,12 @@ int VTClientMain(void* instanceHandle) {
             sheet->matrix()->numberOfRows());
     }
 
-    LOG("start-up ends after the workspace: the login window and the main window are not built "
-        "yet");
+    // The login window, shown, and the main window, hidden; then the
+    // message loop until the main window pointer's window is closed or
+    // File > Quit ends the process.
+    VTAssembleWindows(workspace);
+    NSApplication* application = NSApplication::sharedApplication();
+    application->setDelegate_(NSAutorelease(VTAppDelegate::alloc()->init()));
+    application->run();
     return 0;
 }

@@ -72,6 +72,10 @@ const Row kRows[] = {
          "Složka s daty (data/) chybí."},
         {"removing", "Removing", "Entfernen", "Ostranit"},
         {"areyousure", "Are you sure?", "Wirklich durchführen?", "Opravdu provést?"},
+        {"notamongchoices", "%s (not among the choices)", "%s (nicht in der Auswahl)",
+         "%s (není v nabídce)"},
+        {"history", "History", "Verlauf", "Historie"},
+        {"restore", "Restore", "Wiederherstellen", "Obnovit"},
         {"m_File", "File", "Datei", "Soubor"},
         {"m_Quit", "Quit", "Beenden", "Konec"},
         {"pleasereport", "Please report every problem to support@vantor.example.",
@@ -137,6 +141,8 @@ NSString* VTLocalization::languageFromFile_(NSString* path) {
     return "en"_ns;
 }
 
+NSString* VTLocalization::localizedStringForKey_(NSString* key) { return VTLocalizedString(key); }
+
 NSString* VTLocalizedString(NSString* key) {
     NSString* text =
             installedTable ? static_cast<NSString*>(installedTable->objectForKey_(key)) : nullptr;
@@ -155,4 +161,5 @@ NS_CLASS_BEGIN(VTLocalization, NSObject)
     NS_METHOD(stringsForLanguage_)
     NS_CLASS_METHOD(localization)
     NS_CLASS_METHOD(languageFromFile_)
+    NS_CLASS_METHOD(localizedStringForKey_)
 NS_CLASS_END(VTLocalization)

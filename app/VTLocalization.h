@@ -23,6 +23,8 @@ public:
     // in lower case, if it is en, de or cs. No file gives "en" silently;
     // anything else gives "en" and a log line.
     static NSString* languageFromFile_(NSString* path);
+    // VTLocalizedString for layers below this one, which reach it by name.
+    static NSString* localizedStringForKey_(NSString* key);
     NSMutableDictionary* englishStrings() { return _english; }
     NSMutableDictionary* germanStrings() { return _german; }
     NSMutableDictionary* czechStrings() { return _czech; }

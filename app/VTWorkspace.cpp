@@ -10,6 +10,7 @@
 #include "foundation/NSValue.h"
 #include "foundation/platform/Platform.h"
 #include "sheets/LXListParser.h"
+#include "sheets/VTActionTestForm.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 #include "storage/LXDataKey.h"
@@ -190,19 +191,13 @@ VTMatrix* VTWorkspace::matrixNamed(const char* name) {
 }
 
 void VTWorkspace::renderForms() {
-    // The run-time forms come with their action class; a program built
-    // without it starts without them.
-    Class actionClass = NSClassFromCString("VTActionTestForm");
-    if (!actionClass) {
-        LOG("run-time forms not rendered: VTActionTestForm is not in this program");
-        return;
-    }
     VTMatrix* forms = matrixNamed("form");
     if (!forms) {
         LOG("run-time forms not rendered: no sheet named form");
         return;
     }
-    NSObject* action = actionClass->alloc()->init();
+    Ref<VTActionTestForm> action =
+            adoptRef(static_cast<VTActionTestForm*>(VTActionTestForm::alloc()->init()));
     forms->load();
     NSArray* records = forms->allObjectsSorted();
     // render:: may add records elsewhere, never here; still, walk a copy.
@@ -211,16 +206,13 @@ void VTWorkspace::renderForms() {
         NSString* status =
                 stringValue(static_cast<NSDictionary*>(walk->objectAtIndex_(row)), "status"_ns);
         if (!status || !status->isEqual_("released"_ns)) continue;
-        NSObject* sheet = NSSend<NSObject*>(
-                action, NS_SEL("render::"),
-                static_cast<NSObject*>(NSNumber::numberWithInt_(static_cast<int>(row))),
-                static_cast<NSObject*>(forms));
-        NSObject* name = NSSend<NSObject*>(sheet, NS_SEL("name"));
-        if (!sheet || !name) continue;
-        _sheets->setObject_forKey_(sheet, name);
+        // The new sheet is ours: the dictionary and the list keep it.
+        Ref<VTSheet> sheet =
+                adoptRef(action->render__(NSNumber::numberWithInt_(static_cast<int>(row)), forms));
+        if (!sheet || !sheet->name()) continue;
+        _sheets->setObject_forKey_(sheet, sheet->name());
         _listOfSheets->addObject_(sheet);
     }
-    action->release();
 }
 
 bool VTWorkspace::firstUserStep() {
@@ -314,6 +306,8 @@ bool VTWorkspace::firstUserStep() {
     return true;
 }
 
+NSString* VTWorkspace::localizedString_(NSString* key) { return VTLocalizedString(key); }
+
 void VTWorkspace::refreshSheetsExceptThisOne_(NSObject* sheet) {
     NSMutableArray* all = _sheets->allValues();
     for (uint32_t i = 0, n = all->count(); i < n; i++) {
@@ -375,6 +369,7 @@ NS_CLASS_BEGIN(VTWorkspace, NSObject)
     NS_METHOD(listOfSheets)
     NS_METHOD(userInfo)
     NS_METHOD(refreshSheetsExceptThisOne_)
+    NS_METHOD(localizedString_)
     NS_METHOD(setsForSeen)
     NS_METHOD(setForSeenForKey_)
     NS_METHOD(saveSetsForSeen)

@@ -67,6 +67,9 @@ public:
     NSMutableSet* setForSeenForKey_(NSString* key);
     // Stores the whole dictionary in the _seen_ container.
     void saveSetsForSeen();
+    // VTLocalizedString, for the layers below the application, which ask
+    // their workspace by message.
+    NSString* localizedString_(NSString* key);
     // Sends terminate: with nil to the application object.
     void menuFileQuit_(NSObject* sender);
     // A user's change that did not reach the disk (the matrix is back as
@@ -143,6 +146,12 @@ public:
     // Why the sender may not make this change here, by this installation's
     // user, group and role sheets, or nil.
     NSString* reasonToRefuseChange(LXDelta* delta);
+    // The data server (VTWorkspaceDataServer.cpp). At login: a detached
+    // thread that runs runDataServer, which serves port 8765 until the
+    // process ends (see reports/VTDataServer.h); a port in use ends the
+    // thread after its log line and the client works on without it.
+    void startDataServer();
+    void runDataServer();
 
     // Lookups for tools and tests.
     VTSheet* sheetNamed_(NSString* name);

@@ -27,12 +27,11 @@
 // The same holds for what the receive path does on the main thread's
 // behalf: the refresh of tables after an incoming change and the alert of
 // an unknown sheet come after the transaction is committed (or before any
-// is begun), holding no lock but the cycle's. Today there are no native
-// windows: the refresh reloads the object-side table view (NSTableView
-// keeps its state in fields) and nothing crosses to the main thread. Once
-// list views exist, their reload waits for the main thread to serve the
-// call; the main thread always gets back to its message loop to serve it,
-// because nothing it may be waiting for is held by the transceiver's thread.
+// is begun), holding no lock but the cycle's. A table's reload is one
+// native message that waits for the main thread to serve it (see
+// NSTableView); the main thread always gets back to its message loop to
+// serve it, because nothing it may be waiting for is held by the
+// transceiver's thread (tests/app/table_threads_test.cpp).
 #include <cstdlib>
 #include <cstring>
 

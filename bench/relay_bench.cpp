@@ -1,12 +1,13 @@
 // The relay's throughput with a queue of 100,000 deltas, side by side with
 // Redis in the same run:
 //
-//   RelayDeposit/<mode>
+//   RelayDeposit/<mode>[/8 clients]
 //                   deposits/s: each one a new connection carrying one
 //                   delta, acknowledged once it is on disk (as the
 //                   transceiver's send phase does); mode plain, or fsync
-//                   (vantor-relay --fsync: each journal entry forced to
-//                   stable storage before the acknowledgement)
+//                   (vantor-relay --fsync: each block and journal entry
+//                   forced to stable storage before the acknowledgement);
+//                   one client, or 8 depositing at once
 //   RelayCollect/<mode>
 //                   collects/s: one collect connection, each delta read
 //                   and acknowledged before the next comes (the receive
@@ -16,7 +17,7 @@
 //                   everysec, then always; a list prefilled with 100,000
 //                   values of the delta's size; redis-benchmark -k 0 -c 1
 //                   (a new connection per request, one client at a time,
-//                   as the relay serves)
+//                   as a transceiver deposits); LPUSH also with -c 8
 //   Ratios          relay figure / Redis figure: plain against everysec,
 //                   fsync against always
 //
@@ -195,40 +196,93 @@ Relay* relay(benchmark::State& state, bool fsync) {
 
 const char* modeSuffix(bool fsync) { return fsync ? "_fsync" : ""; }
 
-void BM_RelayDeposit(benchmark::State& state, bool fsync) {
-    Relay* r = relay(state, fsync);
-    if (!r) return;
+constexpr int kClients = 8;
+
+std::string clientsSuffix(int clients) {
+    return clients > 1 ? "_" + std::to_string(clients) + "clients" : "";
+}
+
+// `count` deposits one after the other, each on a connection of its own;
+// answers how many were not acknowledged.
+int depositSeries(uint16_t port, const std::string& archive, int count) {
     NSAutoreleasePool* outer = NSAutoreleasePool::alloc()->init();
-    NSData* archive = archiveOf(saveDelta(kQueue));
     int refused = 0;
-    auto t0 = std::chrono::steady_clock::now();
-    for (auto _ : state) {
+    for (int i = 0; i < count; i++) {
         NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
         LXSocket* socket = LXSocket::alloc()->initWithEncryptionKey_("Mq7Tarn"_ns);
-        socket->connect_port_("127.0.0.1"_ns, r->port);
+        socket->connect_port_("127.0.0.1"_ns, port);
         socket->sendInt_(1);
         socket->sendString_("2"_ns);
         // sendData: enciphers in place: a fresh copy each time.
-        socket->sendData_(NSMutableData::dataWithData_(archive));
+        socket->sendData_(NSMutableData::dataWithBytes_length_(
+                archive.data(), static_cast<uint32_t>(archive.size())));
         if (socket->readInt() != 1) refused++;
         socket->release();
         inner->release();
     }
-    double rate = static_cast<double>(state.iterations()) / secondsSince(t0);
     outer->release();
+    return refused;
+}
+
+// With `clients` > 1, that many clients deposit at once, each one delta
+// after the other (redis-benchmark -c N is the peer).
+void BM_RelayDeposit(benchmark::State& state, bool fsync, int clients) {
+    Relay* r = relay(state, fsync);
+    if (!r) return;
+    std::string archive;
+    {
+        NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
+        NSData* bytes = archiveOf(saveDelta(kQueue));
+        void* copy = bytes->bytes();
+        archive.assign(static_cast<const char*>(copy), bytes->length());
+        std::free(copy);
+        pool->release();
+    }
+    int refused = 0;
+    int each = kRelayOperations / clients;
+    auto t0 = std::chrono::steady_clock::now();
+    for (auto _ : state) {
+        if (clients == 1) {
+            refused = depositSeries(r->port, archive, each);
+            continue;
+        }
+        // Processes, not threads: the object model's reference counts are
+        // not atomic, and the clients would share the constant objects.
+        std::vector<pid_t> children;
+        for (int c = 0; c < clients; c++) {
+            pid_t child = fork();
+            if (child == 0) _exit(depositSeries(r->port, archive, each) == 0 ? 0 : 1);
+            children.push_back(child);
+        }
+        for (pid_t child : children) {
+            int status = 0;
+            if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status) ||
+                WEXITSTATUS(status) != 0)
+                refused++;
+        }
+    }
+    double rate = static_cast<double>(each * clients) / secondsSince(t0);
     if (refused) state.SkipWithError("a deposit was not acknowledged");
-    gFigures[std::string("deposit") + modeSuffix(fsync)] = rate;
+    gFigures[std::string("deposit") + modeSuffix(fsync) + clientsSuffix(clients)] = rate;
     state.counters["deposits/s"] = rate;
     state.counters["delta_bytes"] = deltaSize();
     state.counters["prefill_s"] = r->prefillSeconds;
     state.counters["start_s"] = r->startSeconds;
 }
-BENCHMARK_CAPTURE(BM_RelayDeposit, plain, false)
-        ->Iterations(kRelayOperations)
+BENCHMARK_CAPTURE(BM_RelayDeposit, plain, false, 1)
+        ->Iterations(1)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_RelayDeposit, fsync, true)
-        ->Iterations(kRelayOperations)
+BENCHMARK_CAPTURE(BM_RelayDeposit, fsync, true, 1)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RelayDeposit, plain / 8 clients, false, kClients)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RelayDeposit, fsync / 8 clients, true, kClients)
+        ->Iterations(1)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
 
@@ -324,41 +378,52 @@ Redis* redisFor(const std::string& mode, benchmark::State& state) {
     return gRedis;
 }
 
-// requests/s of one redis-benchmark test (lower case), or 0.
-double redisBenchmark(const Redis& r, const std::string& test, int requests) {
-    std::string out = run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(r.port) +
-                          " -c 1 -k 0 --csv -t " + test + " -n " + std::to_string(requests) +
-                          " -d " + std::to_string(deltaSize()) + " 2>/dev/null");
+// requests/s of one redis-benchmark test (lower case) with `clients` at
+// once, or 0.
+double redisBenchmark(const Redis& r, const std::string& test, int requests, int clients) {
+    std::string out =
+            run("redis-benchmark -h 127.0.0.1 -p " + std::to_string(r.port) + " -c " +
+                std::to_string(clients) + " -k 0 --csv -t " + test + " -n " +
+                std::to_string(requests) + " -d " + std::to_string(deltaSize()) + " 2>/dev/null");
     std::string upper;
     for (char c : test) upper += static_cast<char>(toupper(c));
     size_t at = out.find("\"" + upper + "\",\"");
     return at == std::string::npos ? 0 : atof(out.c_str() + at + upper.size() + 4);
 }
 
-void BM_Redis(benchmark::State& state, const char* mode, const char* test, int requests) {
+void BM_Redis(benchmark::State& state, const char* mode, const char* test, int requests,
+              int clients) {
     Redis* r = redisFor(mode, state);
     if (!r) return;
     int before = atoi(r->cli("llen mylist").c_str());
     double rate = 0;
-    for (auto _ : state) rate = redisBenchmark(*r, test, requests);
+    for (auto _ : state) rate = redisBenchmark(*r, test, requests, clients);
     if (rate <= 0) state.SkipWithError("redis-benchmark gave no figure");
-    gFigures[std::string(mode) + "/" + test] = rate;
+    gFigures[std::string(mode) + "/" + test + clientsSuffix(clients)] = rate;
     state.counters["requests/s"] = rate;
     state.counters["list_length"] = before;
 }
-BENCHMARK_CAPTURE(BM_Redis, everysec / LPUSH, "everysec", "lpush", 20000)
+BENCHMARK_CAPTURE(BM_Redis, everysec / LPUSH, "everysec", "lpush", 20000, 1)
         ->Iterations(1)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Redis, everysec / RPOP, "everysec", "rpop", 20000)
+BENCHMARK_CAPTURE(BM_Redis, everysec / RPOP, "everysec", "rpop", 20000, 1)
         ->Iterations(1)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Redis, always / LPUSH, "always", "lpush", 5000)
+BENCHMARK_CAPTURE(BM_Redis, everysec / LPUSH / 8 clients, "everysec", "lpush", 20000, kClients)
         ->Iterations(1)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Redis, always / RPOP, "always", "rpop", 5000)
+BENCHMARK_CAPTURE(BM_Redis, always / LPUSH, "always", "lpush", 5000, 1)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, always / RPOP, "always", "rpop", 5000, 1)
+        ->Iterations(1)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Redis, always / LPUSH / 8 clients, "always", "lpush", 5000, kClients)
         ->Iterations(1)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
@@ -385,6 +450,16 @@ void BM_Ratios(benchmark::State& state) {
                 lpush > 0 ? gFigures["deposit" + suffix] / lpush : 0;
         state.counters["collect" + suffix + "/RPOP_" + mode] =
                 rpop > 0 ? gFigures["collect" + suffix] / rpop : 0;
+    }
+    // Clients at once, against Redis with as many: the relay's deposits
+    // that arrive together share the forced writes, as Redis's do.
+    std::string many = clientsSuffix(kClients);
+    for (bool fsync : {false, true}) {
+        std::string mode = fsync ? "always" : "everysec";
+        std::string deposit = std::string("deposit") + modeSuffix(fsync) + many;
+        double lpush = gFigures[mode + "/lpush" + many];
+        state.counters[deposit + "/LPUSH_" + mode + many] =
+                lpush > 0 ? gFigures[deposit] / lpush : 0;
     }
 }
 BENCHMARK(BM_Ratios)->Iterations(1);

@@ -261,16 +261,54 @@ NSDate* NSDate::addTimeInterval_(double seconds) {
 }
 
 namespace {
-// The text of description without its object; 64 bytes hold any fields.
-void formatDescription(const VTSystemTime& t, char* out, size_t size) {
-    std::snprintf(out, size, "%d-%02d-%02d %02d:%02d:%02d +0100", t.year, t.month, t.day, t.hour,
-                  t.minute, t.second);
+// Two digits of 0 to 99, as %02d writes them.
+inline char* putTwoDigits(char* out, unsigned value) {
+    out[0] = static_cast<char>('0' + value / 10);
+    out[1] = static_cast<char>('0' + value % 10);
+    return out + 2;
+}
+
+// Writes `value` in decimal, padded with zeros to at least `width` digits
+// as %0*d does; returns the end of what it wrote. Fields within their
+// usual ranges (a two-digit field, a four-digit year) take a shortcut.
+inline char* putDecimal(char* out, unsigned value, int width) {
+    if (width <= 2 && value < 100 && (width == 2 || value >= 10)) return putTwoDigits(out, value);
+    if (width <= 4 && value >= 1000 && value < 10000)
+        return putTwoDigits(putTwoDigits(out, value / 100), value % 100);
+    char digits[8];
+    int n = 0;
+    do {
+        digits[n++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value);
+    while (n < width) digits[n++] = '0';
+    while (n) *out++ = digits[--n];
+    return out;
 }
 }  // namespace
 
+uint32_t NSDate::getDescription(char* out) {
+    // Every export line and every sort by date writes this text, so it is
+    // put together digit by digit rather than through printf.
+    const VTSystemTime& t = _time;
+    char* p = putDecimal(out, t.year, 1);
+    *p++ = '-';
+    p = putDecimal(p, t.month, 2);
+    *p++ = '-';
+    p = putDecimal(p, t.day, 2);
+    *p++ = ' ';
+    p = putDecimal(p, t.hour, 2);
+    *p++ = ':';
+    p = putDecimal(p, t.minute, 2);
+    *p++ = ':';
+    p = putDecimal(p, t.second, 2);
+    std::memcpy(p, " +0100", 7);
+    return static_cast<uint32_t>(p + 6 - out);
+}
+
 NSString* NSDate::description() {
-    char text[64];
-    formatDescription(_time, text, sizeof text);
+    char text[kDescriptionSize];
+    getDescription(text);
     return NSMutableString::stringWithUTF8String_(text);
 }
 
@@ -294,9 +332,9 @@ int NSDate::compare_(NSObject* object) {
     if (!other) return NSCompareKinds(this, object);
     // The bytes of both descriptions compared as compare: of strings does
     // it, without making the two string objects.
-    char mine[64], theirs[64];
-    formatDescription(_time, mine, sizeof mine);
-    formatDescription(other->_time, theirs, sizeof theirs);
+    char mine[kDescriptionSize], theirs[kDescriptionSize];
+    getDescription(mine);
+    other->getDescription(theirs);
     int c = std::strcmp(mine, theirs);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }

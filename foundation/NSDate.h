@@ -55,6 +55,10 @@ public:
 
     // "2008-05-03 09:00:07 +0100", as a new autoreleased NSMutableString.
     NSString* description() override;
+    // The same text written into `out`, which holds kDescriptionSize bytes,
+    // with its NUL; no object is made. Returns the length without the NUL.
+    static constexpr uint32_t kDescriptionSize = 48;
+    uint32_t getDescription(char* out);
     // "3.5.2008 09:00:07", or "3.5.2008" at midnight sharp. Autoreleased.
     NSString* vantorDescription();
     // By the description strings: -1, 0 or 1 on second resolution. A date

@@ -1,6 +1,7 @@
 #include "NSDictionary.h"
 
 #include <cstdarg>
+#include <cstring>
 
 #include "NSNull.h"
 #include "NSString.h"
@@ -12,34 +13,55 @@ namespace {
 // their hashes are: isEqual: and hash both come from the text, or from the
 // number, and neither has side effects. Between two such keys a differing
 // hash therefore answers isEqual: without asking it, and nobody can tell the
-// difference; it saves most of the cost of a long bucket. Subclasses are
-// left out: they may redefine either operation.
-bool hashDecidesEquality(Class cls) {
-    static const Class string = NSString::classObject();
-    static const Class mutableString = NSMutableString::classObject();
-    static const Class constantString = NSConstantString::classObject();
-    static const Class number = NSNumber::classObject();
-    return cls == string || cls == mutableString || cls == constantString || cls == number;
+// difference; it saves most of the cost of a long bucket. Two such strings
+// with the same hash are compared by their bytes here, as their isEqual:
+// would. Subclasses are left out: they may redefine either operation.
+enum class KeyKind : uint8_t { other, string, number };
+
+struct KeyClasses {
+    Class string, mutableString, constantString, number;
+};
+
+const KeyClasses& keyClasses() {
+    static const KeyClasses classes = {NSString::classObject(), NSMutableString::classObject(),
+                                       NSConstantString::classObject(), NSNumber::classObject()};
+    return classes;
+}
+
+// Runs for every key looked at: one guarded initialisation for all four
+// classes, and small enough to be inlined.
+inline KeyKind keyKindOf(Class cls) {
+    const KeyClasses& c = keyClasses();
+    if (cls == c.string || cls == c.mutableString || cls == c.constantString)
+        return KeyKind::string;
+    return cls == c.number ? KeyKind::number : KeyKind::other;
 }
 
 // The key looked for, with its hash taken once (the first thing an
 // insertion does).
 struct KeyProbe {
-    explicit KeyProbe(NSObject* k)
-        : key(k), hash(k->hash()), hashDecides(hashDecidesEquality(k->class_())) {}
+    explicit KeyProbe(NSObject* k) : key(k), hash(k->hash()), kind(keyKindOf(k->class_())) {}
     // The stored key asked isEqual: with the key looked for, in that
     // direction: a key whose isEqual: is not symmetric finds what it
     // always found.
     bool matchedBy(NSObject* stored) const {
-        if (hashDecides && stored != key && hashDecidesEquality(stored->class_()) &&
-            stored->hash() != hash) {
-            return false;
+        if (kind != KeyKind::other && stored != key) {
+            KeyKind storedKind = keyKindOf(stored->class_());
+            if (storedKind != KeyKind::other) {
+                if (stored->hash() != hash) return false;
+                if (kind == KeyKind::string && storedKind == KeyKind::string) {
+                    auto* a = static_cast<NSString*>(stored);
+                    auto* b = static_cast<NSString*>(key);
+                    return a->byteLength() == b->byteLength() &&
+                           std::memcmp(a->UTF8String(), b->UTF8String(), a->byteLength()) == 0;
+                }
+            }
         }
         return stored->isEqual_(key);
     }
     NSObject* key;
     uint32_t hash;
-    bool hashDecides;
+    KeyKind kind;
 };
 
 }  // namespace
@@ -126,7 +148,9 @@ NSObject* NSDictionary::objectForKey_(NSObject* key) {
     if (!key || !_array) return nullptr;
     KeyProbe probe(key);
     NSObject* slot = _array->objectAtIndex_(probe.hash % _array->count());
-    if (slot == NSNull::null()) return nullptr;
+    // The shared null never changes; taken once instead of per lookup.
+    static NSNull* const null = NSNull::null();
+    if (slot == null) return nullptr;
     auto* bucket = static_cast<NSMutableArray*>(slot);
     for (uint32_t i = 0; i < bucket->count(); i += 2) {
         if (probe.matchedBy(bucket->objectAtIndex_(i))) return bucket->objectAtIndex_(i + 1);

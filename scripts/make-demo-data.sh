@@ -63,6 +63,20 @@ store project '{"__recordId": "demo-project-2", "title": "Shop catalogue", "cust
 store task '{"__recordId": "demo-task-1", "title": "Map the old accounts", "project": "demo-project-1", "state": "started"}'
 store task '{"__recordId": "demo-task-2", "title": "Agree on the cut-over day", "project": "demo-project-1", "state": "open"}'
 
+# A designed form, released, so that every start builds it as a sheet: a
+# visit report that shows each kind of form field. Staff may read, change
+# and remove its records.
+store form '{"__recordId": "demo-form-visit", "name": "visit", "label": "Visit reports", "source": "", "status": "released", "readers": "demo-role-staff", "updaters": "demo-role-staff", "removers": "demo-role-staff"}'
+field() {  # field ORDER NAME LABEL TYPE LOCATION REQUIRED PARAMETERS TOOLTIP DEFAULT
+    store formfield "{\"__recordId\": \"demo-formfield-$2\", \"form\": \"demo-form-visit\", \"order\": \"$1\", \"name\": \"$2\", \"label\": \"$3\", \"type\": \"$4\", \"location\": \"$5\", \"required\": \"$6\", \"parameters\": \"$7\", \"tooltip\": \"$8\", \"default\": \"$9\"}"
+}
+field 1 subject Subject string table yes "" "What the visit was about" ""
+field 2 company Company reference table yes "company:name" "" ""
+field 3 when "Visit date" datepicker table no "" "" ""
+field 4 outcome Outcome enumeration table no "open, agreed, declined" "" open
+field 5 people Attendees multireference form no "contact:firstName lastName" "" ""
+field 6 notes Notes multiline form no "" "" ""
+
 # The first-admin key: no UniqueID until the first start fills it in.
 echo '{"UserID": "Ada Lovelace/Demo/Admin", "Password": "vantor-demo", "Admin": false}' \
     | "$admin" archive encode --key Rk2pWn > "$demo/userkey/admin.vuk"

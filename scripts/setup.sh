@@ -17,6 +17,9 @@ packages=(
     fonts-liberation fonts-dejavu-core fonts-dejavu-extra
     # The secure protocol: signatures, sealed deltas, password hashing.
     libsodium-dev
+    # The PDF report (reports/): libharu writes it, libxml2 reads layouts;
+    # its tests read the PDFs back with poppler's pdftotext and pdffonts.
+    libhpdf-dev libxml2-dev poppler-utils
     # The Debian packages (scripts/package-debian.sh) and their checks: the
     # service unit (systemd-analyze) and the man pages (groff).
     systemd groff-base man-db

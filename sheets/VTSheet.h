@@ -17,9 +17,11 @@
 #include "foundation/NSSet.h"
 #include "structures/VTKeyedArrays.h"
 
+class NSNotification;
 class NSNumber;
 class NSTableColumn;
 class NSTableView;
+class NSView;
 class VTMatrix;
 
 class VTSheet : public NSObject {
@@ -77,6 +79,56 @@ public:
     int32_t activeRow() { return _activeRow; }
     VTMatrix* source() { return _source; }
 
+    // The sheet on a screen (VTSheetWindow.cpp): the buttons, the form of
+    // labelled controls, the record table and the information lines.
+
+    // Builds the whole screen inside the parent; once per parent.
+    void show_(NSView* parent);
+    // Makes the sheet's own window if there is none (hidden with 0); with
+    // 1 brings it to the front.
+    void prepare_(uint8_t front);
+    void show();
+    // After show: refilters and reloads the record table.
+    void refresh();
+    NSObject* window() { return _window; }
+    NSMutableArray* guiObjects() { return _guiObjects; }
+    NSMutableDictionary* referenceObjects() { return _referenceObjects; }
+    NSObject* newButton() { return _newButton; }
+    NSObject* saveButton() { return _saveButton; }
+    NSObject* removeButton() { return _removeButton; }
+
+    // Record editing (VTSheetEditing.cpp), on the main thread.
+
+    // The record table's selection changed: the record fills the form.
+    void rowSelected_(NSNotification* note);
+    void newAction();
+    // The form holds a new record; with 1 the reference lists are filled
+    // anew.
+    void newAction_(uint8_t rebuildReferences);
+    // Validates the form and writes it (VTSaveRules.h), or shows why not.
+    void save();
+    // Removes the selected record after the user's yes.
+    void remove();
+    // Starts the action of the button on the selected record.
+    void customAction_(NSObject* button);
+    // Whether the current user created the record (the "own" of updateown
+    // and removeown).
+    bool isOwnRecord(NSDictionary* record);
+    // Whether the current user may change the record: update, or updateown
+    // on a record of their own. The Save button's state.
+    bool mayUpdate(NSDictionary* record);
+
+    // The history of the selected record (VTSheetHistoryWindow.cpp): the
+    // History button opens a window listing the values that newer ones
+    // replaced; Restore writes the chosen one back through the rules of a
+    // Save, as a new change.
+    void showHistory_(NSObject* sender);
+    void restoreHistoryEntry_(NSObject* sender);
+    NSObject* historyButton() { return _historyButton; }
+    NSObject* historyWindow() { return _historyWindow; }
+    NSTableView* historyTable() { return _historyTable; }
+    NSObject* restoreButton() { return _restoreButton; }
+
     // Replication (VTSheetReplication.cpp). Incoming changes arrive on the
     // transceiver's thread; the hooks of record editing on the main thread.
 
@@ -129,6 +181,26 @@ private:
     void refreshAfterIncomingChange();
     // An incoming change with versions off: the listed fields written over.
     bool applyListedFields(NSArray* fields, NSMutableDictionary* object);
+    // The table's data source by the sheet's filters (VTSheetClauses.cpp).
+    void makeDataSource();
+    // The screen's parts (VTSheetWindow.cpp, VTSheetEditing.cpp).
+    void addFieldControl(NSView* parent, NSArray* descriptor, float height, float* r,
+                         NSMutableSet* roles, NSObject** firstText, NSObject** lastText);
+    void addInformationLines(NSView* parent, float height, float r);
+    // Fills a reference control from its target's filtered records; answers
+    // the record ids by their position, for selecting.
+    NSMutableDictionary* fillReferenceControl(NSArray* descriptor);
+    void showRecordInControl(NSArray* descriptor, NSDictionary* record);
+    // The form values of a Save, read from the controls.
+    NSMutableDictionary* formValues();
+    void setInformationLines(NSDictionary* record);
+    void addHistoryButton(NSView* parent, float height, float r);
+    void fillHistory();
+    // Refilters and reloads the record table; the selection the reload
+    // restores is no user's choice and doesn't reach rowSelected:.
+    void reloadTable();
+    void updateButtonsForRecord(NSDictionary* record);
+    NSString* localized(const char* key);
 
     Ref<NSString> _name;
     Ref<NSString> _title;
@@ -167,4 +239,16 @@ private:
     uint8_t _fullyInitialized = 0;
     Ref<NSMutableDictionary> _toolTips;
     Ref<VTMatrix> _source;
+    // Per field key, what a control shows of a stored value that is not
+    // among its choices (VTSheetEditing.cpp): for an enum the position of
+    // the marked entry and the value; for a date without a value the date
+    // the control was given. A Save keeps the stored value while the
+    // control still shows exactly that.
+    Ref<NSMutableDictionary> _keptValues;
+    // The history window of the selected record (VTSheetHistoryWindow.cpp).
+    Ref<NSObject> _historyButton;
+    NSObject* _historyWindow = nullptr;  // not released: windows are kept
+    Ref<NSTableView> _historyTable;
+    Ref<NSObject> _restoreButton;
+    Ref<NSString> _historyRecordId;
 };

@@ -336,6 +336,8 @@ VTSheet* VTSheet::initWithArray_workspace_(NSArray* definition, NSObject* worksp
             static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
     _toolTips.adopt(
             static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
+    _keptValues.adopt(
+            static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10)));
 
     // The definition comes from configuration data and may arrive by
     // message as any object: look at it as an object before as a list.
@@ -357,6 +359,13 @@ VTSheet* VTSheet::initWithArray_workspace_(NSArray* definition, NSObject* worksp
     _activeRow = static_cast<int32_t>(_matrix->numberOfRows());
     _tableView.adopt(static_cast<NSTableView*>(
             NSTableView::alloc()->initWithFrame_(NSMakeRect(330, 10, 500, 500))));
+    makeDataSource();
+    _matrix->sortByFirstField();
+    NSSend<void>(_tableView->dataSource(), NS_SEL("filter"));
+    return this;
+}
+
+void VTSheet::makeDataSource() {
     NSObject* currentUser =
             _filterCurrentUser ? static_cast<NSObject*>(_filterCurrentUser.get()) : NSNull::null();
     NSDictionary* specialFilters =
@@ -368,7 +377,4 @@ VTSheet* VTSheet::initWithArray_workspace_(NSArray* definition, NSObject* worksp
                             _matrix, _fields, sheets, _filters, _referenceFilters, _dateFilters,
                             specialFilters, _readOwn)));
     _tableView->setDataSource_(dataSource);
-    _matrix->sortByFirstField();
-    dataSource->filter();
-    return this;
 }

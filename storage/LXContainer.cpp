@@ -169,8 +169,9 @@ NSMutableData* archive(NSObject* object) {
 
 // Writes all of `data` at `offset` of the data file. A container holding
 // nothing may have no data file yet (opening one creates nothing, so that
-// readers leave no trace): the first write makes it.
-bool writeAt(const std::string& path, long offset, NSData* data) {
+// readers leave no trace): the first write makes it. With `sync` the bytes
+// are on the disk when it answers true.
+bool writeAt(const std::string& path, long offset, NSData* data, bool sync) {
     if (faultNow()) return false;
     FILE* f = std::fopen(path.c_str(), "rb+");
     if (!f && errno == ENOENT) f = std::fopen(path.c_str(), "wb+");
@@ -183,7 +184,13 @@ bool writeAt(const std::string& path, long offset, NSData* data) {
     // fclose flushes: a failure there (a full disk) is a failed write too.
     if (std::fclose(f) != 0) ok = false;
     if (dying) die();
-    return ok;
+    return ok && (!sync || vtPathSyncData(path.c_str()));
+}
+
+// The directory that holds `path`, for syncing its entries.
+std::string directoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string(".") : path.substr(0, slash + 1);
 }
 
 // Moves `from` over `to`. POSIX rename replaces the target in one step;
@@ -566,7 +573,13 @@ bool LXContainer::writeIndex() {
     encodeIndex();
     std::string tmpPath = _indexPath + ".tmp";
     if (!writeIndexBytes(tmpPath)) return false;
+    // Synchronous, the journal goes only after the index that holds its
+    // changes is on the disk under its name, and the blocks it names (a
+    // batch's, not yet forced) are there too.
+    if (_synchronous && _unsynced && !vtPathSyncData(_dataPath.c_str())) return false;
+    if (_synchronous && !vtPathSyncData(tmpPath.c_str())) return false;
     if (!replaceFile(tmpPath, _indexPath)) return false;
+    if (_synchronous && !vtPathSyncData(directoryOf(_indexPath).c_str())) return false;
     _indexLength = static_cast<int64_t>(_indexBytes.size());
     // The index on disk no longer names the blocks freed while the journal
     // could not be written: their space may now be reused.
@@ -591,6 +604,20 @@ bool LXContainer::endBatch() {
     if (_batchDepth > 0) {
         _batchDepth--;
         ok = _batchDepth > 0 || (!_damaged && (!_journalFailed || checkpointLocked()));
+        if (_batchDepth == 0 && _unsynced) {
+            _unsynced = false;
+            // The blocks first, then the entries; the batch's changes are on
+            // the disk only when both are. A journal that is gone was
+            // checkpointed into the index, which writeIndex forced.
+            bool blocks = vtPathSyncData(_dataPath.c_str());
+            bool entries =
+                    _journal == kVTInvalidFile ||
+                    (vtFileSyncData(_journal) && vtPathSyncData(directoryOf(_journalPath).c_str()));
+            if (!blocks || !entries) {
+                LOG("LXContainer %s: can't force a batch to the disk", _name->UTF8String());
+                ok = false;
+            }
+        }
     }
     _lock->unlock();
     return ok;
@@ -712,7 +739,11 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
     // The object's previous block still counts as occupied here, so a new
     // version never lands on the old one.
     int32_t offset = firstFit(length);
-    bool written = offset <= kOpenEnd - length && writeAt(_dataPath, offset, buffer);
+    // Synchronous, the block is on the disk before the journal entry that
+    // names it; in a batch, both are forced together at its end.
+    bool syncNow = _synchronous && _batchDepth == 0;
+    bool written = offset <= kOpenEnd - length && writeAt(_dataPath, offset, buffer, syncNow);
+    if (written && _synchronous && !syncNow) _unsynced = true;
     buffer->release();
     if (!written) {
         // Nothing reached the index: undo the id, so that a later store
@@ -735,6 +766,7 @@ int LXContainer::store_type_(LXManagedObject* object, NSString* type) {
     bool ok = commitChange(
             journalEntry(kStoreEntry, isNew, identifier, offset, length, isNew ? type : nullptr));
     if (hadBlock) releaseBlock(previous, ok);
+    compactIfDue();
     _lock->unlock();
     return ok ? identifier : -1;
 }
@@ -759,6 +791,7 @@ bool LXContainer::remove_(LXManagedObject* object) {
     if (hadBlock) _blocks.erase(old);
     bool ok = commitChange(journalEntry(kRemoveEntry, false, identifier, 0, 0, type));
     if (hadBlock) releaseBlock(previous, ok);
+    compactIfDue();
     _lock->unlock();
     return ok;
 }
@@ -975,6 +1008,9 @@ void LXContainer::closeJournal() {
 
 bool LXContainer::appendJournal(const std::string& entry) {
     bool ok = !faultNow();
+    // A journal made anew must have its name on the disk too, not only
+    // its bytes.
+    bool created = _journalLength == 0;
     if (ok && _journal == kVTInvalidFile) {
         _journal = vtFileOpenForAppend(_journalPath.c_str());
         // A torn tail, or a journal that belongs to no index, goes first.
@@ -991,7 +1027,14 @@ bool LXContainer::appendJournal(const std::string& entry) {
         bool dying = dyingStep(&part);
         ok = vtFileAppend(_journal, bytes.data(), static_cast<uint32_t>(part));
         if (dying) die();
-        if (ok && _synchronous) ok = vtFileSyncData(_journal);
+        if (ok && _synchronous) {
+            if (_batchDepth > 0) {
+                _unsynced = true;
+            } else {
+                ok = vtFileSyncData(_journal) &&
+                     (!created || vtPathSyncData(directoryOf(_journalPath).c_str()));
+            }
+        }
         if (ok) {
             _journalLength += static_cast<int64_t>(bytes.size());
             _journalOnDisk = _journalLength;
@@ -1009,11 +1052,14 @@ bool LXContainer::appendJournal(const std::string& entry) {
     return ok;
 }
 
+// A checkpoint here may not compact: the caller still holds the place of
+// the block its change freed, which a compaction would give to another
+// block; it compacts once it has let go of it (compactIfDue).
 bool LXContainer::commitChange(const std::string& entry) {
-    if (_journalFailed) return checkpointLocked();
+    if (_journalFailed) return _compactionDue = writeCheckpoint();
     if (!appendJournal(entry)) return false;
     int64_t due = std::max(kJournalFloor, _indexLength / kJournalShareDivisor);
-    if (_journalLength > due && !checkpointLocked()) {
+    if (_journalLength > due && !(_compactionDue = writeCheckpoint())) {
         // The change is in the journal; the next one tries again.
         LOG("LXContainer %s: can't write the index; the journal grows on", _name->UTF8String());
     }
@@ -1037,6 +1083,13 @@ bool LXContainer::checkpoint() {
 }
 
 bool LXContainer::checkpointLocked() {
+    if (!writeCheckpoint()) return false;
+    _compactionDue = true;
+    compactIfDue();
+    return true;
+}
+
+bool LXContainer::writeCheckpoint() {
     if (!writeIndex()) return false;
     closeJournal();
     bool gone = !vtFileStatus(_journalPath.c_str(), nullptr) || stepRemove(_journalPath);
@@ -1044,13 +1097,19 @@ bool LXContainer::checkpointLocked() {
     _journalOnDisk = gone ? 0 : -1;
     _journalFailed = false;
     _wrote = false;
+    return true;
+}
+
+void LXContainer::compactIfDue() {
+    if (!_compactionDue) return;
+    _compactionDue = false;
     int64_t live = 0;
     for (const auto& entry : _blocks) live += entry.second.length;
     int64_t unused = int64_t(_size) - live;
     // Compaction moves blocks, so no journal naming the old places may
-    // outlive it.
-    if (gone && unused > kCompactFloor && unused * 2 > _size) compactLocked();
-    return true;
+    // outlive it: only right after a checkpoint that removed it.
+    if (_journalOnDisk == 0 && _journalLength == 0 && unused > kCompactFloor && unused * 2 > _size)
+        compactLocked();
 }
 
 bool LXContainer::compact() {
@@ -1103,7 +1162,8 @@ bool LXContainer::compactLocked() {
     if (in) std::fclose(in);
     int32_t oldSize = _size;
     int32_t newSize = static_cast<int32_t>(copied.size());
-    ok = ok && writeWholeFile(compactData, copied.data(), copied.size());
+    ok = ok && writeWholeFile(compactData, copied.data(), copied.size()) &&
+         (!_synchronous || vtPathSyncData(compactData.c_str()));
 
     // 2. The index, changed in memory and changed back should this fail.
     NSMutableDictionary* positions = objectsLevel("pos"_ns, false);
@@ -1120,7 +1180,8 @@ bool LXContainer::compactLocked() {
     if (ok) {
         if (positions) placeBlocks(true);
         encodeIndex();
-        ok = writeIndexBytes(compactIndex);
+        ok = writeIndexBytes(compactIndex) &&
+             (!_synchronous || vtPathSyncData(compactIndex.c_str()));
         if (!ok && positions) placeBlocks(false);
     }
     // 3. The commitment.

@@ -126,11 +126,13 @@ public:
     static void crashAtWriteForTesting(int n, int perMille);
     static constexpr int kCrashStatusForTesting = 86;
 
-    // With true, each journal entry is forced to the disk (fdatasync)
-    // before the operation answers. The data block is written but not
-    // forced: after a power loss the entry may name a block that never
-    // reached the disk. Off by default: a stop of the process loses at
-    // most the operation in progress either way.
+    // With true, every change is on stable storage before the operation
+    // answers: the data block is forced to the disk (fdatasync) before the
+    // journal entry that names it, then the entry; a checkpoint forces the
+    // new index and its name before the journal goes. Inside a batch the
+    // forcing waits for its end, which forces all of the batch's changes
+    // at once (what a group commit needs). Off by default: a stop of the
+    // process loses at most the operation in progress either way.
     void setSynchronous_(bool synchronous);
     // Rewrites the whole index and removes the journal, then compacts the
     // data file when most of it is free (see compact). False when the index
@@ -146,10 +148,12 @@ public:
     // The bytes of the journal that replay reaches, 0 when there is none.
     int64_t journalLength() const { return _journalLength; }
 
-    // Batches: changes inside one are journaled like any other, so a batch
-    // only counts its depth. endBatch answers false without a batch; at the
-    // outermost end it answers whether every change of the batch reached
-    // the disk, writing the index at once if a journal write had failed.
+    // Batches: changes inside one are journaled like any other; a
+    // synchronous container forces them to the disk only at the outermost
+    // end. endBatch answers false without a batch; at the outermost end it
+    // answers whether every change of the batch reached the disk (forced,
+    // when synchronous), writing the index at once if a journal write had
+    // failed.
     void beginBatch();
     bool endBatch();
     bool inBatch();
@@ -197,7 +201,13 @@ private:
     // The journal entry, checkpoint when due, or the index when the journal
     // failed: what makes one change committed. Caller holds the lock.
     bool commitChange(const std::string& entry);
+    // A checkpoint, then a compaction if most of the data file is free.
     bool checkpointLocked();
+    // The index written and the journal removed, no compaction.
+    bool writeCheckpoint();
+    // The compaction a checkpoint found due, once no change holds the
+    // place of a block any more.
+    void compactIfDue();
     bool compactLocked();
     void closeJournal();
     // The archive of the index, byte for byte what NSArchiver writes, into
@@ -241,6 +251,10 @@ private:
     int32_t _tail = 0;
     bool _damaged = false;
     int _batchDepth = 0;
+    // Synchronous, changes of the open batch not yet forced to the disk.
+    bool _unsynced = false;
+    // A checkpoint happened; whether to compact is decided by compactIfDue.
+    bool _compactionDue = false;
     // Blocks freed while the files may still name them (a journal write
     // failed): handed to vacate once an index without them is on disk.
     std::vector<Block> _freedPending;

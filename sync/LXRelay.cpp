@@ -39,19 +39,19 @@
 // and the key of a queue goes from the index with the last delta of the
 // queue, so made-up users with nothing waiting cost nothing.
 //
-// Delivery. A collect sends the count of the user's queue, then the deltas
-// from its head in strict alternation with the acknowledgements. Anything
-// but the int 1 (another value, a closed connection, the receive time-out)
-// logs "reception not committed" and ends the collect: that delta stays at
-// the head, with all behind it. A 1 removes the head from the queue and
-// deletes its record.
+// Delivery. A collect sends the count of the user's queue, then that many
+// deltas from its head in strict alternation with the acknowledgements.
+// Anything but the int 1 (another value, a closed connection, the turn's
+// deadline) logs "reception not committed" and ends the collect: that delta
+// stays at the head, with all behind it. A 1 removes the head from the
+// queue and deletes its record. One collect per user at a time: a second
+// one while the first is under way gets a count of 0, since both would
+// otherwise be handed the same head.
 //
-// Bad clients. Each element must arrive within LXSocket's receive time-out
-// and each announced length must be within its maximum (both logged by the
-// socket, which then reads as closed), so one thread serving one connection
-// at a time is held back by a stalled client for at most the time-out per
-// element. Sends to a peer that went away fail instead of raising SIGPIPE
-// (the platform layer sends with MSG_NOSIGNAL).
+// Bad clients. The event loop (LXRelayLoop.cpp) gives every turn of an
+// exchange a deadline and bounds what each client can make it buffer; a
+// client that misses either is dropped, and no client ever waits for
+// another.
 #include "sync/LXRelay.h"
 
 #include <algorithm>
@@ -72,8 +72,6 @@
 
 namespace {
 
-NSString* wireKey() { return NSString::stringWithUTF8String_(LXRelayProtocol::kWireKey); }
-
 const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 
 // The queue key of a delta: its addressee's uniqueId, or nil when it has
@@ -81,14 +79,6 @@ const char* textOf(NSString* s) { return s ? s->UTF8String() : "(null)"; }
 NSString* queueKeyOf(LXDelta* delta) {
     NSString* key = NSNil(delta->addressee(), &LXUser::uniqueId);
     return key && key->length() > 0 ? key : nullptr;
-}
-
-// True, with a log line, when the id is longer than the relay takes.
-bool idTooLong(NSString* id, const char* what) {
-    size_t bytes = std::strlen(id->UTF8String());
-    if (bytes <= LXRelay::kMaximumIdLength) return false;
-    LOG("%s refused: id of %zu bytes (limit %u)", what, bytes, LXRelay::kMaximumIdLength);
-    return true;
 }
 
 // Why the addressee could never process the delta, or nullptr. A client
@@ -156,71 +146,17 @@ void LXRelay::runUntilDate_(NSDate* date) {
 
 bool LXRelay::lifetimeHasPassed() { return _lifetime && _lifetime->timeIntervalSinceNow() < 0; }
 
-void LXRelay::runWithPort_(uint32_t port) {
-    _boundPort = 0;
-    _bindFailed = false;
-    Ref<LXSocket> listener = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
-    // A socket that binds but can't listen is as useless as one that
-    // doesn't bind: both end the run the same way, rather than looping on
-    // accepts that can only fail.
-    if (!listener || !listener->bindToAddress_port_(_bindAddress.get(), port) ||
-        !listener->listen_(10)) {
-        LOG("socket not bound");
-        _bindFailed = true;
-        return;
-    }
-    // With port 0 the system picks the port: the log names the one bound,
-    // so that whoever started the relay can find it.
-    _boundPort = listener->localPort();
-    for (;;) {
-        NSAutoreleasePoolScope round;
-        LOG("listening on port %d", static_cast<int>(_boundPort));
-        Ref<LXSocket> connection = adoptRef(listener->accept());
-        if (!connection) {
-            LOG("could accept connection");
-            // accept fails at once while the cause lasts (no descriptors
-            // left): a pause keeps the loop from spinning on it.
-            NSThread::sleepForTimeInterval_(0.1);
-        } else {
-            serve(connection);
-        }
-        if (lifetimeHasPassed()) break;
-    }
+bool LXRelay::idTooLong(uint32_t bytes, const char* what) {
+    if (bytes <= kMaximumIdLength) return false;
+    LOG("%s refused: id of %u bytes (limit %u)", what, bytes, kMaximumIdLength);
+    return true;
 }
 
-void LXRelay::serve(LXSocket* connection) {
-    int32_t command = connection->readInt();
-    if (connection->isBroken()) {
-        // Closed or timed out before a whole command arrived: there is no
-        // command to log, and nothing to answer.
-        LOG("connection closed before its command");
-        return;
-    }
-    NSLockScope held(_lock);
-    LOG("new connection accepted - %d", command);
-    if (_secure) {
-        _secure->serve_command_relay_(connection, command, this);
-    } else if (command == LXRelayProtocol::kDeposit) {
-        processIncoming_(connection);
-    } else if (command == LXRelayProtocol::kCollect) {
-        processOutgoing_(connection);
-    } else {
-        LOG("unknown command %d - connection closed", command);
-    }
-}
-
-void LXRelay::processIncoming_(LXSocket* socket) {
-    NSString* announced = socket->readString();
-    if (announced && idTooLong(announced, "deposit")) return;
-    NSObject* object = announced ? socket->readObject() : nullptr;
+bool LXRelay::depositObject_announced_(NSObject* object, NSString* announced) {
     if (!object) {
         LOG("deposit refused: no delta received");
-        return;
+        return false;
     }
-    enqueue_announced_socket_(object, announced, socket);
-}
-
-bool LXRelay::enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket) {
     auto* delta = object->isKindOfClass_(LXDelta::classObject()) ? static_cast<LXDelta*>(object)
                                                                  : nullptr;
     NSString* key = delta ? queueKeyOf(delta) : nullptr;
@@ -250,49 +186,39 @@ bool LXRelay::enqueue_announced_socket_(NSObject* object, NSString* announced, L
     // The users with deltas waiting: emptied queues are forgotten.
     LOG("delta enqueued: %s, total users: %u", textOf(delta->description()),
         _index->dict()->count());
-    return socket->sendInt_(LXRelayProtocol::kAcknowledged);
+    return true;
 }
 
-void LXRelay::processOutgoing_(LXSocket* socket) {
-    NSString* user = socket->readString();
-    NSString* group = user ? socket->readString() : nullptr;
-    if (!group) {
-        LOG("collect refused: no user received");
-        return;
-    }
-    if (idTooLong(user, "collect")) return;
-    sendQueueOf_socket_(user, socket);
-}
-
-void LXRelay::sendQueueOf_socket_(NSString* user, LXSocket* socket) {
+LXDelta* LXRelay::headOfQueue_identifier_(NSString* user, int* identifier) {
     NSMutableArray* queue = _index->objectsForKey_(user);
-    socket->sendInt_(static_cast<int32_t>(queue->count()));
     while (queue->count() > 0) {
-        NSAutoreleasePoolScope turn;
-        int identifier = static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue();
-        NSObject* delta = _container->queryById_class_(identifier, LXDelta::classObject());
-        if (!delta) {
-            // The record can't be read (the disk failed under it): it leaves
-            // the queue, so that it doesn't hold back the rest of the user's
-            // deltas, but not the store, where the next start finds it
-            // again. The client, promised one more delta, reads the next one
-            // in its place or a closed connection.
-            LOG("stored delta %d could not be read - skipped", identifier);
-            queue->removeObjectAtIndex_(0);
-            continue;
-        }
-        socket->sendObject_(delta);
-        if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
-            LOG("reception not committed");
-            return;
-        }
-        // Each delete is its own durable operation: a relay stopped after
-        // it never sends this delta again.
+        *identifier = static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue();
+        NSObject* delta = _container->queryById_class_(*identifier, LXDelta::classObject());
+        if (delta) return static_cast<LXDelta*>(delta);
+        // The record can't be read (the disk failed under it): it leaves
+        // the queue, so that it doesn't hold back the rest of the user's
+        // deltas, but not the store, where the next start finds it again.
+        LOG("stored delta %d could not be read - skipped", *identifier);
         queue->removeObjectAtIndex_(0);
-        _container->delete_(delta);
     }
+    return nullptr;
+}
+
+void LXRelay::delivered_identifier_user_(LXDelta* delta, int identifier, NSString* user) {
+    NSMutableArray* queue = _index->objectsForKey_(user);
+    if (queue->count() > 0 &&
+        static_cast<NSNumber*>(queue->objectAtIndex_(0))->intValue() == identifier) {
+        queue->removeObjectAtIndex_(0);
+    }
+    // Each delete is its own durable operation: a relay stopped after it
+    // never sends this delta again.
+    _container->delete_(delta);
+}
+
+void LXRelay::forgetIfEmpty_(NSString* user) {
+    NSMutableArray* queue = static_cast<NSMutableArray*>(_index->dict()->objectForKey_(user));
     // Nothing left for this user: the key goes too (the queue with it).
-    _index->dict()->removeObjectForKey_(user);
+    if (queue && queue->count() == 0) _index->dict()->removeObjectForKey_(user);
 }
 
 NS_CLASS_BEGIN(LXRelay, NSObject)
@@ -302,8 +228,6 @@ NS_CLASS_BEGIN(LXRelay, NSObject)
     NS_METHOD(run)
     NS_METHOD(runUntilDate_)
     NS_METHOD(runWithPort_)
-    NS_METHOD(processIncoming_)
-    NS_METHOD(processOutgoing_)
     NS_FIELD(_index)
     NS_FIELD(_lifetime)
     NS_FIELD(_container)

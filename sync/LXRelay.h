@@ -6,10 +6,12 @@
 // queues are derived from it at start. How the two ends of the wire meet is
 // written at the top of LXRelay.cpp and in docs/wire-format.md.
 //
-// One thread, one connection at a time. A client that stops in the middle
-// of an exchange holds the others back for at most LXSocket's receive
-// time-out per element (set for the process with
-// LXSocket::setDefaultReceiveTimeout: before run).
+// Many connections at once, on one thread: runWithPort: is an event loop
+// (LXRelayLoop.cpp) that waits on every connection, reads and writes only
+// what a socket can take at once, and hands whole requests to the store
+// operations below. No client can hold another back: each turn of an
+// exchange has a deadline, and what a client can make the relay keep is
+// bounded (see LXRelayLoop.cpp).
 #pragma once
 
 #include <cstdint>
@@ -19,8 +21,8 @@
 #include "foundation/NSObject.h"
 #include "storage/LXContainer.h"
 #include "structures/VTKeyedArrays.h"
+#include "sync/LXDelta.h"
 #include "sync/LXSecureRelay.h"
-#include "sync/LXSocket.h"
 
 class LXRelay : public NSObject {
     NS_DECLARE_CLASS(LXRelay, NSObject)
@@ -50,30 +52,34 @@ public:
     // looks at the lifetime after each connection: it ends after the first
     // connection that finds the date passed.
     void runUntilDate_(NSDate* date);
-    // The accept loop on the bind address (all local addresses unless set).
-    // Port 0 takes any free port;
-    // "listening on port %d" names the port actually bound. A port that
-    // can't be bound or listened on logs "socket not bound" and returns
-    // (see boundPort).
+    // The event loop on the bind address (all local addresses unless set).
+    // Port 0 takes any free port; "listening on port %d" names the port
+    // actually bound, once the relay is listening. A port that can't be
+    // bound or listened on logs "socket not bound" and returns (see
+    // boundPort). With a lifetime, the loop ends within a second of it.
     void runWithPort_(uint32_t port);
-    // Command 1 on an accepted connection whose command int has been read:
-    // reads the addressee's uniqueId and the delta, stores it, queues it
-    // and acknowledges with 1 once it is on disk. A refused or unstored
-    // delta gets no acknowledgement.
-    void processIncoming_(LXSocket* socket);
-    // Command 2: reads the collecting user's uniqueId and the group string,
-    // sends the count of its queue, then each delta in turn, deleting each
-    // only after the client's 1 for it. A queue emptied that way is
-    // forgotten: the index keeps only users with deltas waiting.
-    void processOutgoing_(LXSocket* socket);
 
-    // The tail of a deposit once its delta has been read: checks it against
-    // the announced addressee, stores and queues it, and acknowledges it.
-    // False when it was refused or not stored (no acknowledgement sent).
-    bool enqueue_announced_socket_(NSObject* object, NSString* announced, LXSocket* socket);
-    // The tail of a collect once its user is known: the count, then the
-    // deltas of the user's queue in turn.
-    void sendQueueOf_socket_(NSString* user, LXSocket* socket);
+    // ---- The store side of the two commands, for the loop and tests ----
+
+    // Command 1 with its elements read: the announced uniqueId and the
+    // decoded object (nil when none came). Checks that it is a delta the
+    // addressee can process, stores it and queues it; answers whether it
+    // may be acknowledged (in a batch of the container: once the batch has
+    // ended well). Every refusal is logged.
+    bool depositObject_announced_(NSObject* object, NSString* announced);
+    // The head of a user's queue for a collect: the delta (autoreleased,
+    // known to the container) and its id, or nil when the queue is empty.
+    // A head whose record can't be read leaves the queue with a log line.
+    LXDelta* headOfQueue_identifier_(NSString* user, int* identifier);
+    // The client has acknowledged the delta `identifier`, the head of the
+    // user's queue: it leaves the queue, and its record is deleted (its own
+    // durable operation).
+    void delivered_identifier_user_(LXDelta* delta, int identifier, NSString* user);
+    // A collect has ended: a user with nothing left waiting is forgotten.
+    void forgetIfEmpty_(NSString* user);
+    // True, with a log line, when the id is longer than the relay takes.
+    static bool idTooLong(uint32_t bytes, const char* what);
+
     // With a secure relay set, every command goes to it (LXSecureRelay.h):
     // only signed deposits and authenticated collects are served.
     void setSecureRelay_(LXSecureRelay* secure) { _secure.set(secure); }
@@ -91,15 +97,15 @@ public:
     // The dotted IPv4 address runWithPort: listens on; nil: all.
     void setBindAddress_(NSString* address) { _bindAddress.set(address); }
 
+    // Whether a lifetime was set and has passed.
+    bool lifetimeHasPassed();
+
     LXRelay() = default;
 
 protected:
     ~LXRelay() override = default;
 
 private:
-    bool lifetimeHasPassed();
-    void serve(LXSocket* connection);
-
     Ref<VTKeyedArrays> _index;
     Ref<NSDate> _lifetime;
     Ref<LXContainer> _container;

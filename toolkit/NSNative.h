@@ -46,6 +46,18 @@ enum class NSNativeEdit {
     Multiline,  // several lines with a vertical scroll bar
 };
 
+// The record the shell keeps of a tray icon, in plain types; the native
+// side copies it into its own structure for each call.
+struct NSNativeNotifyIcon {
+    uint32_t cbSize;
+    void* hWnd;
+    uint32_t uID;
+    uint32_t uFlags;
+    uint32_t uCallbackMessage;
+    void* hIcon;
+    char16_t szTip[64];
+};
+
 // The answers of the native message box.
 enum : int {
     kNSNativeAnswerOk = 1,
@@ -78,6 +90,11 @@ struct NSNativeToolkit {
     void (*enable)(void* handle, bool enabled);
     void (*setFocus)(void* handle);
     void (*destroy)(void* handle);
+    // Runs call(context) on the thread that made the window: at once on
+    // that thread, from any other through one native message, which waits
+    // until that thread serves it. The window must run in a toolkit
+    // procedure (see subclass).
+    void (*callOnWindowThread)(void* window, void (*call)(void*), void* context);
     // Replaces the control's window procedure with the toolkit's; answers
     // the former one. ansi: set it with the A call.
     void* (*subclass)(void* handle, NSNativeProc proc, bool ansi);
@@ -106,6 +123,46 @@ struct NSNativeToolkit {
                            void* submenu);
     void (*destroyMenu)(void* menu);
     void* (*loadIconFile)(const char* path);
+
+    // Report list views (table views). The list is made with full-row
+    // selection and grid lines; answers nil on failure.
+    void* (*createListView)(void* parent, NSNativeRect frame);
+    void (*listInsertColumn)(void* list, int index, int width, const char16_t* title);
+    void (*listSetColumnWidth)(void* list, int index, int width);
+    bool (*listDeleteAll)(void* list);
+    // Answers the row the list gave the item, below 0 if refused.
+    int (*listInsertItem)(void* list, int row, const char16_t* text);
+    void (*listSetItemText)(void* list, int row, int subItem, const char16_t* text);
+    // Row -1 sets the state of every row.
+    void (*listSetItemState)(void* list, int row, uint32_t state, uint32_t mask);
+    uint32_t (*listItemState)(void* list, int row, uint32_t mask);
+    void (*listEnsureVisible)(void* list, int row);
+    // Stops (false) and resumes (true) the list's painting; resuming
+    // paints the list anew.
+    void (*listSetRedraw)(void* list, bool redraw);
+
+    // Tab controls and their pages. registerTabPageClass logs and answers
+    // false when the page class cannot be registered.
+    bool (*registerTabPageClass)();
+    void* (*createTabControl)(void* parent, NSNativeRect frame, int id, const char16_t* text);
+    // A native tab item with the text (owned by the caller until
+    // destroyTabItem).
+    void* (*createTabItem)(const char16_t* text);
+    void (*destroyTabItem)(void* item);
+    void (*tabInsertItem)(void* tabControl, int index, void* item);
+    // A hidden page, a child of the tab control placed under its strip,
+    // or nil after logging why.
+    void* (*createTabPage)(void* tabControl);
+
+    // The tray icon.
+    void (*notifyIcon)(bool add, const NSNativeNotifyIcon* record);
+
+    // Moves and sizes a child window (parent pixels, top left) and
+    // repaints it at once.
+    void (*moveWindow)(void* handle, NSNativeRect frame);
+    // Puts a top-level window back to its normal placement (from
+    // minimized or maximized), shows it and gives it the focus.
+    void (*restoreWindow)(void* handle);
 };
 
 // The native side, or nil where none is linked in.

@@ -2,18 +2,7 @@
 
 #include "foundation/NSString.h"
 
-void NSTableHeaderCell::setStringValue_(NSString* value) { _stringValue.set(value); }
-
-NS_CLASS_BEGIN(NSTableHeaderCell, NSObject)
-    NS_METHOD(stringValue)
-    NS_METHOD(setStringValue_)
-    NS_METHOD(target)
-    NS_METHOD(setTarget_)
-    NS_METHOD(action)
-    NS_METHOD(setAction_)
-    NS_FIELD(_stringValue)
-    NS_FIELD(_target)
-    NS_FIELD(_action)
+NS_CLASS_BEGIN(NSTableHeaderCell, NSActionCell)
 NS_CLASS_END(NSTableHeaderCell)
 
 NSTableColumn* NSTableColumn::initWithIdentifier_(NSObject* identifier) {

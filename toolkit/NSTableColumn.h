@@ -5,31 +5,18 @@
 #pragma once
 
 #include "foundation/NSObject.h"
+#include "toolkit/NSControl.h"
 
 class NSString;
 class NSTableView;
 
-// The header of a column. Until the cell classes of the toolkit stand, it
-// carries the three things a header needs itself: its title, target and
-// action.
-class NSTableHeaderCell : public NSObject {
-    NS_DECLARE_CLASS(NSTableHeaderCell, NSObject)
-
-public:
-    NSString* stringValue() { return _stringValue; }
-    void setStringValue_(NSString* value);
-    NSObject* target() { return _target; }
-    void setTarget_(NSObject* target) { _target.set(target); }
-    SEL action() { return _action; }
-    void setAction_(SEL action) { _action = action; }
+// The header of a column: its stringValue is the column's title, and its
+// target (retained) and action fire when the header is clicked.
+class NSTableHeaderCell : public NSActionCell {
+    NS_DECLARE_CLASS(NSTableHeaderCell, NSActionCell)
 
 protected:
     ~NSTableHeaderCell() override = default;
-
-private:
-    Ref<NSString> _stringValue;
-    Ref<NSObject> _target;
-    SEL _action = nullptr;
 };
 
 class NSTableColumn : public NSObject {

@@ -15,6 +15,9 @@ NSView* NSView::initWithFrame_(_NSRect frame) {
 NSView* NSView::initWithHWnd_(void* handle) {
     NSResponder::init();
     _hWnd = handle;
+    // Such a view is a tab page: its controls wait for the page's timer.
+    _awaited.adopt(NSMutableArray::alloc()->initWithCapacity_(10));
+    _async = true;
     views()->setObject_forKey_(
             this,
             NSNumber::numberWithDouble_(static_cast<double>(reinterpret_cast<uintptr_t>(handle))));
@@ -25,6 +28,10 @@ NSMutableDictionary* NSView::views() {
     static NSMutableDictionary* all =
             static_cast<NSMutableDictionary*>(NSMutableDictionary::alloc()->initWithCapacity_(10));
     return all;
+}
+
+void NSView::moveNativeTo(NSNativeRect rect) {
+    if (_hWnd && NSNative()) NSNative()->moveWindow(_hWnd, rect);
 }
 
 void NSView::setHidden_(bool hidden) {

@@ -16,7 +16,8 @@ class NSView : public NSResponder {
 
 public:
     NSView* initWithFrame_(_NSRect frame);
-    // A view over a native window made elsewhere; entered in views.
+    // A view over a native window made elsewhere (a tab page); entered in
+    // views, and async.
     NSView* initWithHWnd_(void* handle);
     // The process-wide map from handle number to the views of initWithHWnd:.
     static NSMutableDictionary* views();
@@ -33,6 +34,10 @@ public:
     bool isHidden() { return _hidden; }
     // Stores the flag; with a native window shows or hides it.
     void setHidden_(bool hidden);
+    // Moves the native window to the rectangle (parent pixels, top left)
+    // and repaints; nothing without a native window. The frame stays as
+    // it was given.
+    void moveNativeTo(NSNativeRect rect);
     // Makes the child's native window now, or, in an async view, records
     // the hWnd message for later (awaited).
     void addSubview_(NSView* child);

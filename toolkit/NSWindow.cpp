@@ -52,6 +52,10 @@ void NSWindow::orderFront_(NSObject*) {
     if (_hWnd && NSNative()) NSNative()->showWindow(_hWnd, true);
 }
 
+void NSWindow::restore() {
+    if (_hWnd && NSNative()) NSNative()->restoreWindow(_hWnd);
+}
+
 void NSWindow::close() {
     if (_hWnd && NSNative()) NSNative()->showWindow(_hWnd, false);
 }
@@ -87,6 +91,7 @@ NS_CLASS_BEGIN(NSWindow, NSResponder)
     NS_METHOD(setDelegate_)
     NS_METHOD(orderFront_)
     NS_METHOD(close)
+    NS_METHOD(restore)
     NS_METHOD(setTitle_)
     NS_METHOD(title)
     NS_METHOD(contentView)

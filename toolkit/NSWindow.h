@@ -28,6 +28,9 @@ public:
     void orderFront_(NSObject* sender);
     // Hides.
     void close();
+    // Back to its normal placement from minimized or maximized, shown and
+    // focused.
+    void restore();
     void setTitle_(NSString* title);
     NSString* title() { return _title; }
     NSView* contentView() { return _contentView; }

@@ -90,6 +90,14 @@ void vtLockLeave(VTLock* lock);
 // result is the new process's id, or 0 when no process could be made.
 int64_t vtLaunchProgram(const char* path, const char* parameters, const char* directory);
 
+// Opens the document `path` in the program the system has for its kind,
+// as a double click does, and returns at once. Win32: ShellExecuteA with the
+// verb "open", no parameters, the directory "." and show code 5; true when
+// it answered above 32. POSIX: xdg-open, found on PATH, started detached
+// with the path as its one argument; false when there is no xdg-open or it
+// could not be started (what the viewer then does is not seen).
+bool vtOpenDocument(const char* path);
+
 // The runtime library's stat: false if the call failed (no such path).
 // Otherwise *isDirectory, when not null, tells whether `path` is a
 // directory.
@@ -154,9 +162,10 @@ constexpr VTSocket kVTInvalidSocket = -1;
 
 // Results of vtSocketReceive besides a byte count.
 enum : int64_t {
-    kVTSocketClosed = 0,     // the peer closed the connection in order
-    kVTSocketFailed = -1,    // the connection broke or the handle is bad
-    kVTSocketTimedOut = -2,  // nothing came within the time-out
+    kVTSocketClosed = 0,       // the peer closed the connection in order
+    kVTSocketFailed = -1,      // the connection broke or the handle is bad
+    kVTSocketTimedOut = -2,    // nothing came within the time-out
+    kVTSocketWouldBlock = -3,  // a non-blocking socket can't move a byte just now
 };
 
 // Starts the socket library once per process (WSAStartup 2.2 on Winsock);
@@ -195,6 +204,27 @@ int64_t vtSocketReceive(VTSocket socket, void* buffer, uint32_t length,
 void vtSocketShutdown(VTSocket socket);
 void vtSocketClose(VTSocket socket);
 
+// Sockets served by one thread that waits on many (the relay): such a
+// socket never blocks, and vtSocketWait tells which ones can go on.
+bool vtSocketSetNonBlocking(VTSocket socket);
+// One receive or send on a non-blocking socket: the count, or
+// kVTSocketWouldBlock, kVTSocketFailed, and for a receive kVTSocketClosed.
+int64_t vtSocketReceiveNow(VTSocket socket, void* buffer, uint32_t length);
+int64_t vtSocketSendNow(VTSocket socket, const void* bytes, uint32_t length);
+// One socket to wait on: for reading, for writing or both. `ready` is set
+// when the socket can go on in a wanted direction, or has failed or been
+// closed (the next receive or send says which).
+struct VTSocketWaiter {
+    VTSocket socket;
+    bool read;
+    bool write;
+    bool ready;
+};
+// Waits until at least one of the sockets is ready or `timeoutMilliseconds`
+// have passed (poll; WSAPoll): the number ready, 0 at the time-out, -1 on
+// failure.
+int vtSocketWait(VTSocketWaiter* sockets, uint32_t count, uint32_t timeoutMilliseconds);
+
 // ---------------------------------------------------------------------------
 // Files written in appends: a container's journal. A handle is a plain
 // integer (a file descriptor, a HANDLE's value); kVTInvalidFile stands for
@@ -213,6 +243,10 @@ bool vtFileAppend(VTFile file, const void* bytes, uint32_t length);
 bool vtFileTruncate(VTFile file, uint64_t length);
 // Forces the file's data to the disk (fdatasync; FlushFileBuffers).
 bool vtFileSyncData(VTFile file);
+// The same for a file named by its path, whoever wrote it and through
+// whichever handle; for a directory, its entries (a file created, renamed
+// or removed in it), where the system can (POSIX; true on Win32).
+bool vtPathSyncData(const char* path);
 void vtFileClose(VTFile file);
 
 // ---------------------------------------------------------------------------

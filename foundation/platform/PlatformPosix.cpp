@@ -314,6 +314,27 @@ int64_t vtLaunchProgram(const char* path, const char* parameters, const char* di
     return n == static_cast<ssize_t>(sizeof program) && program > 0 ? program : 0;
 }
 
+bool vtOpenDocument(const char* path) {
+    // vtLaunchProgram takes a path, not a name to look up: find xdg-open
+    // first, so that a system without one answers false as Win32 does
+    // without a viewer.
+    const char* search = std::getenv("PATH");
+    std::string folders = search ? search : "";
+    for (size_t start = 0; start <= folders.size();) {
+        size_t end = folders.find(':', start);
+        if (end == std::string::npos) end = folders.size();
+        std::string folder = folders.substr(start, end - start);
+        start = end + 1;
+        if (folder.empty()) continue;
+        std::string opener = folder + "/xdg-open";
+        if (access(opener.c_str(), X_OK) != 0) continue;
+        // One argument: quoted, so that a path with blanks stays whole.
+        std::string argument = std::string("\"") + (path ? path : "") + "\"";
+        return vtLaunchProgram(opener.c_str(), argument.c_str(), ".") != 0;
+    }
+    return false;
+}
+
 bool vtFileStatus(const char* path, bool* isDirectory) {
     struct stat info;
     if (!path || stat(path, &info) != 0) return false;
@@ -393,6 +414,17 @@ bool vtFileTruncate(VTFile file, uint64_t length) {
 }
 
 bool vtFileSyncData(VTFile file) { return fdatasync(static_cast<int>(file)) == 0; }
+
+// fsync, not fdatasync, for a directory: its entries are what matters.
+bool vtPathSyncData(const char* path) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat about;
+    bool directory = fstat(fd, &about) == 0 && S_ISDIR(about.st_mode);
+    bool ok = (directory ? fsync(fd) : fdatasync(fd)) == 0;
+    close(fd);
+    return ok;
+}
 
 void vtFileClose(VTFile file) { close(static_cast<int>(file)); }
 

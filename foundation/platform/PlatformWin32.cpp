@@ -168,6 +168,11 @@ int64_t vtLaunchProgram(const char* path, const char* parameters, const char* di
     return static_cast<int64_t>(reinterpret_cast<INT_PTR>(result));
 }
 
+bool vtOpenDocument(const char* path) {
+    HINSTANCE result = ShellExecuteA(nullptr, "open", path, nullptr, ".", SW_SHOW);
+    return reinterpret_cast<INT_PTR>(result) > 32;
+}
+
 bool vtFileStatus(const char* path, bool* isDirectory) {
     DWORD attributes = path ? GetFileAttributesA(path) : INVALID_FILE_ATTRIBUTES;
     if (attributes == INVALID_FILE_ATTRIBUTES) return false;
@@ -462,6 +467,37 @@ void vtSocketShutdown(VTSocket socket) { shutdown(handleOf(socket), SD_BOTH); }
 
 void vtSocketClose(VTSocket socket) { closesocket(handleOf(socket)); }
 
+bool vtSocketSetNonBlocking(VTSocket socket) {
+    u_long yes = 1;
+    return ioctlsocket(handleOf(socket), FIONBIO, &yes) == 0;
+}
+
+int64_t vtSocketReceiveNow(VTSocket socket, void* buffer, uint32_t length) {
+    int n = recv(handleOf(socket), static_cast<char*>(buffer), static_cast<int>(length), 0);
+    if (n != SOCKET_ERROR) return n;
+    return WSAGetLastError() == WSAEWOULDBLOCK ? kVTSocketWouldBlock : kVTSocketFailed;
+}
+
+int64_t vtSocketSendNow(VTSocket socket, const void* bytes, uint32_t length) {
+    int n = send(handleOf(socket), static_cast<const char*>(bytes), static_cast<int>(length), 0);
+    if (n != SOCKET_ERROR) return n;
+    return WSAGetLastError() == WSAEWOULDBLOCK ? kVTSocketWouldBlock : kVTSocketFailed;
+}
+
+int vtSocketWait(VTSocketWaiter* sockets, uint32_t count, uint32_t timeoutMilliseconds) {
+    std::vector<WSAPOLLFD> polled(count);
+    for (uint32_t i = 0; i < count; i++) {
+        polled[i].fd = handleOf(sockets[i].socket);
+        polled[i].events = static_cast<SHORT>((sockets[i].read ? POLLRDNORM : 0) |
+                                              (sockets[i].write ? POLLWRNORM : 0));
+        polled[i].revents = 0;
+    }
+    int rc = WSAPoll(polled.data(), count, static_cast<INT>(timeoutMilliseconds));
+    if (rc == SOCKET_ERROR) return -1;
+    for (uint32_t i = 0; i < count; i++) sockets[i].ready = polled[i].revents != 0;
+    return rc;
+}
+
 #endif  // !__WINE__
 
 // ---------------------------------------------------------------------------
@@ -504,6 +540,20 @@ bool vtFileTruncate(VTFile file, uint64_t length) {
 }
 
 bool vtFileSyncData(VTFile file) { return FlushFileBuffers(appendHandleOf(file)) != 0; }
+
+// A directory's entries can't be flushed on Win32 (NTFS journals them).
+bool vtPathSyncData(const char* path) {
+    DWORD attributes = GetFileAttributesA(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES) return false;
+    if (attributes & FILE_ATTRIBUTE_DIRECTORY) return true;
+    HANDLE h =
+            CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return false;
+    bool ok = FlushFileBuffers(h) != 0;
+    CloseHandle(h);
+    return ok;
+}
 
 void vtFileClose(VTFile file) { CloseHandle(appendHandleOf(file)); }
 

@@ -24,8 +24,9 @@
 #include "foundation/Foundation.h"
 #include "tests/support/RunProgram.h"
 
-#if !defined(VANTOR_CLIENT_PATH) || !defined(VANTOR_WINE) || !defined(VANTOR_DEMO_DIR)
-#error "the build passes VANTOR_CLIENT_PATH, VANTOR_WINE and VANTOR_DEMO_DIR"
+#if !defined(VANTOR_CLIENT_PATH) || !defined(VANTOR_WINE) || !defined(VANTOR_DEMO_DIR) || \
+        !defined(VANTOR_CLOSER_PATH)
+#error "the build passes VANTOR_CLIENT_PATH, VANTOR_WINE, VANTOR_DEMO_DIR and VANTOR_CLOSER_PATH"
 #endif
 
 namespace {
@@ -37,9 +38,6 @@ const char* clientPath() {
     return path ? path : VANTOR_CLIENT_PATH;
 }
 
-const char kStopLine[] =
-        "start-up ends after the workspace: the login window and the main window are not built "
-        "yet\n";
 const char kConfiguration[] =
         "((# the sheets the client needs, and one more)\n"
         " ((name role) (field name as string))\n"
@@ -71,12 +69,19 @@ protected:
     }
     void TearDown() override { std::system(("rm -rf " + quoteShell(dir_)).c_str()); }
 
-    // The client's standard output and exit status. `timeout` turns a client
-    // that waits for a person (a message box under the null driver) into a
-    // failure instead of a hung test.
+    // The client's standard output and exit status. A client that starts
+    // waits at its login window: the closer closes that window, as a
+    // person would, and the client ends. `timeout` turns a client that
+    // waits for a person otherwise (a message box under the null driver)
+    // into a failure instead of a hung test.
     vt_test::ProgramResult runClient(const std::string& dir) {
-        return vt_test::runProgram("cd " + quoteShell(dir) + " && timeout 60 " +
-                                   quoteShell(VANTOR_WINE) + " " + quoteShell(clientPath()));
+        std::string wine = quoteShell(VANTOR_WINE);
+        return vt_test::runProgram(
+                "cd " + quoteShell(dir) + " && { timeout 60 " + wine + " " +
+                quoteShell(clientPath()) + " & client=$!; " + wine + " " +
+                quoteShell(VANTOR_CLOSER_PATH) +
+                " 'Vantor 3.0' >/dev/null 2>&1 & closer=$!; wait $client; status=$?; "
+                "kill $closer 2>/dev/null; wait $closer; exit $status; }");
     }
     vt_test::ProgramResult runClient() { return runClient(dir_); }
 
@@ -111,11 +116,13 @@ protected:
     std::string dir_;
 };
 
-// Whether the text ends with the stop line.
-bool stopped(const std::string& out) {
-    std::string stop = kStopLine;
-    return out.size() >= stop.size() &&
-           out.compare(out.size() - stop.size(), stop.size(), stop) == 0;
+// Whether the client came as far as its login window (which the closer
+// then closed): no alert, and the workspace's line of the last sheet is
+// the last of the run.
+bool reachedTheLogin(const std::string& out) {
+    size_t last = out.rfind("\nsheet note (My notes): ");
+    return out.find("alert:") == std::string::npos && last != std::string::npos &&
+           out.find('\n', last + 1) == out.size() - 1;
 }
 
 TEST_F(ClientTest, ANormalStartBuildsTheWorkspaceAndLeavesNoLock) {
@@ -123,14 +130,13 @@ TEST_F(ClientTest, ANormalStartBuildsTheWorkspaceAndLeavesNoLock) {
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out,
               std::string("no user unique ID\n"
-                          "run-time forms not rendered: VTActionTestForm is not in this program\n"
+                          "run-time forms not rendered: no sheet named form\n"
                           "first admin: 1\n"
                           "workspace: 4 sheets\n"
                           "sheet role (Role): 0 records\n"
                           "sheet group (Group): 0 records\n"
                           "sheet user (User): 1 records\n"
-                          "sheet note (My notes): 0 records\n") +
-                      kStopLine);
+                          "sheet note (My notes): 0 records\n"));
     EXPECT_FALSE(exists("vantor.lock"));
     EXPECT_TRUE(exists("conf/conf.vtr"));
     EXPECT_TRUE(exists("_seen_.vci"));
@@ -142,7 +148,7 @@ TEST_F(ClientTest, ANormalStartBuildsTheWorkspaceAndLeavesNoLock) {
     EXPECT_EQ(again.out.find("no user unique ID"), std::string::npos) << again.out;
     EXPECT_EQ(again.out.find("first admin"), std::string::npos) << again.out;
     EXPECT_NE(again.out.find("sheet user (User): 1 records\n"), std::string::npos) << again.out;
-    EXPECT_TRUE(stopped(again.out)) << again.out;
+    EXPECT_TRUE(reachedTheLogin(again.out)) << again.out;
 }
 
 TEST_F(ClientTest, WithoutAKeyOrAConfigurationTheStartIsRefused) {
@@ -177,7 +183,7 @@ TEST_F(ClientTest, ALockFileRefusesTheStartBeforeAnythingElse) {
     install(other);
     vt_test::ProgramResult elsewhere = runClient(other);
     EXPECT_EQ(elsewhere.status, 0);
-    EXPECT_TRUE(stopped(elsewhere.out)) << elsewhere.out;
+    EXPECT_TRUE(reachedTheLogin(elsewhere.out)) << elsewhere.out;
     std::system(("rm -rf " + quoteShell(other)).c_str());
 }
 

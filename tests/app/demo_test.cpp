@@ -36,7 +36,8 @@ TEST_F(WorkspaceTest, TheDemoStartsWithItsFirstAdmin) {
     // The interpreter rejects nothing; the only lines are ours.
     EXPECT_EQ(log.find("rejected"), std::string::npos) << log;
     EXPECT_NE(log.find("first admin: 1\n"), std::string::npos) << log;
-    EXPECT_EQ(w->listOfSheets()->count(), 14u);
+    // The configuration's 14 sheets, then the released designed form.
+    EXPECT_EQ(w->listOfSheets()->count(), 15u);
     for (const char* required : {"user", "group", "role", "form", "formfield", "message"})
         EXPECT_NE(w->sheetNamed_(ns(required)), nullptr) << required;
     EXPECT_EQ(str(w->currentUserGroups()->componentsJoinedByString_(","_ns)), "Admins,Designers");
@@ -55,7 +56,20 @@ TEST_F(WorkspaceTest, TheDemoStartsWithItsFirstAdmin) {
     }
     EXPECT_EQ(visible,
               "role group user form formfield message outbox company contact softwarecontact "
-              "project task mytask");
+              "project task mytask visit");
+    // The designed form shows every kind of form field.
+    VTSheet* visit = w->sheetNamed_("visit"_ns);
+    ASSERT_NE(visit, nullptr);
+    EXPECT_EQ(str(visit->title()), "Visit reports");
+    std::string types;
+    for (uint32_t i = 0; i < visit->fields()->count(); i++) {
+        auto* field = static_cast<NSArray*>(visit->fields()->objectAtIndex_(i));
+        types += str(field->objectAtIndex_(0)) + ":" + str(field->objectAtIndex_(1)) + " ";
+    }
+    EXPECT_EQ(types,
+              "subject:string company:reference when:datetimepicker outcome:enum "
+              "people:multireference notes:multiline ");
+    EXPECT_TRUE(w->currentUserCanUpdate_(visit));
     EXPECT_TRUE(w->currentUserCanUpdate_(w->sheetNamed_("user"_ns)));
     EXPECT_FALSE(w->currentUserCanUpdate_(w->sheetNamed_("message"_ns)));
     EXPECT_TRUE(w->currentUserCanDeposit_(w->sheetNamed_("message"_ns)));

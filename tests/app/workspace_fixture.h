@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +17,7 @@
 #include "app/VTUserKey.h"
 #include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
+#include "foundation/platform/Platform.h"
 #include "sheets/VTMatrix.h"
 #include "sheets/VTSheet.h"
 #include "sheets/VTTableDataSource.h"
@@ -96,6 +98,34 @@ protected:
     NSAutoreleasePool* pool = nullptr;
     std::string dir;
     std::filesystem::path old;
+};
+
+// A Winelib program has two current directories: the Unix one, which the
+// fixture's files go through (std::filesystem), and Win32's, which the
+// platform layer's files go through. Both are set to one Unix temporary
+// directory here, the Win32 one through Wine's drive Z:, the Linux root.
+// A Windows program has one, and the fixture's own SetUp serves.
+class Win32WorkspaceTest : public WorkspaceTest {
+#ifndef _WIN32
+protected:
+    void SetUp() override {
+        pool = NSAutoreleasePool::alloc()->init();
+        old = std::filesystem::current_path();
+        const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
+        std::filesystem::path made =
+                std::filesystem::temp_directory_path() /
+                (std::string("vantor-") + info->name() + "-" + std::to_string(getpid()));
+        std::filesystem::create_directories(made);
+        dir = made.string();
+        std::filesystem::current_path(dir);
+        std::string win32 = "Z:" + dir;
+        std::replace(win32.begin(), win32.end(), '/', '\\');
+        ASSERT_TRUE(vtChangeDirectory(win32.c_str()));
+        for (const char* sub : {"conf", "data", "userkey"}) std::filesystem::create_directory(sub);
+        VTInstallLocalizedStrings(VTLocalization::localization()->localizedStrings());
+        VTTableDataSource::resetIdentityForTesting();
+    }
+#endif
 };
 
 // The three sheets the rights rest on, and one business sheet.

@@ -126,14 +126,13 @@ TEST_F(WorkspaceTest, WithoutAUsableConfigurationThereIsNoWorkspace) {
             << log;
 }
 
-TEST_F(WorkspaceTest, RunTimeFormsWaitForTheirActionClass) {
-    if (NSClassFromCString("VTActionTestForm")) GTEST_SKIP() << "the run-time forms are built in";
+TEST_F(WorkspaceTest, RunTimeFormsNeedAFormSheet) {
     writeFile("conf/cro.vtr", kSmallConfiguration);
     std::string log;
     VTWorkspace* w = build(key("Ada Lovelace/Demo/Acme", "u1"), &log);
-    EXPECT_NE(log.find("run-time forms not rendered: VTActionTestForm is not in this program\n"),
-              std::string::npos)
+    EXPECT_NE(log.find("run-time forms not rendered: no sheet named form\n"), std::string::npos)
             << log;
+    EXPECT_EQ(w->listOfSheets()->count(), 4u);
     w->release();
 }
 

@@ -634,6 +634,17 @@ TEST_F(Dates, DescriptionAndItsReadingBack) {
     EXPECT_EQ(str(text), "2008-05-03 09:00:07 +0100");
     EXPECT_TRUE(text->isKindOfClass_(NSMutableString::classObject()));
     EXPECT_EQ(str(dateOf(reading(999, 1, 2, 3, 4, 5))->description()), "999-01-02 03:04:05 +0100");
+    // The form without an object writes the same bytes and counts them; a
+    // structure taken as it stands may hold five digits in every field,
+    // which must still fit.
+    char written[NSDate::kDescriptionSize];
+    EXPECT_EQ(date->getDescription(written), 25u);
+    EXPECT_STREQ(written, "2008-05-03 09:00:07 +0100");
+    NSDate* widest = dateOf(reading(65535, 65535, 65535, 65535, 65535, 65535));
+    EXPECT_EQ(widest->getDescription(written), 41u);
+    EXPECT_STREQ(written, "65535-65535-65535 65535:65535:65535 +0100");
+    EXPECT_EQ(str(widest->description()), written);
+    EXPECT_EQ(str(dateOf(reading(7, 100, 9, 10, 0, 59))->description()), "7-100-09 10:00:59 +0100");
 
     NSDate* back = NSDate::dateWithString_(text);
     EXPECT_TRUE(back->isEqual_(date));

@@ -302,6 +302,51 @@ TEST_F(ContainerJournal, CompactionKeepsEveryObject) {
     EXPECT_EQ(valueOf(open(stem), 201), "new");
 }
 
+// A queue as the relay keeps one: new objects stored at the back, the
+// oldest removed at the front, the queue growing and draining, so that
+// checkpoints come by themselves and find most of the data file free. A checkpoint inside a remove
+// or a new version compacts only after the change has let go of its old block: a block freed at its
+// place from before the compaction would mark another object's bytes free, and a later store would
+// write over them.
+TEST_F(ContainerJournal, CompactionInTheMiddleOfAQueueLosesNothing) {
+    std::string stem = dir + "/queue";
+    LXContainer* box = open(stem);
+    std::map<int, std::string> expected;
+    int next = 0;
+    int compacted = 0;
+    for (int round = 0; round < 6000; round++) {
+        NSAutoreleasePoolScope scope;
+        std::string value(300 + round % 200, static_cast<char>('a' + round % 26));
+        int id = box->store_type_(object(value), "T"_ns);
+        ASSERT_GT(id, 0);
+        expected[id] = value;
+        // A new version of one in the middle now and then.
+        if (round % 7 == 0 && expected.size() > 2) {
+            int middle = std::next(expected.begin(), static_cast<long>(expected.size() / 2))->first;
+            LXManagedObject* stored = box->objectWithId_(middle);
+            stored->setObject_forKeyPath_(ns(value + "!"), "value"_ns);
+            ASSERT_EQ(box->store_(stored), middle);
+            expected[middle] = value + "!";
+        }
+        int32_t before = box->size();
+        // The queue grows to hundreds and drains again, as collects come.
+        size_t keep = (round / 300) % 2 == 0 ? 400 : 20;
+        while (expected.size() > keep) {
+            ASSERT_TRUE(box->remove_(box->objectWithId_(expected.begin()->first)));
+            expected.erase(expected.begin());
+        }
+        if (box->size() < before) compacted++;
+        if (round % 500 == 0 || box->size() < before) {
+            ASSERT_EQ(contents(box), expected) << "round " << round;
+        }
+        next = id;
+    }
+    EXPECT_GT(compacted, 0) << "the test needs compactions inside removes";
+    EXPECT_EQ(contents(box), expected);
+    EXPECT_EQ(contents(open(stem)), expected);
+    EXPECT_EQ(box->maxId(), next);
+}
+
 // A compaction stopped at each of its steps in turn (a child process that
 // ends at the n-th step of writing): every open afterwards finds every
 // object, and a leftover of the stopped compaction is finished or ignored.

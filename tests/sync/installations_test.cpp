@@ -7,6 +7,8 @@
 //
 // The suite is built once and its tests run in order on the same
 // installations; each test makes its own records.
+#include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -299,6 +301,52 @@ TEST_F(InstallationsTest, KillsMidBurstRepeatNoAcknowledgedDelta) {
     ASSERT_TRUE(c.syncDone(relay->port()));
     for (const Installation* i : {&a, &b, &c})
         EXPECT_EQ(titlesWith(*i, "counted").size(), size_t(n)) << i->dir;
+}
+
+// All three sync at once while A's burst goes through the relay, which
+// serves them side by side, and the relay is killed in the middle. Every
+// change arrives at B and C, and each receives it at most once more than
+// it was deposited, beyond the one delta in flight at the kill.
+TEST_F(InstallationsTest, ConcurrentSyncsThroughARelayKilledMidBurst) {
+    const int n = 600;
+    ASSERT_EQ(a.admin("record set task", burst("together", n)).status, 0);
+    int before = relay->enqueued();
+    std::string port = std::to_string(relay->port());
+    std::map<const Installation*, int> received;
+    auto sync = [&](const Installation* i, const std::string& log) {
+        return new Child(i->commandLine("sync --timeout 2 --port " + port), log);
+    };
+    {
+        std::unique_ptr<Child> atA(sync(&a, root + "/a-together.log"));
+        std::unique_ptr<Child> atB(sync(&b, root + "/b-together.log"));
+        std::unique_ptr<Child> atC(sync(&c, root + "/c-together.log"));
+        ASSERT_TRUE(waitFor([&] { return relay->enqueued() >= before + n; }, 60));
+        relay->kill9();
+        EXPECT_NE(atA->wait(30), 0) << "the sync should have lost its relay";
+        atB->wait(30);
+        atC->wait(30);
+    }
+    received[&b] = receivedIn(readFile(root + "/b-together.log"));
+    received[&c] = receivedIn(readFile(root + "/c-together.log"));
+    ASSERT_TRUE(relay->start()) << relay->log();
+    ASSERT_TRUE(a.syncDone(relay->port()));
+    int deposits = relay->enqueued() - before;
+    EXPECT_GE(deposits, 2 * n);
+    EXPECT_LE(deposits, 2 * n + 1) << "acknowledged deposits were sent again";
+    for (const Installation* i : {&b, &c}) {
+        bool done = false;
+        for (int round = 0; round < 40 && !done; round++) {
+            ProgramResult r = i->admin("sync --timeout 2 --port " + std::to_string(relay->port()));
+            received[i] += receivedIn(r.out);
+            done = r.status == 0;
+        }
+        ASSERT_TRUE(done) << i->dir;
+        EXPECT_GE(received[i], n) << i->dir;
+        EXPECT_LE(received[i], n + (deposits - 2 * n) + 1)
+                << i->dir << ": acknowledged deltas were delivered again";
+    }
+    for (const Installation* i : {&a, &b, &c})
+        EXPECT_EQ(titlesWith(*i, "together").size(), size_t(n)) << i->dir;
 }
 
 // Deltas that B could never apply, waiting in the relay's store ahead of a

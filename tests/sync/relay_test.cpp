@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -137,6 +138,12 @@ public:
     ~RelayProcess() { stop(SIGKILL); }
 
     uint16_t port() const { return _port; }
+    // The most memory the process has held at once (VmHWM), in KiB.
+    long peakKilobytes() const {
+        std::string status = vt_test::readFile("/proc/" + std::to_string(_pid) + "/status");
+        size_t at = status.find("VmHWM:");
+        return at == std::string::npos ? -1 : std::atol(status.c_str() + at + 6);
+    }
     std::string log() const { return vt_test::readFile(_logPath); }
     // Waits until `text` occurs `count` times in the log.
     bool waitForLog(const std::string& text, size_t count = 1, double seconds = 5) const {
@@ -257,11 +264,9 @@ TEST_F(RelayTest, EmptyCollectAnswersZeroAndCloses) {
     peer.write(intBytes(2) + stringElement("2") + stringElement("dummy_group"));
     EXPECT_EQ(peer.read(4), intBytes(0));
     EXPECT_EQ(peer.readAll(), "");
-    EXPECT_TRUE(relay.waitForLog("listening on port", 2));
     EXPECT_EQ(relay.log(), "0 delta(s) restored\nlistening on port " +
                                    std::to_string(relay.port()) +
-                                   "\nnew connection accepted - 2\nlistening on port " +
-                                   std::to_string(relay.port()) + "\n");
+                                   "\nnew connection accepted - 2\n");
 }
 
 // Two real transceivers, one after the other, each in a directory of its
@@ -408,7 +413,7 @@ TEST_F(RelayTest, BadOptionsGiveUsageAndStatusTwo) {
 }
 
 // With --timeout 1, a client that says nothing, or stops in the middle of a
-// delta, holds the others back for about a second, and is dropped.
+// delta, holds no one back, and is dropped when its second has passed.
 TEST_F(RelayTest, StalledClientsDoNotBlockOthersBeyondTheTimeout) {
     RelayProcess relay(dir, 1);
     RawPeer silent(vt_test::connectLoopback(relay.port()));
@@ -425,8 +430,69 @@ TEST_F(RelayTest, StalledClientsDoNotBlockOthersBeyondTheTimeout) {
     EXPECT_LT(secondsSince(start), 3.5);
     EXPECT_EQ(halfway.readAll(), "");  // no acknowledgement
     EXPECT_TRUE(
-            relay.waitForLog("socket: read of 1000 bytes timed out after 1.0 s with 10 received"));
+            relay.waitForLog("connection dropped: turn not done within 1.0 s\ndeposit refused: no "
+                             "delta received\n"));
     EXPECT_EQ(collect(relay.port(), "2").contents, words({"whole"}));
+}
+
+// Hostile clients beside ordinary ones: hundreds of connections that say
+// nothing (more than the relay serves at once), a hundred that announce a
+// big delta and send only part of it, deposits to a flood of made-up ids,
+// and a collector that takes a delta and never acknowledges it. The
+// ordinary deposits and collects are all served (each within the 5 s the
+// test's sockets wait), the relay's memory stays bounded, and the hostile
+// connections are dropped when their turn's time has passed.
+TEST_F(RelayTest, HostileClientsLeaveOrdinaryOnesServed) {
+    RelayProcess relay(dir, 3);
+    for (int i = 0; i < 200; i++) {
+        std::string ghost = "Ghost Writer/None/Nowhere-ghost" + std::to_string(i);
+        ASSERT_EQ(deposit(relay.port(), delta("boo", ghost.c_str())), 1) << i;
+    }
+    for (const char* word : {"m1", "m2", "m3"})
+        ASSERT_EQ(deposit(relay.port(), delta(word, kMax)), 1);
+    RawPeer slow(vt_test::connectLoopback(relay.port()));
+    slow.write(intBytes(2) + stringElement("3") + stringElement("dummy_group"));
+    EXPECT_EQ(slow.readInt(), 3);
+
+    std::vector<std::unique_ptr<RawPeer>> hostile;
+    for (int i = 0; i < 600; i++) {
+        hostile.emplace_back(new RawPeer(vt_test::connectLoopback(relay.port())));
+        ASSERT_GE(hostile.back()->fd(), 0) << i;
+    }
+    const std::string part(1 << 20, 'x');
+    // Measured from here: the sanitizer build's relay starts much larger.
+    long base = relay.peakKilobytes();
+    for (int i = 0; i < 100; i++) {
+        hostile.emplace_back(new RawPeer(vt_test::connectLoopback(relay.port())));
+        std::string head = intBytes(1) + stringElement("2") + intBytes(16 << 20);
+        ASSERT_TRUE(hostile.back()->write(head));
+        // As much of the megabyte as the connection takes now.
+        send(hostile.back()->fd(), part.data(), part.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    }
+    for (int round = 0; round < 10; round++) {
+        std::string word = "ordinary" + std::to_string(round);
+        ASSERT_EQ(deposit(relay.port(), delta(word.c_str())), 1) << round;
+        EXPECT_EQ(collect(relay.port(), "2").contents, words({word.c_str()})) << round;
+    }
+    // Up to 100 MiB were offered; the relay buffers at most 64 MiB of
+    // requests. The sanitizer build keeps freed memory aside for a while
+    // (its quarantine), so each buffer's earlier sizes count there too.
+#if defined(__SANITIZE_ADDRESS__)
+    const long bound = 192 * 1024;
+#else
+    const long bound = 96 * 1024;
+#endif
+    EXPECT_LT(relay.peakKilobytes() - base, bound) << base;
+    // A collect for the user whose collect is under way gets nothing; once
+    // that one is dropped, the next gets all three again.
+    EXPECT_EQ(collect(relay.port(), "3").announced, 0);
+    EXPECT_TRUE(relay.waitForLog("reception not committed\n", 1, 10));
+    EXPECT_EQ(collect(relay.port(), "3").contents, words({"m1", "m2", "m3"}));
+    EXPECT_TRUE(relay.waitForLog("connection dropped: too many connections", 1, 10));
+    EXPECT_TRUE(
+            relay.waitForLog("connection dropped: turn not done within 3.0 s\n"
+                             "deposit refused: no delta received\n",
+                             100, 10));
 }
 
 TEST_F(RelayTest, OversizeLengthsAreRefusedBeforeAllocation) {
@@ -444,9 +510,7 @@ TEST_F(RelayTest, OversizeLengthsAreRefusedBeforeAllocation) {
     EXPECT_TRUE(relay.waitForLog(
             "socket: data of 268435456 bytes refused (limit 16777216); connection dropped\n"
             "deposit refused: no delta received\n"));
-    EXPECT_TRUE(relay.waitForLog(
-            "socket: string of 2147483647 bytes refused (limit 16777216); connection dropped\n"
-            "collect refused: no user received\n"));
+    EXPECT_TRUE(relay.waitForLog("collect refused: id of 2147483647 bytes (limit 256)\n"));
     EXPECT_EQ(collect(relay.port(), "2").announced, 0);
 }
 
@@ -558,23 +622,17 @@ TEST_F(RelayTest, FailedStoreIsNotAcknowledged) {
     InDir in(dir);
     LXRelay* relay = nullptr;
     EXPECT_EQ(vt_test::logOf([&] { relay = LXRelay::alloc()->init(); }), "0 delta(s) restored\n");
-    LXSocket* listener = LXSocket::socketWithEncryptionKey_("Mq7Tarn"_ns);
-    ASSERT_TRUE(listener->bindToAddress_port_("127.0.0.1"_ns, 0));
-    ASSERT_TRUE(listener->listen_(4));
-    // The client's bytes wait in the kernel: no thread is needed.
     auto exchange = [&](int failingWrite, std::string* log) {
-        RawPeer client(vt_test::connectLoopback(static_cast<uint16_t>(listener->localPort())));
-        client.write(stringElement("2") + deltaElement(delta("d")));
-        LXSocket* server = listener->accept();
+        bool acknowledged = false;
         LXContainer::failWriteForTesting(failingWrite);
-        *log = vt_test::logOf([&] { relay->processIncoming_(server); });
+        *log = vt_test::logOf(
+                [&] { acknowledged = relay->depositObject_announced_(delta("d"), "2"_ns); });
         LXContainer::failWriteForTesting(0);
-        server->release();
-        return client.readAll();
+        return acknowledged;
     };
     std::string log;
     for (int failingWrite : {1, 2}) {
-        EXPECT_EQ(exchange(failingWrite, &log), "") << failingWrite;
+        EXPECT_FALSE(exchange(failingWrite, &log)) << failingWrite;
         EXPECT_NE(log.find("deposit not stored: (Rk2pWn) John Smith/Sales/Acme-1 -> Jane "
                            "Doe/R&D/Acme-2 (NSString) - "
                            "no acknowledgement\n"),
@@ -585,7 +643,7 @@ TEST_F(RelayTest, FailedStoreIsNotAcknowledged) {
     }
     relay->release();
     EXPECT_EQ(vt_test::logOf([&] { relay = LXRelay::alloc()->init(); }), "0 delta(s) restored\n");
-    EXPECT_EQ(exchange(0, &log), intBytes(1));
+    EXPECT_TRUE(exchange(0, &log));
     EXPECT_EQ(log,
               "delta enqueued: (Rk2pWn) John Smith/Sales/Acme-1 -> Jane Doe/R&D/Acme-2 (NSString), "
               "total users: 1\n");

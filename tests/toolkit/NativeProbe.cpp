@@ -12,6 +12,18 @@ intptr_t probeSend(void* handle, unsigned message, uintptr_t wParam, intptr_t lP
     return SendMessageW(hwndOf(handle), message, wParam, lParam);
 }
 
+bool probePost(void* handle, unsigned message, uintptr_t wParam, intptr_t lParam) {
+    return PostMessageW(hwndOf(handle), message, wParam, lParam);
+}
+
+void* probeFindVisibleWindow(const char* title) {
+    for (HWND window = FindWindowExA(nullptr, nullptr, nullptr, title); window;
+         window = FindWindowExA(nullptr, window, nullptr, title)) {
+        if (IsWindowVisible(window)) return window;
+    }
+    return nullptr;
+}
+
 void probePump() {
     MSG message;
     while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
@@ -95,29 +107,11 @@ void* probeSubmenu(void* menu, int position) {
     return GetSubMenu(static_cast<HMENU>(menu), position);
 }
 
-void* probeCreateList(void* parent, int rows) {
-    HWND list =
-            CreateWindowExA(0, WC_LISTVIEWA, nullptr, WS_CHILD | WS_VISIBLE | LVS_REPORT, 0, 0, 200,
-                            100, hwndOf(parent), nullptr, GetModuleHandleW(nullptr), nullptr);
-    LVCOLUMNA column = {};
-    column.mask = LVCF_TEXT | LVCF_WIDTH;
-    column.cx = 100;
-    column.pszText = const_cast<char*>("Name");
-    SendMessageA(list, LVM_INSERTCOLUMNA, 0, reinterpret_cast<LPARAM>(&column));
-    for (int row = 0; row < rows; row++) {
-        LVITEMA item = {};
-        item.mask = LVIF_TEXT;
-        item.iItem = row;
-        item.pszText = const_cast<char*>("row");
-        SendMessageA(list, LVM_INSERTITEMA, 0, reinterpret_cast<LPARAM>(&item));
-    }
-    return list;
-}
-
 void probeSelectRow(void* list, int row, bool selected) {
     LVITEMA item = {};
-    item.stateMask = LVIS_SELECTED;
-    item.state = selected ? LVIS_SELECTED : 0;
+    // A click selects and focuses the row in one change.
+    item.stateMask = selected ? LVIS_SELECTED | LVIS_FOCUSED : LVIS_SELECTED;
+    item.state = selected ? LVIS_SELECTED | LVIS_FOCUSED : 0;
     SendMessageA(hwndOf(list), LVM_SETITEMSTATE, row, reinterpret_cast<LPARAM>(&item));
 }
 
@@ -128,4 +122,101 @@ void probeClickColumn(void* window, void* list, int column) {
     note.iItem = -1;
     note.iSubItem = column;
     SendMessageA(hwndOf(window), WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&note));
+}
+
+void probePumpWaiting(int milliseconds) {
+    DWORD end = GetTickCount() + static_cast<DWORD>(milliseconds);
+    for (;;) {
+        probePump();
+        DWORD now = GetTickCount();
+        if (static_cast<LONG>(end - now) <= 0) return;
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, end - now, QS_ALLINPUT);
+    }
+}
+
+void probeResize(void* handle, int width, int height) {
+    SetWindowPos(hwndOf(handle), nullptr, 0, 0, width, height,
+                 SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
+int probeListCount(void* list) {
+    return static_cast<int>(SendMessageA(hwndOf(list), LVM_GETITEMCOUNT, 0, 0));
+}
+
+std::string probeListText(void* list, int row, int column) {
+    char text[256] = {};
+    LVITEMA item = {};
+    item.iSubItem = column;
+    item.pszText = text;
+    item.cchTextMax = sizeof text;
+    SendMessageA(hwndOf(list), LVM_GETITEMTEXTA, row, reinterpret_cast<LPARAM>(&item));
+    return text;
+}
+
+int probeListColumnWidth(void* list, int column) {
+    return static_cast<int>(SendMessageA(hwndOf(list), LVM_GETCOLUMNWIDTH, column, 0));
+}
+
+std::string probeListColumnTitle(void* list, int column) {
+    char text[128] = {};
+    LVCOLUMNA info = {};
+    info.mask = LVCF_TEXT;
+    info.pszText = text;
+    info.cchTextMax = sizeof text;
+    SendMessageA(hwndOf(list), LVM_GETCOLUMNA, column, reinterpret_cast<LPARAM>(&info));
+    return text;
+}
+
+uint32_t probeListExtendedStyle(void* list) {
+    return static_cast<uint32_t>(SendMessageA(hwndOf(list), LVM_GETEXTENDEDLISTVIEWSTYLE, 0, 0));
+}
+
+bool probeListSelected(void* list, int row) {
+    return SendMessageA(hwndOf(list), LVM_GETITEMSTATE, row, LVIS_SELECTED) & LVIS_SELECTED;
+}
+
+namespace {
+struct SentWatch {
+    WNDPROC previous;
+    void (*seen)(void*);
+    void* context;
+} watch;
+
+LRESULT CALLBACK watchProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (InSendMessage()) watch.seen(watch.context);
+    return CallWindowProcW(watch.previous, handle, message, wParam, lParam);
+}
+}  // namespace
+
+void probeWatchSentMessages(void* window, void (*seen)(void*), void* context) {
+    watch.seen = seen;
+    watch.context = context;
+    watch.previous = reinterpret_cast<WNDPROC>(
+            SetWindowLongPtrW(hwndOf(window), GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(watchProc)));
+}
+
+int probeTabCount(void* tab) {
+    return static_cast<int>(SendMessageA(hwndOf(tab), TCM_GETITEMCOUNT, 0, 0));
+}
+
+std::string probeTabText(void* tab, int index) {
+    char text[128] = {};
+    TCITEMA item = {};
+    item.mask = TCIF_TEXT;
+    item.pszText = text;
+    item.cchTextMax = sizeof text;
+    SendMessageA(hwndOf(tab), TCM_GETITEMA, index, reinterpret_cast<LPARAM>(&item));
+    return text;
+}
+
+void probeChooseTab(void* tab, int index) {
+    HWND parent = GetParent(hwndOf(tab));
+    NMHDR note = {};
+    note.hwndFrom = hwndOf(tab);
+    note.idFrom = GetDlgCtrlID(hwndOf(tab));
+    note.code = TCN_SELCHANGING;
+    SendMessageA(parent, WM_NOTIFY, note.idFrom, reinterpret_cast<LPARAM>(&note));
+    SendMessageA(hwndOf(tab), TCM_SETCURSEL, index, 0);
+    note.code = TCN_SELCHANGE;
+    SendMessageA(parent, WM_NOTIFY, note.idFrom, reinterpret_cast<LPARAM>(&note));
 }

@@ -25,6 +25,10 @@ enum : unsigned {
 };
 
 intptr_t probeSend(void* handle, unsigned message, uintptr_t wParam, intptr_t lParam);
+bool probePost(void* handle, unsigned message, uintptr_t wParam, intptr_t lParam);
+// A visible top-level window with this title, of any process of the Wine
+// session; nil if there is none.
+void* probeFindVisibleWindow(const char* title);
 // Delivers what has been posted to this thread's windows, without waiting.
 void probePump();
 std::string probeClassName(void* handle);
@@ -51,10 +55,29 @@ std::string probeMenuText(void* menu, int position);
 uint32_t probeMenuId(void* menu, int position);
 void* probeSubmenu(void* menu, int position);
 
-// A report list view in `parent` with one column and `rows` items, as the
-// table view will make it.
-void* probeCreateList(void* parent, int rows);
-// Selects or deselects a row; the list tells its parent (LVN_ITEMCHANGED).
+// Selects and focuses a row as a click does, or deselects it; the list
+// tells its parent (LVN_ITEMCHANGED).
 void probeSelectRow(void* list, int row, bool selected);
 // Tells `window` that the header of `column` of `list` was clicked.
 void probeClickColumn(void* window, void* list, int column);
+// Delivers what comes to this thread's windows (timers too) for the given
+// time, waiting for it.
+void probePumpWaiting(int milliseconds);
+// Gives the window a new outer size, keeping its place.
+void probeResize(void* handle, int width, int height);
+
+int probeListCount(void* list);
+std::string probeListText(void* list, int row, int column);
+int probeListColumnWidth(void* list, int column);
+std::string probeListColumnTitle(void* list, int column);
+uint32_t probeListExtendedStyle(void* list);
+bool probeListSelected(void* list, int row);
+// Calls seen(context) for each message that another thread sends to the
+// window, while that thread waits for the answer; one window at a time.
+void probeWatchSentMessages(void* window, void (*seen)(void*), void* context);
+
+int probeTabCount(void* tab);
+std::string probeTabText(void* tab, int index);
+// Chooses the tab as a click would: the tab control's parent hears
+// TCN_SELCHANGING, the choice is made, then TCN_SELCHANGE.
+void probeChooseTab(void* tab, int index);

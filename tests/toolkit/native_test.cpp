@@ -6,6 +6,7 @@
 #include "foundation/Foundation.h"
 #include "tests/support/LogCapture.h"
 #include "tests/toolkit/NativeProbe.h"
+#include "tests/toolkit/ToolkitFixture.h"
 #include "toolkit/NSAlert.h"
 #include "toolkit/NSApplication.h"
 #include "toolkit/NSButton.h"
@@ -13,100 +14,11 @@
 #include "toolkit/NSImage.h"
 #include "toolkit/NSMenu.h"
 #include "toolkit/NSPopUpButton.h"
-#include "toolkit/NSTableView.h"
 #include "toolkit/NSTextField.h"
 #include "toolkit/NSTextView.h"
 #include "toolkit/NSWindow.h"
 
-// Counts target-action messages and delegate calls; answers `answer` to
-// the questions a delegate is asked.
-class GuiRecorder : public NSObject {
-    NS_DECLARE_CLASS(GuiRecorder, NSObject)
-
-public:
-    void fired_(NSObject* sender) {
-        fired++;
-        last = sender;
-    }
-    int windowShouldClose_(NSObject*) {
-        asked++;
-        return answer;
-    }
-    int applicationShouldTerminate_(NSObject*) {
-        asked++;
-        return answer;
-    }
-    void windowDidResize_(NSObject* note) { notes.push_back(noteName(note)); }
-    void windowDidBecomeKey_(NSObject* note) { notes.push_back(noteName(note)); }
-
-    int fired = 0;
-    int asked = 0;
-    int answer = 1;
-    NSObject* last = nullptr;
-    std::vector<std::string> notes;
-
-protected:
-    ~GuiRecorder() override = default;
-
-private:
-    static std::string noteName(NSObject* note) {
-        auto* n = NSDynamicCast<NSNotification>(note);
-        return n ? std::string(n->name()->UTF8String()) + " " + n->className()->UTF8String() : "?";
-    }
-};
-
-// A table view whose native list the test makes, until the table view
-// makes its own.
-class ProbeTable : public NSTableView {
-    NS_DECLARE_CLASS(ProbeTable, NSTableView)
-
-public:
-    void* hWnd() { return list; }
-    void* list = nullptr;
-
-protected:
-    ~ProbeTable() override = default;
-};
-
-NS_CLASS_BEGIN(ProbeTable, NSTableView)
-    NS_METHOD(hWnd)
-NS_CLASS_END(ProbeTable)
-
-NS_CLASS_BEGIN(GuiRecorder, NSObject)
-    NS_METHOD(fired_)
-    NS_METHOD(windowShouldClose_)
-    NS_METHOD(applicationShouldTerminate_)
-    NS_METHOD(windowDidResize_)
-    NS_METHOD(windowDidBecomeKey_)
-NS_CLASS_END(GuiRecorder)
-
 namespace {
-
-class ToolkitNative : public testing::Test {
-protected:
-    void SetUp() override {
-        NSInitCommonControls();
-        NSApplication::sharedApplication();
-    }
-
-    // A window of the given outer height; its content is 35 lower.
-    static Ref<NSWindow> makeWindow(float height) {
-        return adoptRef(NSWindow::alloc()->initWithContentRect_styleMask_backing_defer_(
-                NSMakeRect(10, 10, 320, height), 0, 0, false));
-    }
-
-    template <class T>
-    static Ref<T> make(float x, float y, float width, float height) {
-        return adoptRef(
-                static_cast<T*>(T::alloc()->initWithFrame_(NSMakeRect(x, y, width, height))));
-    }
-
-    static Ref<GuiRecorder> recorder() {
-        return adoptRef(static_cast<GuiRecorder*>(GuiRecorder::alloc()->init()));
-    }
-
-    NSAutoreleasePoolScope _pool;
-};
 
 TEST_F(ToolkitNative, WindowsAndControlsComeUpFromTheirFields) {
     Ref<NSWindow> window = makeWindow(135);
@@ -423,41 +335,6 @@ TEST_F(ToolkitNative, AsyncViewsWaitHiddenViewsHideTipsReachTheHintLine) {
     probeSend(waiting->currentHWnd(), 0x0200 /* WM_MOUSEMOVE */, 0, 0);
     EXPECT_EQ(probeText(hint->currentHWnd()), "The tip");
     NSApplication::setHintLine(nullptr);
-}
-
-TEST_F(ToolkitNative, ListNotificationsReachTheTableView) {
-    Ref<NSWindow> window = makeWindow(200);
-    Ref<ProbeTable> table = adoptRef(static_cast<ProbeTable*>(
-            ProbeTable::alloc()->initWithFrame_(NSMakeRect(0, 0, 200, 100))));
-    Ref<NSTableColumn> column = adoptRef(
-            static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("name"_ns)));
-    table->addTableColumn_(column);
-    Ref<GuiRecorder> headers = recorder();
-    column->headerCell()->setTarget_(headers);
-    column->headerCell()->setAction_(NS_SEL("fired:"));
-    table->list = probeCreateList(window->hWnd(), 3);
-    NSApplication::sharedApplication()->registerTableView_(table);
-    Ref<GuiRecorder> changes = recorder();
-    NSNotificationCenter::defaultCenter()->addObserver_selector_name_object_(
-            changes, NS_SEL("fired:"), "NSTableViewSelectionDidChangeNotification"_ns, table);
-
-    probeSelectRow(table->list, 2, true);
-    EXPECT_EQ(table->selectedRow(), 2);
-    ASSERT_EQ(changes->fired, 1);
-    EXPECT_EQ(NSDynamicCast<NSNotification>(changes->last)->object(), table.get());
-    // Another change for the row already selected, and a bare
-    // deselection, tell nobody.
-    probeSelectRow(table->list, 2, true);
-    probeSelectRow(table->list, 2, false);
-    EXPECT_EQ(changes->fired, 1);
-    EXPECT_EQ(table->selectedRow(), 2);
-    probeSelectRow(table->list, 0, true);
-    EXPECT_EQ(table->selectedRow(), 0);
-    EXPECT_EQ(changes->fired, 2);
-
-    probeClickColumn(window->hWnd(), table->list, 0);
-    EXPECT_EQ(headers->fired, 1);
-    EXPECT_EQ(headers->last, column.get());
 }
 
 TEST_F(ToolkitNative, DatePickerOneOrTwoParts) {

@@ -13,6 +13,9 @@
 #include "toolkit/NSDatePicker.h"
 #include "toolkit/NSMenu.h"
 #include "toolkit/NSPopUpButton.h"
+#include "toolkit/NSStatusBar.h"
+#include "toolkit/NSTabView.h"
+#include "toolkit/NSTableView.h"
 #include "toolkit/NSTextField.h"
 #include "toolkit/NSWindow.h"
 
@@ -83,6 +86,54 @@ TEST(ToolkitObjects, NoNativeSideKeepsEverythingInFields) {
     Ref<NSDatePicker> picker =
             adoptRef(NSDatePicker::alloc()->initWithFrame_(NSMakeRect(0, 0, 100, 20)));
     EXPECT_EQ(picker->dateValue(), nullptr);
+}
+
+TEST(ToolkitObjects, TablesTabsAndTrayItemsWithoutNativeSide) {
+    NSAutoreleasePoolScope pool;
+    Ref<NSWindow> window = adoptRef(NSWindow::alloc()->initWithContentRect_styleMask_backing_defer_(
+            NSMakeRect(0, 0, 300, 230), 0, 0, false));
+    // A table keeps its columns; with no list nothing is written and the
+    // selection is only stored.
+    Ref<NSTableView> table = adoptRef(static_cast<NSTableView*>(
+            NSTableView::alloc()->initWithFrame_(NSMakeRect(0, 0, 200, 100))));
+    window->contentView()->addSubview_(table);
+    EXPECT_EQ(table->hWnd(), nullptr);
+    Ref<NSTableColumn> column = adoptRef(
+            static_cast<NSTableColumn*>(NSTableColumn::alloc()->initWithIdentifier_("name"_ns)));
+    table->addTableColumn_(column);
+    EXPECT_EQ(column->tableView(), table.get());
+    EXPECT_TRUE(column->headerCell()->isKindOfClass_(NSActionCell::classObject()));
+    table->relayoutColumns();
+    NSArray* row = NSArray::arrayWithObjects_("a"_ns, nullptr);
+    EXPECT_FALSE(table->insertTableRow_atIndex_(row, 0));
+    EXPECT_FALSE(table->deleteAllItems());
+    table->setSelectedRow_(4);
+    EXPECT_EQ(table->selectedRow(), 4);
+    EXPECT_EQ(table->selectedRowIndexes()->count(), 0u);
+
+    // Tabs are appended, with no page and no native item.
+    Ref<NSTabView> tabs = adoptRef(static_cast<NSTabView*>(
+            NSTabView::alloc()->initWithFrame_(NSMakeRect(0, 0, 300, 200))));
+    window->contentView()->addSubview_(tabs);
+    Ref<NSTabViewItem> item = adoptRef(
+            static_cast<NSTabViewItem*>(NSTabViewItem::alloc()->initWithIdentifier_("Tasks"_ns)));
+    EXPECT_EQ(item->nativeItem(), nullptr);
+    tabs->addTabViewItem_(item);
+    EXPECT_EQ(tabs->numberOfTabViewItems(), 1);
+    EXPECT_EQ(tabs->tabViewItemAtIndex_(0), item.get());
+    EXPECT_EQ(tabs->tabViewItemAtIndex_(-1), nullptr);
+    EXPECT_EQ(item->view(), nullptr);
+
+    // The tray item's record is filled in all the same; the shell is not
+    // asked.
+    Ref<NSStatusItem> tray = retainRef(NSStatusBar::systemStatusBar()->statusItemWithLength_(0));
+    tray->setTitle_("Vantor"_ns);
+    tray->setImage_(nullptr);
+    NSNativeNotifyIcon record = tray->notifyIconData();
+    EXPECT_EQ(record.cbSize, 152u);
+    EXPECT_EQ(record.uID, NSStatusItem::trayMessage());
+    EXPECT_EQ(record.uFlags, 3u);
+    EXPECT_EQ(std::u16string(record.szTip), u"Vantor");
 }
 
 TEST(ToolkitObjects, ControlIdsCountUpAndEveryControlIsKept) {

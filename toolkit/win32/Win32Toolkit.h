@@ -20,6 +20,9 @@ inline RECT rectOf(NSNativeRect r) {
 void vtSetStockFont(HWND control);
 
 // Win32Window.cpp
+// The icon of all windows: icon group 101 of the program, or the system's
+// application icon where the program has none.
+HICON vtApplicationIcon();
 bool vtRegisterWindowClass(void** icon);
 void* vtCreateWindow(NSNativeRect outer);
 void vtShowWindow(void* handle, bool show);
@@ -31,8 +34,15 @@ std::string vtTextAnsi(void* handle);
 NSNativeRect vtWindowRect(void* handle);
 void vtEnable(void* handle, bool enabled);
 void vtSetFocus(void* handle);
+void vtMoveWindow(void* handle, NSNativeRect frame);
+void vtRestoreWindow(void* handle);
 void vtDestroy(void* handle);
+void vtCallOnWindowThread(void* window, void (*call)(void*), void* context);
 void* vtSubclass(void* handle, NSNativeProc proc, bool ansi);
+
+// The message that carries a call to the thread of a control (see
+// callOnWindowThread): wParam the function, lParam its argument.
+constexpr UINT kVtCallMessage = WM_APP + 1;
 
 // Win32WindowProcs.cpp
 LRESULT CALLBACK WindowWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
@@ -79,3 +89,27 @@ void vtDestroyMenu(void* menu);
 
 // Win32Image.cpp
 void* vtLoadIconFile(const char* path);
+
+// Win32ListView.cpp
+void* vtCreateListView(void* parent, NSNativeRect frame);
+void vtListInsertColumn(void* list, int index, int width, const char16_t* title);
+void vtListSetColumnWidth(void* list, int index, int width);
+bool vtListDeleteAll(void* list);
+int vtListInsertItem(void* list, int row, const char16_t* text);
+void vtListSetItemText(void* list, int row, int subItem, const char16_t* text);
+void vtListSetItemState(void* list, int row, uint32_t state, uint32_t mask);
+uint32_t vtListItemState(void* list, int row, uint32_t mask);
+void vtListEnsureVisible(void* list, int row);
+void vtListSetRedraw(void* list, bool redraw);
+
+// Win32TabControl.cpp
+LRESULT CALLBACK TabPageWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
+bool vtRegisterTabPageClass();
+void* vtCreateTabControl(void* parent, NSNativeRect frame, int id, const char16_t* text);
+void* vtCreateTabItem(const char16_t* text);
+void vtDestroyTabItem(void* item);
+void vtTabInsertItem(void* tabControl, int index, void* item);
+void* vtCreateTabPage(void* tabControl);
+
+// Win32TrayIcon.cpp
+void vtNotifyIcon(bool add, const NSNativeNotifyIcon* record);

@@ -17,10 +17,14 @@ void vtSetStockFont(HWND control) {
                  TRUE);
 }
 
+HICON vtApplicationIcon() {
+    HICON loaded = LoadIconA(GetModuleHandleW(nullptr), MAKEINTRESOURCEA(kApplicationIconId));
+    return loaded ? loaded : LoadIconA(nullptr, IDI_APPLICATION);
+}
+
 bool vtRegisterWindowClass(void** icon) {
     HINSTANCE instance = GetModuleHandleW(nullptr);
-    HICON loaded = LoadIconA(instance, MAKEINTRESOURCEA(kApplicationIconId));
-    if (!loaded) loaded = LoadIconA(nullptr, IDI_APPLICATION);
+    HICON loaded = vtApplicationIcon();
     WNDCLASSA windowClass = {};
     windowClass.style = CS_HREDRAW | CS_VREDRAW;
     windowClass.lpfnWndProc = WindowWndProc;
@@ -77,7 +81,30 @@ void vtEnable(void* handle, bool enabled) { EnableWindow(hwndOf(handle), enabled
 
 void vtSetFocus(void* handle) { SetFocus(hwndOf(handle)); }
 
+void vtRestoreWindow(void* handle) {
+    WINDOWPLACEMENT placement = {};
+    placement.length = sizeof placement;
+    GetWindowPlacement(hwndOf(handle), &placement);
+    placement.showCmd = SW_RESTORE;
+    SetWindowPlacement(hwndOf(handle), &placement);
+    ShowWindow(hwndOf(handle), SW_SHOW);
+    SetFocus(hwndOf(handle));
+}
+
+void vtMoveWindow(void* handle, NSNativeRect frame) {
+    MoveWindow(hwndOf(handle), frame.left, frame.top, frame.width, frame.height, TRUE);
+}
+
 void vtDestroy(void* handle) { DestroyWindow(hwndOf(handle)); }
+
+void vtCallOnWindowThread(void* window, void (*call)(void*), void* context) {
+    if (GetWindowThreadProcessId(hwndOf(window), nullptr) == GetCurrentThreadId()) {
+        call(context);
+        return;
+    }
+    SendMessageW(hwndOf(window), kVtCallMessage, reinterpret_cast<WPARAM>(call),
+                 reinterpret_cast<LPARAM>(context));
+}
 
 // SetWindowLongPtr is SetWindowLong on 32-bit Windows; a 64-bit Winelib
 // build needs the pointer-wide form to keep the whole procedure address.

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 
+#include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSNotification.h"
 #include "foundation/NSNotificationCenter.h"
 #include "foundation/NSString.h"
@@ -16,15 +17,14 @@
 #include "toolkit/NSApplication.h"
 #include "toolkit/NSButton.h"
 #include "toolkit/NSMenu.h"
+#include "toolkit/NSStatusBar.h"
+#include "toolkit/NSTabView.h"
 #include "toolkit/NSTableView.h"
 #include "toolkit/NSTextField.h"
 #include "toolkit/NSWindow.h"
 #include "toolkit/win32/Win32Toolkit.h"
 
 namespace {
-
-// The status item's tray message (its trayMessage).
-constexpr UINT kTrayMessage = 0x84D2;
 
 NSControl* registeredControl(HWND handle) {
     NSControl* control = NSApplication::sharedApplication()->controlForHandle(handle);
@@ -91,21 +91,16 @@ LRESULT closeWindow(NSWindow* window, HWND handle, UINT message, WPARAM wParam, 
 }
 
 // A click on the tray icon: each item of this message sends its action
-// and shows its menu at the cursor. The status bar is found by name: it
-// belongs to a later part of the toolkit and may not be there.
+// and shows its menu at the cursor.
 void trayClick(HWND handle) {
-    Class barClass = NSClassFromString("NSStatusBar"_ns);
-    if (!barClass) return;
-    NSObject* bar = NSSendClass(barClass, NS_SEL("systemStatusBar"));
-    auto* items = NSDynamicCast<NSArray>(NSSend(bar, NS_SEL("items")));
-    for (uint32_t i = 0, n = items ? items->count() : 0; i < n; i++) {
-        NSObject* item = items->objectAtIndex_(i);
-        if (NSSend<uint32_t>(item, NS_SEL("uid")) != kTrayMessage) continue;
-        NSObject* target = NSSend(item, NS_SEL("target"));
-        SEL action = NSSend<SEL>(item, NS_SEL("action"));
+    NSArray* items = NSStatusBar::systemStatusBar()->items();
+    for (uint32_t i = 0, n = items->count(); i < n; i++) {
+        auto* item = static_cast<NSStatusItem*>(items->objectAtIndex_(i));
+        if (item->uid() != NSStatusItem::trayMessage()) continue;
+        NSObject* target = item->target();
+        SEL action = item->action();
         if (target && action && target->respondsToSelector_(action)) NSSend(target, action, item);
-        auto* menu = NSDynamicCast<NSMenu>(NSSend(item, NS_SEL("menu")));
-        if (menu) {
+        if (NSMenu* menu = item->menu()) {
             POINT at;
             GetCursorPos(&at);
             TrackPopupMenu(static_cast<HMENU>(menu->hMenu()), 8, at.x, at.y, 0, handle, nullptr);
@@ -114,11 +109,12 @@ void trayClick(HWND handle) {
 }
 
 void tabChange(HWND source, bool show) {
-    NSObject* tabView = NSApplication::sharedApplication()->tabViewForHandle(source);
+    auto* tabView =
+            NSDynamicCast<NSTabView>(NSApplication::sharedApplication()->tabViewForHandle(source));
     if (!tabView) return;
     int index = static_cast<int>(SendMessageA(source, TCM_GETCURSEL, 0, 0));
-    NSObject* item = NSSend(tabView, NS_SEL("tabViewItemAtIndex:"), index);
-    void* page = NSSend<void*>(NSSend(item, NS_SEL("view")), NS_SEL("hWnd"));
+    NSTabViewItem* item = tabView->tabViewItemAtIndex_(index);
+    void* page = item && item->view() ? item->view()->hWnd() : nullptr;
     if (page) ShowWindow(hwndOf(page), show ? SW_SHOW : SW_HIDE);
 }
 
@@ -127,15 +123,22 @@ void tabChange(HWND source, bool show) {
 // The list and button cases, shared with the tab page procedure: list
 // views and buttons inside a tab report to their direct parent.
 void vtListSelectionChanged(HWND source) {
+    // setSelectedRow: below changes the list's states itself, and the list
+    // reports each change at once, before the table has stored the row:
+    // those reports belong to the change being handled and tell nobody.
+    static NSTableView* handling = nullptr;
     auto* table = NSDynamicCast<NSTableView>(
             NSApplication::sharedApplication()->tableViewForHandle(source));
-    if (!table) return;
+    if (!table || table == handling) return;
     int row = static_cast<int>(
             SendMessageA(source, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_SELECTED));
     // A repeat for the row already selected, and a bare deselection, tell
     // nobody.
     if (row == -1 || row == table->selectedRow()) return;
+    NSTableView* outer = handling;
+    handling = table;
     table->setSelectedRow_(row);
+    handling = outer;
     NSNotificationCenter::defaultCenter()->postNotificationName_object_(
             "NSTableViewSelectionDidChangeNotification"_ns, table);
 }
@@ -163,10 +166,13 @@ LRESULT CALLBACK WindowWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM 
     // registered; a message to a nil window does nothing.
     NSWindow* window = NSApplication::sharedApplication()->windowForHandle(handle);
     if (!window) return DefWindowProcA(handle, message, wParam, lParam);
+    // The tray message is no constant of a case label: it is the status
+    // item's.
+    if (message == NSStatusItem::trayMessage()) {
+        if (lParam == WM_LBUTTONDOWN) trayClick(handle);
+        return DefWindowProcA(handle, message, wParam, lParam);
+    }
     switch (message) {
-        case kTrayMessage:
-            if (lParam == WM_LBUTTONDOWN) trayClick(handle);
-            break;
         case WM_CLOSE:
             return closeWindow(window, handle, message, wParam, lParam);
         case WM_SIZE:
@@ -244,6 +250,13 @@ LRESULT CALLBACK KeyedControlWndProc(HWND handle, UINT message, WPARAM wParam, L
 
 LRESULT CALLBACK ControlWndProc(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     NSControl* control = registeredControl(handle);
+    if (message == kVtCallMessage) {
+        // Served on this thread for another one, outside any message of
+        // the loop: its own pool.
+        NSAutoreleasePoolScope pool;
+        reinterpret_cast<void (*)(void*)>(wParam)(reinterpret_cast<void*>(lParam));
+        return 0;
+    }
     if (message == WM_GETDLGCODE) return DLGC_WANTALLKEYS;
     if (message == WM_MOUSEMOVE) showTip(control);
     return callPrevious(control, handle, message, wParam, lParam);
