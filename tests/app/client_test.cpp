@@ -128,15 +128,14 @@ bool reachedTheLogin(const std::string& out) {
 TEST_F(ClientTest, ANormalStartBuildsTheWorkspaceAndLeavesNoLock) {
     vt_test::ProgramResult run = runClient();
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out,
-              std::string("no user unique ID\n"
-                          "run-time forms not rendered: no sheet named form\n"
-                          "first admin: 1\n"
-                          "workspace: 4 sheets\n"
-                          "sheet role (Role): 0 records\n"
-                          "sheet group (Group): 0 records\n"
-                          "sheet user (User): 1 records\n"
-                          "sheet note (My notes): 0 records\n"));
+    EXPECT_EQ(run.out, std::string("no user unique ID\n"
+                                   "run-time forms not rendered: no sheet named form\n"
+                                   "first admin: 1\n"
+                                   "workspace: 4 sheets\n"
+                                   "sheet role (Role): 0 records\n"
+                                   "sheet group (Group): 0 records\n"
+                                   "sheet user (User): 1 records\n"
+                                   "sheet note (My notes): 0 records\n"));
     EXPECT_FALSE(exists("vantor.lock"));
     EXPECT_TRUE(exists("conf/conf.vtr"));
     EXPECT_TRUE(exists("_seen_.vci"));
