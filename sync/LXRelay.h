@@ -80,8 +80,9 @@ public:
     // True, with a log line, when the id is longer than the relay takes.
     static bool idTooLong(uint32_t bytes, const char* what);
 
-    // With a secure relay set, every command goes to it (LXSecureRelay.h):
-    // only signed deposits and authenticated collects are served.
+    // With a secure relay set, the loop serves the secure commands only and
+    // has it judge their elements (LXSecureRelay.h): only signed deposits
+    // and authenticated collects are served.
     void setSecureRelay_(LXSecureRelay* secure) { _secure.set(secure); }
     LXSecureRelay* secureRelay() { return _secure; }
 

@@ -20,15 +20,19 @@
 // collectText(user-id, challenge) holds for a challenge drawn fresh for
 // this connection. The plain commands 1 and 2 are refused. Whatever is
 // refused is logged, gets no answer, and the connection closes.
+//
+// The relay's event loop (LXRelayLoop.cpp) reads and writes the elements
+// and keeps each exchange's turns, deadlines and buffers, as for the plain
+// commands; this class only judges the elements it hands over. It never
+// touches a socket and never waits.
 #pragma once
 
 #include <string>
 
 #include "foundation/NSObject.h"
+#include "foundation/NSString.h"
+#include "sync/LXDelta.h"
 #include "sync/LXSecure.h"
-#include "sync/LXSocket.h"
-
-class LXRelay;
 
 class LXSecureRelay : public NSObject {
     NS_DECLARE_CLASS(LXSecureRelay, NSObject)
@@ -36,9 +40,25 @@ class LXSecureRelay : public NSObject {
 public:
     // The anchor, binary (LXCrypto::kSignPublicBytes).
     LXSecureRelay* initWithAnchor_(const std::string& anchor);
-    // One connection whose command int has been read, under the relay's
-    // lock; the relay's queues and store serve the accepted commands.
-    void serve_command_relay_(LXSocket* socket, int32_t command, LXRelay* relay);
+
+    // Whether a connection's command is one this relay serves (3 or 4);
+    // logs why not.
+    static bool acceptsCommand(int32_t command);
+    // Whether a deposit may announce this many deltas; logs why not.
+    static bool acceptsBatch(int32_t count);
+    // The delta of one element of a deposit (the decoded envelope, nil when
+    // none came) once its sealed parts hold for the addressee; nil with a
+    // log line otherwise.
+    LXDelta* checkedDelta_addressee_(NSObject* object, NSString* addressee);
+    // The collector's certificate (the decoded element) when it is the
+    // user's and certified by the anchor; false with a log line otherwise.
+    bool checkCollector_user_certificate_(NSObject* object, NSString* user,
+                                          LXUserCertificate* collector);
+    // A fresh challenge for one collect.
+    static std::string challenge();
+    // Whether the collector signed this challenge; logs why not.
+    bool checkSignature(const std::string& signature, const std::string& challenge,
+                        const LXUserCertificate& collector);
 
     LXSecureRelay() = default;
 
@@ -46,13 +66,5 @@ protected:
     ~LXSecureRelay() override = default;
 
 private:
-    // The certificate of a collect, checked against the anchor; false with
-    // a log line otherwise.
-    bool readCertificate(LXSocket* socket, LXUserCertificate* certificate);
-    void deposit(LXSocket* socket, LXRelay* relay);
-    // One delta of a deposit; true when it was stored and acknowledged.
-    bool depositOne(LXSocket* socket, LXRelay* relay);
-    void collect(LXSocket* socket, LXRelay* relay);
-
     std::string _anchor;
 };

@@ -357,6 +357,48 @@ TEST_F(SecureRelayTest, ADepositsDeltasAreAnsweredInTurnUpToTheFirstRefused) {
             << log();
 }
 
+// Secure exchanges are served by the relay's event loop like the plain
+// ones: a client stalled between the challenge and its signature holds no
+// one back, and every collect gets a challenge of its own, so a signature
+// seen on one connection opens no other.
+TEST_F(SecureRelayTest, AStalledCollectHoldsNoOneAndChallengesAreFresh) {
+    auto stalled = [&]() {
+        Ref<LXSocket> socket = connect();
+        socket->sendInt_(LXRelayProtocol::kSecureCollect);
+        socket->sendString_("bob-3"_ns);
+        socket->sendData_(NSArchiver::archivedDataWithRootObject_(bob_.certificate.dictionary()));
+        return socket;
+    };
+    Ref<LXSocket> first = stalled();
+    std::string challenge = LXSecure::bytesOf(first->readData());
+    ASSERT_EQ(challenge.size(), LXRelayProtocol::kChallengeBytes) << log();
+
+    LXDelta* envelope = LXSecure::sealedDelta(plainDelta("alice-2", "bob-3", "w"), alice_,
+                                              bob_.certificate.sealPublic);
+    EXPECT_EQ(deposit(envelope, "bob-3"), 1) << log();
+
+    // A replayed answer to the first challenge opens nothing on a second.
+    Ref<LXSocket> second = stalled();
+    std::string other = LXSecure::bytesOf(second->readData());
+    EXPECT_NE(other, challenge);
+    second->sendData_(LXSecure::dataOf(
+            LXCrypto::sign(LXSecure::collectText("bob-3", challenge), bob_.signSecret)));
+    second->readInt();
+    EXPECT_TRUE(second->isBroken());
+    EXPECT_NE(log().find("collect refused: bob-3 did not sign the challenge"), std::string::npos)
+            << log();
+
+    // The first, still waiting, is the one collect of bob-3 under way.
+    first->sendData_(LXSecure::dataOf(
+            LXCrypto::sign(LXSecure::collectText("bob-3", challenge), bob_.signSecret)));
+    EXPECT_EQ(first->readInt(), 1) << log();
+    EXPECT_TRUE(first->readObject());
+    first->sendInt_(LXRelayProtocol::kAcknowledged);
+    first.set(nullptr);
+    int32_t count;
+    EXPECT_TRUE(collect("bob-3", bob_, bob_.signSecret, &count).empty());
+}
+
 // The transceiver's own secure cycle against the relay: what it deposits
 // is collected by the addressee's transceiver, whose delegate sees it.
 TEST_F(SecureRelayTest, TransceiverSpeaksTheSecureCommands) {
