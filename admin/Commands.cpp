@@ -56,11 +56,16 @@ const Command kCommands[] = {
          "  --strict  warnings count as errors\n"
          "  --json    one JSON object per finding, then one summing up\n",
          &runConfig},
-        {"key", "show FILE|make USER", "show a user key, or make one for a row of the user sheet",
+        {"key", "show FILE|make USER|anchor FILE",
+         "show a user key, make one for a row of the user sheet, or write the anchor",
          "usage: vantor-admin key show FILE [--show-password] [--json]\n"
          "       vantor-admin key make USER [--password-stdin] [--json]\n"
+         "       vantor-admin key anchor FILE\n"
          "  USER  the __recordId or the user id (\"First Last/Unit/Company\") of a row of the user "
-         "sheet\n",
+         "sheet\n"
+         "  anchor  as the administrator logged in: make the key secure (its signing key the\n"
+         "          organisation's anchor) and write the anchor to FILE, for vantor-relay\n"
+         "          --anchor and, as anchor.txt, for every installation (secure protocol)\n",
          &runKey},
         {"sheet", "list|dump NAME",
          "the sheets of the installation, or one sheet's records as JSON",

@@ -10,6 +10,7 @@
 #include "foundation/Foundation.h"
 #include "foundation/platform/Platform.h"
 #include "sheets/VTSheet.h"
+#include "sync/LXTransceiver.h"
 
 namespace admin {
 
@@ -71,9 +72,30 @@ bool Session::open(const char* command) {
                      command);
         return false;
     }
-    NSObject* expected = key->objectForKey_("Password"_ns);
-    if (!expected || !expected->isEqual_(NSString::stringWithUTF8String_(password.c_str()))) {
+    // A secure key's secret keys open only with its password (the lock is
+    // authenticated), so unlocking them is the password check: one Argon2id
+    // derivation per login instead of a second one for the stored hash.
+    bool matches = VTUserKey::isSecureKey_(key)
+                           ? VTUserKey::unlock(key, password, &_identity)
+                           : VTUserKey::key_matchesPassword_(
+                                     key, NSString::stringWithUTF8String_(password.c_str()));
+    if (!matches) {
         std::fprintf(stderr, "vantor-admin: %s: wrong password for the key in userkey/\n", command);
+        return false;
+    }
+    // anchor.txt switches the installation to the secure protocol: then
+    // only a secure key logs in, with its secret keys unlocked above.
+    std::string anchor;
+    bool secure = vtFileExists(kVTAnchorFile);
+    if (secure && !LXSecure::readAnchorFile(kVTAnchorFile, &anchor)) {
+        std::fprintf(stderr, "vantor-admin: %s: %s holds no anchor\n", command, kVTAnchorFile);
+        return false;
+    }
+    if (secure && (!_identity.isComplete() || _identity.anchor != anchor)) {
+        std::fprintf(stderr,
+                     "vantor-admin: %s: this installation is secure (%s): the key in userkey/ "
+                     "must be one made for it (key make, key anchor)\n",
+                     command, kVTAnchorFile);
         return false;
     }
     _workspace = VTWorkspace::workspaceWithFile_userInfo_("conf/cro.vtr"_ns, key);
@@ -88,6 +110,7 @@ bool Session::open(const char* command) {
     }
     _workspace->retain();
     _host = NSRetain(_workspace->joinTransceiver());
+    if (secure) LXTransceiver::defaultTransceiver()->setSecureIdentity(_identity);
     return true;
 }
 

@@ -13,13 +13,16 @@
 //      nothing is created); first-run seeding of data/ from data/init;
 //   3. the user key in userkey/;
 //   4. the password, compared with the key's as the login compares it
-//      (exact, no trimming): from the environment variable VANTOR_PASSWORD,
-//      else asked on the terminal. A wrong one changes nothing;
+//      (exact, no trimming; against the hash of a secure key, whose secret
+//      keys it then unlocks): from the environment variable VANTOR_PASSWORD,
+//      else asked on the terminal. A wrong one changes nothing. With
+//      anchor.txt in the directory only a secure key of that anchor logs in;
 //   5. the workspace from conf/cro.vtr (or conf/conf.vtr), including the
 //      first-user step of a first-admin key; a damaged user store stops
 //      here, before any key file is touched;
-//   6. the pool and the user registered with this process's transceiver,
-//      and the relay host read from transceiver.txt.
+//   6. the pool and the user registered with this process's transceiver
+//      (with the unlocked keys in secure mode), and the relay host read
+//      from transceiver.txt.
 // While a session lives, log lines go to standard error; results go to
 // results().
 #pragma once
@@ -27,6 +30,7 @@
 #include <cstdio>
 
 #include "Commands.h"
+#include "sync/LXSecure.h"
 
 class NSString;
 class VTSheet;
@@ -47,6 +51,9 @@ public:
     VTSheet* sheetNamed(const char* name);
     FILE* results() { return _log.results(); }
     const char* command() const { return _command; }
+    // The unlocked identity of a secure key (isComplete() false for a plain
+    // key).
+    const LXSecureIdentity& identity() const { return _identity; }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -56,6 +63,7 @@ private:
     bool _locked = false;
     VTWorkspace* _workspace = nullptr;
     NSString* _host = nullptr;
+    LXSecureIdentity _identity;
 };
 
 }  // namespace admin

@@ -11,6 +11,11 @@ class NSString;
 // that id, as in "4711 posix" or "260 windows", and a newline.
 constexpr const char* kVTLockFile = "vantor.lock";
 
+// Present, holding the organisation's anchor as `vantor-admin key anchor`
+// writes it, it switches the installation to the secure protocol: sealed
+// and signed deltas, the authenticated relay, rights checked on receipt.
+constexpr const char* kVTAnchorFile = "anchor.txt";
+
 // Answers of VTTakeLock.
 enum class VTLockFileState {
     Taken,    // this process holds the lock now

@@ -6,9 +6,11 @@
 #include "app/VTLocalization.h"
 #include "foundation/NSData.h"
 #include "foundation/platform/Platform.h"
+#include "sheets/VTMatrix.h"
 #include "storage/LXDataKey.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "sync/LXCrypto.h"
 
 bool VTUserKey::isKeyFileName_(NSString* name) {
     if (!name) return false;
@@ -45,19 +47,23 @@ NSMutableDictionary* VTUserKey::userKeyWithContentsOfFile_(NSString* path) {
     return key;
 }
 
-NSMutableDictionary* VTUserKey::discoverInDirectory_(NSString* directory) {
+NSString* VTUserKey::discoveredPathInDirectory_(NSString* directory) {
     std::vector<std::string> names;
     if (!directory || !vtListDirectory(directory->UTF8String(), &names)) return nullptr;
     for (const std::string& name : names) {
-        if (!isKeyFileName_(NSString::stringWithUTF8String_(name.c_str()))) continue;
-        NSString* path =
-                NSString::stringWithFormat_("%s/%s", directory->UTF8String(), name.c_str());
-        NSMutableDictionary* key = userKeyWithContentsOfFile_(path);
-        if (key && !key->objectForKey_("UniqueID"_ns))
-            LOG("%s", VTLocalizedString("novuk"_ns)->UTF8String());
-        return key;
+        if (isKeyFileName_(NSString::stringWithUTF8String_(name.c_str())))
+            return NSString::stringWithFormat_("%s/%s", directory->UTF8String(), name.c_str());
     }
     return nullptr;
+}
+
+NSMutableDictionary* VTUserKey::discoverInDirectory_(NSString* directory) {
+    NSString* path = discoveredPathInDirectory_(directory);
+    if (!path) return nullptr;
+    NSMutableDictionary* key = userKeyWithContentsOfFile_(path);
+    if (key && !key->objectForKey_("UniqueID"_ns))
+        LOG("%s", VTLocalizedString("novuk"_ns)->UTF8String());
+    return key;
 }
 
 bool VTUserKey::writeUserKey_toFile_(NSDictionary* key, NSString* path) {
@@ -66,9 +72,89 @@ bool VTUserKey::writeUserKey_toFile_(NSDictionary* key, NSString* path) {
     archiver->encodeRootObject_(key);
     archiver->release();
     data->encryptWithKey_(LXDataKey());
-    bool written = data->writeToFile_atomically_(path, false);
+    // Whoever reads a key file can try passwords against it (or, in a
+    // plain key, read the password): it is its owner's alone.
+    bool written = path && vtWritePrivateFile(path->UTF8String(), LXSecure::bytesOf(data));
     data->release();
     return written;
+}
+
+namespace {
+
+std::string textEntry(NSDictionary* key, const char* name) {
+    NSObject* value = key ? key->objectForKey_(NSString::stringWithUTF8String_(name)) : nullptr;
+    return value && value->isKindOfClass_(NSString::classObject())
+                   ? static_cast<NSString*>(value)->UTF8String()
+                   : "";
+}
+
+NSString* str(const std::string& s) { return NSString::stringWithUTF8String_(s.c_str()); }
+
+}  // namespace
+
+bool VTUserKey::isSecureKey_(NSDictionary* key) { return !textEntry(key, "PasswordHash").empty(); }
+
+bool VTUserKey::key_matchesPassword_(NSDictionary* key, NSString* password) {
+    if (!key || !password) return false;
+    if (isSecureKey_(key))
+        return LXCrypto::checkPassword(textEntry(key, "PasswordHash"), password->UTF8String());
+    NSObject* expected = key->objectForKey_("Password"_ns);
+    return expected && expected->isEqual_(password);
+}
+
+bool VTUserKey::makeSecure(NSMutableDictionary* key, const std::string& password,
+                           const LXSecureIdentity* signer, LXSecureIdentity* made) {
+    LXSecureIdentity identity;
+    identity.certificate.uniqueId = textEntry(key, "UniqueID");
+    LXCrypto::KeyPairs pairs;
+    if (identity.certificate.uniqueId.empty() || !LXCrypto::makeKeyPairs(&pairs)) return false;
+    identity.certificate.signPublic = pairs.signPublic;
+    identity.certificate.sealPublic = pairs.sealPublic;
+    identity.signSecret = pairs.signSecret;
+    identity.sealSecret = pairs.sealSecret;
+    identity.anchor = signer ? signer->anchor : pairs.signPublic;
+    identity.certificate.signature = LXCrypto::sign(identity.certificate.certifiedText(),
+                                                    signer ? signer->signSecret : pairs.signSecret);
+    std::string hash = LXCrypto::hashPassword(password);
+    std::string locked = LXCrypto::lockWithPassword(pairs.signSecret + pairs.sealSecret, password);
+    if (identity.certificate.signature.empty() || hash.empty() || locked.empty()) return false;
+    key->removeObjectForKey_("Password"_ns);
+    key->setObject_forKey_(str(hash), "PasswordHash"_ns);
+    key->setObject_forKey_(str(LXCrypto::toHex(locked)), "SecretKeys"_ns);
+    key->setObject_forKey_(str(LXCrypto::toHex(identity.anchor)), "Anchor"_ns);
+    NSMutableDictionary* certificate = identity.certificate.dictionary();
+    NSArray* names = certificate->allKeys();
+    for (uint32_t i = 0; i < names->count(); i++) {
+        NSObject* name = names->objectAtIndex_(i);
+        key->setObject_forKey_(certificate->objectForKey_(name), name);
+    }
+    if (made) *made = identity;
+    return true;
+}
+
+bool VTUserKey::unlock(NSDictionary* key, const std::string& password, LXSecureIdentity* identity) {
+    LXSecureIdentity unlocked;
+    std::string locked, secrets;
+    if (!LXUserCertificate::fromDictionary(key, &unlocked.certificate) ||
+        !LXCrypto::fromHex(textEntry(key, "SecretKeys"), &locked) ||
+        !LXCrypto::fromHex(textEntry(key, "Anchor"), &unlocked.anchor) ||
+        !LXCrypto::unlockWithPassword(locked, password, &secrets) ||
+        secrets.size() != LXCrypto::kSignSecretBytes + LXCrypto::kSealSecretBytes)
+        return false;
+    unlocked.signSecret = secrets.substr(0, LXCrypto::kSignSecretBytes);
+    unlocked.sealSecret = secrets.substr(LXCrypto::kSignSecretBytes);
+    *identity = unlocked;
+    return true;
+}
+
+void VTUserKey::writeCertificate(const LXUserCertificate& certificate, VTMatrix* users,
+                                 uint32_t row) {
+    users->setValue_inRow_column_(str(LXCrypto::toHex(certificate.signPublic)), row,
+                                  "signingKey"_ns);
+    users->setValue_inRow_column_(str(LXCrypto::toHex(certificate.sealPublic)), row,
+                                  "sealingKey"_ns);
+    users->setValue_inRow_column_(str(LXCrypto::toHex(certificate.signature)), row,
+                                  "keySignature"_ns);
 }
 
 NS_CLASS_BEGIN(VTUserKey, NSObject)
@@ -76,5 +162,8 @@ NS_CLASS_BEGIN(VTUserKey, NSObject)
     NS_CLASS_METHOD(fileNameForFirstName_lastName_orgUnit_company_)
     NS_CLASS_METHOD(userKeyWithContentsOfFile_)
     NS_CLASS_METHOD(discoverInDirectory_)
+    NS_CLASS_METHOD(discoveredPathInDirectory_)
     NS_CLASS_METHOD(writeUserKey_toFile_)
+    NS_CLASS_METHOD(isSecureKey_)
+    NS_CLASS_METHOD(key_matchesPassword_)
 NS_CLASS_END(VTUserKey)

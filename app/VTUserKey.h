@@ -7,8 +7,14 @@
 // write one (writeUserKey:toFile:).
 #pragma once
 
+#include <cstdint>
+#include <string>
+
 #include "foundation/NSDictionary.h"
 #include "foundation/NSString.h"
+#include "sync/LXSecure.h"
+
+class VTMatrix;
 
 class VTUserKey : public NSObject {
     NS_DECLARE_CLASS(VTUserKey, NSObject)
@@ -31,9 +37,45 @@ public:
     // key, or nil when no entry passes or that entry is no key. A key
     // without UniqueID (the first-admin key) logs the text of `novuk`.
     static NSMutableDictionary* discoverInDirectory_(NSString* directory);
-    // Archives, enciphers and writes the dictionary, not atomically.
-    // Answers whether the file was written.
+    // The path of the entry discovery reads ("<directory>/<name>"), or nil.
+    static NSString* discoveredPathInDirectory_(NSString* directory);
+    // Archives, enciphers and writes the dictionary, not atomically, as a
+    // file readable by its owner only. Answers whether the file was
+    // written.
     static bool writeUserKey_toFile_(NSDictionary* key, NSString* path);
+
+    // ---- Secure keys -----------------------------------------------------
+    //
+    // A secure key keeps no password. Beside UserID, UniqueID and Admin it
+    // holds (all strings):
+    //   PasswordHash  libsodium's salted slow hash of the password
+    //   SecretKeys    hex: the signing and sealing secret keys, locked
+    //                 under a key derived from the password
+    //   UniqueID, SigningKey, SealingKey, KeySignature: the certificate
+    //                 of the user's public keys (LXUserCertificate)
+    //   Anchor        hex: the organisation's anchor, which signed them
+
+    // Whether the key is a secure one (it has a PasswordHash).
+    static bool isSecureKey_(NSDictionary* key);
+    // The login's comparison: the hash for a secure key, the stored
+    // password, exactly, for another.
+    static bool key_matchesPassword_(NSDictionary* key, NSString* password);
+    // Makes the key secure for its UniqueID: fresh key pairs whose public
+    // halves `signer` certifies (nullptr: the new signing key certifies
+    // itself and becomes the anchor), the password's hash, the locked
+    // secret keys; the Password entry goes. *made, when given, is the new
+    // identity. False when the build has no secure protocol or the key no
+    // UniqueID.
+    static bool makeSecure(NSMutableDictionary* key, const std::string& password,
+                           const LXSecureIdentity* signer, LXSecureIdentity* made);
+    // The identity of a secure key, its secret keys unlocked with the
+    // password; false for a wrong password or a damaged key.
+    static bool unlock(NSDictionary* key, const std::string& password, LXSecureIdentity* identity);
+    // Enters the public halves of the certificate into a user record's
+    // fields signingKey, sealingKey and keySignature (hex), in the row of
+    // the matrix, inside the caller's transaction.
+    static void writeCertificate(const LXUserCertificate& certificate, VTMatrix* users,
+                                 uint32_t row);
 
 protected:
     ~VTUserKey() override = default;

@@ -21,6 +21,8 @@
 
 class LXDelta;
 class LXPool;
+class LXUser;
+struct LXUserCertificate;
 class VTMatrix;
 class VTSheet;
 
@@ -95,6 +97,12 @@ public:
     bool currentUserCanUpdateOwn_(VTSheet* sheet);
     bool currentUserCanRemove_(VTSheet* sheet);
     bool currentUserCanRemoveOwn_(VTSheet* sheet);
+    // Whether the user of that `user` record holds, by this installation's
+    // group and role sheets, a role the sheet gives the action word: the
+    // question behind currentUserCanDoAction:inSheet:, for another user
+    // (rights on receipt of a sealed delta). False for an unknown record.
+    bool userWithRecordId_mayDoAction_inSheet_(NSString* recordId, NSString* action,
+                                               VTSheet* sheet);
     // manager 4, editor 3, author 2, depositor 1, anything else 0.
     static int32_t roleWithString_(NSString* role);
 
@@ -126,6 +134,18 @@ public:
     // replication bench sets, to measure what versions cost.
     bool keepsRecordVersions();
 
+    // Secure mode (the transceiver has the user's unlocked keys): the
+    // public keys in the user record of that id, as a certificate, or nil
+    // when the record has none; not yet checked against the anchor.
+    LXUserCertificate* certificateOfUser(NSString* recordId, LXUserCertificate* certificate);
+    // Why a sealed delta can't be taken in (not sealed to this user, a
+    // signature that doesn't hold, keys the anchor didn't sign), or nil with
+    // *opened the plain delta inside (autoreleased) and *fromAnchor whether
+    // the anchor's own key signed it.
+    NSString* reasonToRefuseSealed(LXDelta* envelope, LXDelta** opened, bool* fromAnchor);
+    // Why the sender may not make this change here, by this installation's
+    // user, group and role sheets, or nil.
+    NSString* reasonToRefuseChange(LXDelta* delta);
     // The data server (VTWorkspaceDataServer.cpp). At login: a detached
     // thread that runs runDataServer, which serves port 8765 until the
     // process ends (see reports/VTDataServer.h); a port in use ends the
@@ -146,6 +166,9 @@ protected:
 
 private:
     bool setUp(NSDictionary* userInfo);
+    // Posts the delta to the addressee: as it is in plain mode, sealed in
+    // secure mode.
+    void post(LXDelta* delta, LXUser* addressee);
     // The pool of outgoing deltas, made on first use (VTWorkspaceSync.cpp).
     LXPool* replicationPool();
     void buildSheets(NSArray* rows);

@@ -42,6 +42,44 @@ NSMutableArray* withoutEntriesEqualTo(NSArray* all, NSString* excluded) {
     return result;
 }
 
+// The names of the groups whose ids a user's `groups` value lists; an id
+// whose group has been removed is passed over.
+NSMutableArray* groupNamesOf(NSObject* value, VTMatrix* groups) {
+    NSMutableArray* names = NSMutableArray::array();
+    if (!groups) return names;
+    NSMutableArray* ids = value ? static_cast<NSString*>(value->description())->split() : nullptr;
+    for (uint32_t i = 0, n = ids ? ids->count() : 0; i < n; i++) {
+        NSMutableDictionary* group =
+                groups->objectWithRecordId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
+        NSObject* name = group ? group->objectForKey_("name"_ns) : nullptr;
+        if (name) names->addObject_(name);
+    }
+    return names;
+}
+
+// The names of the roles of those groups; records of one group name pool
+// their roles.
+NSMutableSet* rolesOfGroups(NSArray* groupNames, VTMatrix* groups, VTMatrix* roleMatrix) {
+    NSMutableSet* roles = NSMutableSet::set();
+    if (!groups || !roleMatrix) return roles;
+    for (uint32_t g = 0, gn = groupNames->count(); g < gn; g++) {
+        NSMutableArray* records =
+                groups->objectsWithValue_inColumn_(groupNames->objectAtIndex_(g), "name"_ns);
+        for (uint32_t r = 0, rn = records->count(); r < rn; r++) {
+            NSString* roleIds =
+                    stringValue(static_cast<NSDictionary*>(records->objectAtIndex_(r)), "roles");
+            NSMutableArray* ids = roleIds ? roleIds->split() : nullptr;
+            for (uint32_t i = 0, n = ids ? ids->count() : 0; i < n; i++) {
+                NSMutableDictionary* role = roleMatrix->objectWithRecordId_(
+                        static_cast<NSString*>(ids->objectAtIndex_(i)));
+                NSObject* name = role ? role->objectForKey_("name"_ns) : nullptr;
+                if (name) roles->addObject_(name);
+            }
+        }
+    }
+    return roles;
+}
+
 }  // namespace
 
 NSString* VTWorkspace::currentUserId() {
@@ -126,46 +164,28 @@ NSString* VTWorkspace::currentUserRole() {
 }
 
 NSMutableArray* VTWorkspace::currentUserGroups() {
-    NSMutableArray* names = NSMutableArray::array();
     int32_t row = currentUserRow();
     VTMatrix* users = matrixNamed("user");
-    VTMatrix* groups = matrixNamed("group");
-    if (row < 0 || !users || !groups) return names;
-    NSObject* value = users->valueInRow_column_(static_cast<uint32_t>(row), "groups"_ns);
-    NSMutableArray* ids = value ? static_cast<NSString*>(value->description())->split() : nullptr;
-    for (uint32_t i = 0, n = ids ? ids->count() : 0; i < n; i++) {
-        // An id whose group has been removed is passed over.
-        NSMutableDictionary* group =
-                groups->objectWithRecordId_(static_cast<NSString*>(ids->objectAtIndex_(i)));
-        NSObject* name = group ? group->objectForKey_("name"_ns) : nullptr;
-        if (name) names->addObject_(name);
-    }
-    return names;
+    if (row < 0 || !users) return NSMutableArray::array();
+    return groupNamesOf(users->valueInRow_column_(static_cast<uint32_t>(row), "groups"_ns),
+                        matrixNamed("group"));
 }
 
 NSMutableSet* VTWorkspace::rolesForCurrentUser() {
-    NSMutableSet* roles = NSMutableSet::set();
-    VTMatrix* groups = matrixNamed("group");
-    VTMatrix* roleMatrix = matrixNamed("role");
-    NSMutableArray* groupNames = currentUserGroups();
-    if (!groups || !roleMatrix) return roles;
-    for (uint32_t g = 0, gn = groupNames->count(); g < gn; g++) {
-        // Records of one name pool their roles.
-        NSMutableArray* records =
-                groups->objectsWithValue_inColumn_(groupNames->objectAtIndex_(g), "name"_ns);
-        for (uint32_t r = 0, rn = records->count(); r < rn; r++) {
-            NSString* roleIds =
-                    stringValue(static_cast<NSDictionary*>(records->objectAtIndex_(r)), "roles");
-            NSMutableArray* ids = roleIds ? roleIds->split() : nullptr;
-            for (uint32_t i = 0, n = ids ? ids->count() : 0; i < n; i++) {
-                NSMutableDictionary* role = roleMatrix->objectWithRecordId_(
-                        static_cast<NSString*>(ids->objectAtIndex_(i)));
-                NSObject* name = role ? role->objectForKey_("name"_ns) : nullptr;
-                if (name) roles->addObject_(name);
-            }
-        }
-    }
-    return roles;
+    return rolesOfGroups(currentUserGroups(), matrixNamed("group"), matrixNamed("role"));
+}
+
+bool VTWorkspace::userWithRecordId_mayDoAction_inSheet_(NSString* recordId, NSString* action,
+                                                        VTSheet* sheet) {
+    VTMatrix* users = matrixNamed("user");
+    NSMutableDictionary* record =
+            users && recordId ? users->objectWithRecordId_(recordId) : nullptr;
+    if (!record || !sheet) return false;
+    NSMutableSet* roles =
+            rolesOfGroups(groupNamesOf(record->objectForKey_("groups"_ns), matrixNamed("group")),
+                          matrixNamed("group"), matrixNamed("role"));
+    NSMutableSet* allowed = sheet->rolesForAction_(action);
+    return allowed->count() > 0 && allowed->intersectsSet_(roles);
 }
 
 bool VTWorkspace::currentUserCanDoAction_inSheet_(NSString* action, VTSheet* sheet) {

@@ -43,6 +43,7 @@
 #include "sheets/VTSheet.h"
 #include "sync/LXDelta.h"
 #include "sync/LXPool.h"
+#include "sync/LXSecure.h"
 #include "sync/LXTransceiver.h"
 #include "sync/LXUser.h"
 #include "toolkit/NSAlert.h"
@@ -51,6 +52,40 @@ namespace {
 
 const char* textOf(NSObject* value) {
     return value ? static_cast<NSString*>(value->description())->UTF8String() : "";
+}
+
+// The delivery of a message: its addressee (`whom`) reports `delivered` or
+// `read` by changing `status` (and `dummy`) of a record it may only read.
+// That is the one change the receiver takes from a user without the update
+// right.
+bool isDeliveryReport(VTSheet* sheet, NSDictionary* record, NSDictionary* contents,
+                      NSString* sender) {
+    NSString* source = sheet->primarySourceName();
+    NSObject* whom = record->objectForKey_("whom"_ns);
+    NSObject* fields = contents->objectForKey_("fields"_ns);
+    if (!source || !source->isEqual_("message"_ns) || !whom || !whom->isEqual_(sender) || !fields ||
+        !fields->isKindOfClass_(NSArray::classObject()))
+        return false;
+    auto* names = static_cast<NSArray*>(fields);
+    for (uint32_t i = 0, n = names->count(); i < n; i++) {
+        NSObject* name = names->objectAtIndex_(i);
+        if (!name->isEqual_("status"_ns) && !name->isEqual_("dummy"_ns)) return false;
+    }
+    // A field the copy carries a newer version for would be taken too: every
+    // other field must come as it stands here.
+    NSObject* object = contents->objectForKey_("object"_ns);
+    if (!object || !object->isKindOfClass_(NSDictionary::classObject())) return false;
+    auto* copy = static_cast<NSDictionary*>(object);
+    NSArray* keys = copy->allKeys();
+    for (uint32_t i = 0, n = keys->count(); i < n; i++) {
+        auto* key = static_cast<NSString*>(keys->objectAtIndex_(i));
+        if (std::strncmp(key->UTF8String(), "__", 2) == 0 || key->isEqual_("status"_ns) ||
+            key->isEqual_("dummy"_ns))
+            continue;
+        NSObject* here = record->objectForKey_(key);
+        if (!here || !here->isEqual_(copy->objectForKey_(key))) return false;
+    }
+    return true;
 }
 
 // Seconds that must have passed since the last sync beep for the next.
@@ -111,8 +146,142 @@ void VTWorkspace::synchronizeFields_ofObject_inSheet_toUsers_(NSArray* fields, N
                 LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
         // postTo: stores the delta for the transceiver's next cycle; it
         // refuses (with its log line) an addressee equal to the sender.
-        LXDelta::deltaWithPool_sender_contents_(pool, sender, contents)->postTo_(addressee);
+        post(LXDelta::deltaWithPool_sender_contents_(pool, sender, contents), addressee);
     }
+}
+
+LXUserCertificate* VTWorkspace::certificateOfUser(NSString* recordId,
+                                                  LXUserCertificate* certificate) {
+    VTMatrix* users = matrixNamed("user");
+    NSMutableDictionary* record =
+            users && recordId ? users->objectWithRecordId_(recordId) : nullptr;
+    if (!record) return nullptr;
+    // The record's fields under the names a certificate's dictionary uses.
+    NSMutableDictionary* fields = NSMutableDictionary::dictionary();
+    fields->setObject_forKey_(recordId, "UniqueID"_ns);
+    const char* names[][2] = {{"signingKey", "SigningKey"},
+                              {"sealingKey", "SealingKey"},
+                              {"keySignature", "KeySignature"}};
+    for (auto& name : names) {
+        NSObject* value = record->objectForKey_(NSString::stringWithUTF8String_(name[0]));
+        if (value) fields->setObject_forKey_(value, NSString::stringWithUTF8String_(name[1]));
+    }
+    return LXUserCertificate::fromDictionary(fields, certificate) ? certificate : nullptr;
+}
+
+void VTWorkspace::post(LXDelta* delta, LXUser* addressee) {
+    std::shared_ptr<const LXSecureIdentity> secure =
+            LXTransceiver::defaultTransceiver()->secureIdentity();
+    if (!secure) {
+        delta->postTo_(addressee);
+        return;
+    }
+    // Sealed to the addressee's certified sealing key, from their record;
+    // a user without one can't be written to (until an administrator makes
+    // their keys, whose record then brings it).
+    LXUserCertificate keys;
+    if (!certificateOfUser(addressee->uniqueId(), &keys) || !keys.isCertifiedBy(secure->anchor)) {
+        LOG("no certified sealing key for %s - change not sent to that user",
+            textOf(addressee->uniqueId()));
+        return;
+    }
+    if (delta->sender()->isEqual_(addressee)) {
+        delta->postTo_(addressee);  // logs and stores nothing
+        return;
+    }
+    delta->setAddressee_(addressee);
+    LXDelta* envelope = LXSecure::sealedDelta(delta, *secure, keys.sealPublic);
+    if (!envelope) {
+        LOG("change for %s could not be sealed - not sent", textOf(addressee->uniqueId()));
+        return;
+    }
+    envelope->postTo_(envelope->addressee());
+}
+
+NSString* VTWorkspace::reasonToRefuseSealed(LXDelta* envelope, LXDelta** opened, bool* fromAnchor) {
+    std::shared_ptr<const LXSecureIdentity> me =
+            LXTransceiver::defaultTransceiver()->secureIdentity();
+    std::string signedText, signature;
+    LXUserCertificate carried;
+    const char* why = nullptr;
+    LXDelta* delta = LXSecure::openedDelta(envelope, *me, &signedText, &signature, &carried, &why);
+    if (!delta) return NSString::stringWithUTF8String_(why);
+    NSString* from = NSNil(delta->sender(), &LXUser::uniqueId);
+    NSString* to = NSNil(delta->addressee(), &LXUser::uniqueId);
+    NSString* relayed = NSNil(envelope->sender(), &LXUser::uniqueId);
+    if (!from || carried.uniqueId != from->UTF8String() || !relayed || !relayed->isEqual_(from))
+        return "the sender inside is not the one who signed and deposited it"_ns;
+    if (!to || me->certificate.uniqueId != to->UTF8String())
+        return "sealed for another addressee"_ns;
+    if (!carried.isCertifiedBy(me->anchor))
+        return NSString::stringWithFormat_("the keys of %s are not signed by the anchor",
+                                           from->UTF8String());
+    // The sender's record, once here, is what counts: keys the
+    // administrator has replaced since no longer sign anything.
+    LXUserCertificate recorded;
+    if (certificateOfUser(from, &recorded) && recorded.isCertifiedBy(me->anchor) &&
+        recorded.signPublic != carried.signPublic)
+        return NSString::stringWithFormat_("the keys of %s differ from the sender's record",
+                                           from->UTF8String());
+    if (!LXSecure::deltaSignatureHolds(signedText, signature, carried.signPublic))
+        return NSString::stringWithFormat_("the signature of %s does not hold", from->UTF8String());
+    *opened = delta;
+    *fromAnchor = carried.signPublic == me->anchor;
+    return nullptr;
+}
+
+NSString* VTWorkspace::reasonToRefuseChange(LXDelta* delta) {
+    auto* contents = static_cast<NSDictionary*>(delta->contents());
+    if (!contents || !contents->isKindOfClass_(NSDictionary::classObject())) return nullptr;
+    NSObject* action = contents->objectForKey_("action"_ns);
+    NSObject* sheetName = contents->objectForKey_("sheet"_ns);
+    VTSheet* sheet = sheetName ? static_cast<VTSheet*>(_sheets->objectForKey_(sheetName)) : nullptr;
+    // An unknown sheet or action goes its own way below.
+    if (!sheet || !sheet->isKindOfClass_(VTSheet::classObject()) || !action) return nullptr;
+    NSString* sender = delta->sender()->uniqueId();
+    NSObject* recordId = nullptr;
+    if (action->isEqual_("set"_ns)) {
+        NSObject* object = contents->objectForKey_("object"_ns);
+        if (object && object->isKindOfClass_(NSDictionary::classObject()))
+            recordId = static_cast<NSDictionary*>(object)->objectForKey_("__recordId"_ns);
+    } else if (action->isEqual_("delete"_ns)) {
+        recordId = contents->objectForKey_("objectId"_ns);
+    } else {
+        return nullptr;
+    }
+    VTMatrix* matrix = sheet->matrix();
+    NSDictionary* record = nullptr;
+    if (matrix && recordId && recordId->isKindOfClass_(NSString::classObject())) {
+        record = matrix->objectWithRecordId_(static_cast<NSString*>(recordId));
+        if (!record) record = matrix->tombstoneWithRecordId_(static_cast<NSString*>(recordId));
+    }
+    // "Own": the record here was created by the sender.
+    LXUser* from = delta->sender();
+    NSString* senderId = NSString::stringWithFormat_(
+            "%s %s/%s/%s", textOf(from->firstName()), textOf(from->lastName()),
+            textOf(from->orgUnit()), textOf(from->organization()));
+    NSObject* creator = record ? record->objectForKey_("__creator"_ns) : nullptr;
+    bool own = creator && creator->isEqual_(senderId);
+    auto may = [&](const char* word) {
+        return userWithRecordId_mayDoAction_inSheet_(sender, NSString::stringWithUTF8String_(word),
+                                                     sheet);
+    };
+    const char* right;
+    bool allowed;
+    if (action->isEqual_("delete"_ns)) {
+        right = "remove";
+        allowed = may("remove") || (own && may("removeown"));
+    } else if (record) {
+        right = "update";
+        allowed = may("update") || (own && may("updateown")) ||
+                  isDeliveryReport(sheet, record, contents, sender);
+    } else {
+        right = "deposit";
+        allowed = may("update") || may("updateown") || may("deposit");
+    }
+    if (allowed) return nullptr;
+    return NSString::stringWithFormat_("%s may not %s in sheet '%s'", textOf(sender), right,
+                                       textOf(sheetName));
 }
 
 bool VTWorkspace::keepsRecordVersions() {
@@ -137,11 +306,31 @@ void VTWorkspace::synchronizeDeletionOfObjectWithId_inSheet_(NSString* recordId,
         if (version) contents->setObject_forKey_(version, "version"_ns);
         LXUser* addressee =
                 LXUser::userWithString_(static_cast<NSString*>(users->objectAtIndex_(i)));
-        LXDelta::deltaWithPool_sender_contents_(pool, sender, contents)->postTo_(addressee);
+        post(LXDelta::deltaWithPool_sender_contents_(pool, sender, contents), addressee);
     }
 }
 
 bool VTWorkspace::processDelta_(LXDelta* delta) {
+    if (delta && LXTransceiver::defaultTransceiver()->secureIdentity()) {
+        // Secure mode: only a sealed delta whose signature holds, from a
+        // sender with the right to make that change here, is applied. What
+        // is refused is kept aside and acknowledged, so that it doesn't
+        // come back.
+        LXDelta* opened = nullptr;
+        bool fromAnchor = false;
+        NSString* reason = reasonToRefuseSealed(delta, &opened, &fromAnchor);
+        // The anchor's administrator certifies every key, so could sign
+        // anything in anyone's name: there is nothing a rights check could
+        // hold back. And a new installation, with no user, group or role
+        // records yet, learns them from that administrator.
+        if (!reason && !fromAnchor) reason = reasonToRefuseChange(opened);
+        if (reason) {
+            LOG("incoming delta refused: %s", reason->UTF8String());
+            return LXTransceiver::defaultTransceiver()->refuseDelta_reason_(opened ? opened : delta,
+                                                                            reason);
+        }
+        delta = opened;
+    }
     NSObject* raw = delta ? delta->contents() : nullptr;
     // Contents that are not a dictionary name no sheet, and are treated as
     // a delta for an unknown sheet.

@@ -20,6 +20,14 @@
 //                  deposit and its collect
 //   vs_without     with versions: deltas/s over that of the same network
 //                  without them (run just before)
+//   vs_plain       secure=1: deltas/s over that of the same network with
+//                  versions in plain mode (run just before)
+//
+// secure=1 runs the network with the secure protocol: the first admin's
+// key made the anchor (key anchor), every key made secure by key make,
+// anchor.txt in every installation and vantor-relay --secure --anchor, so
+// that every delta is signed, sealed, checked at the relay and opened,
+// checked and rights-checked at its addressee.
 //
 //   cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DVANTOR_WINELIB=OFF
 //   cmake --build build-release -j2 --target replication_bench vantor-relay vantor-admin
@@ -109,13 +117,26 @@ struct Network {
     uint16_t port = 0;
     std::vector<Installation> installations;
 
-    bool start(int n, bool versions, std::string* why) {
+    bool start(int n, bool versions, bool secure, std::string* why) {
         root = makeTempDir("vt-replication-bench");
         std::string log = root + "/relay.log";
         run("mkdir -p " + quote(root + "/relay"));
-        relay = spawn({builtProgram("VANTOR_RELAY_PATH", "relay/vantor-relay"), "--port", "0",
-                       "--dir", root + "/relay"},
-                      log);
+        Installation first{root + "/i0", "vantor-demo", versions};
+        run(std::string(versions ? "" : "VANTOR_RECORD_VERSIONS=off ") +
+            "VANTOR_ADMIN_PATH=" + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) +
+            " bash " + quote(sourceDir() + "/scripts/new-workdir.sh") + " " + quote(first.dir) +
+            " >/dev/null 2>&1");
+        run("echo 127.0.0.1 > " + quote(first.dir + "/transceiver.txt"));
+        std::string anchor = root + "/anchor.txt";
+        if (secure) {
+            first.admin("key anchor " + quote(anchor));
+            run("cp " + quote(anchor) + " " + quote(first.dir + "/anchor.txt"));
+        }
+        std::vector<std::string> relayArgs = {
+                builtProgram("VANTOR_RELAY_PATH", "relay/vantor-relay"), "--port", "0", "--dir",
+                root + "/relay"};
+        if (secure) relayArgs.insert(relayArgs.end(), {"--secure", "--anchor", anchor});
+        relay = spawn(relayArgs, log);
         auto t0 = std::chrono::steady_clock::now();
         while (readFile(log).find("listening on port ") == std::string::npos) {
             if (secondsSince(t0) > 10) {
@@ -128,12 +149,6 @@ struct Network {
         port = static_cast<uint16_t>(
                 std::atoi(text.c_str() + text.find("listening on port ") + 18));
 
-        Installation first{root + "/i0", "vantor-demo", versions};
-        run(std::string(versions ? "" : "VANTOR_RECORD_VERSIONS=off ") +
-            "VANTOR_ADMIN_PATH=" + quote(builtProgram("VANTOR_ADMIN_PATH", "admin/vantor-admin")) +
-            " bash " + quote(sourceDir() + "/scripts/new-workdir.sh") + " " + quote(first.dir) +
-            " >/dev/null 2>&1");
-        run("echo 127.0.0.1 > " + quote(first.dir + "/transceiver.txt"));
         installations.push_back(first);
         std::string users = "[";
         for (int i = 1; i < n; i++) {
@@ -160,7 +175,8 @@ struct Network {
             run("mkdir -p " + quote(other.dir + "/userkey") + " " + quote(other.dir + "/data") +
                 " && cp -r " + quote(sourceDir() + "/demo/conf") + " " + quote(other.dir) +
                 " && mv " + quote(first.dir + "/" + key) + " " + quote(other.dir + "/userkey/") +
-                " && echo 127.0.0.1 > " + quote(other.dir + "/transceiver.txt"));
+                " && echo 127.0.0.1 > " + quote(other.dir + "/transceiver.txt") +
+                (secure ? " && cp " + quote(anchor) + " " + quote(other.dir + "/anchor.txt") : ""));
             first.admin("record action user " + id + " VTActionPushSpaces");
             installations.push_back(other);
         }
@@ -173,16 +189,18 @@ struct Network {
     }
 };
 
-// deltas/s without versions, by network size, for the ratio.
-std::map<int, double> gWithout;
+// deltas/s without versions, and with them in plain mode, by network size,
+// for the ratios.
+std::map<int, double> gWithout, gPlain;
 
 void BM_Burst(benchmark::State& state) {
     const int n = static_cast<int>(state.range(0));
     const bool versions = state.range(1) != 0;
+    const bool secure = state.range(2) != 0;
     for (auto _ : state) {
         Network network;
         std::string why;
-        if (!network.start(n, versions, &why)) {
+        if (!network.start(n, versions, secure, &why)) {
             state.SkipWithError(why.c_str());
             return;
         }
@@ -229,15 +247,24 @@ void BM_Burst(benchmark::State& state) {
         state.counters["deltas/s"] = deltas / seconds;
         state.counters["relay_cpu_us"] = (cpuSecondsOf(network.relay) - cpu0) / deltas * 1e6;
         if (!versions) gWithout[n] = deltas / seconds;
-        if (versions && gWithout.count(n))
+        if (versions && !secure && gWithout.count(n))
             state.counters["vs_without"] = deltas / seconds / gWithout[n];
+        if (versions && !secure) gPlain[n] = deltas / seconds;
+        if (secure && gPlain.count(n)) state.counters["vs_plain"] = deltas / seconds / gPlain[n];
         if (behind != 0) state.SkipWithError("an installation did not receive the whole burst");
     }
 }
 
 BENCHMARK(BM_Burst)
-        ->ArgsProduct({{2, 10, 50}, {0, 1}})
-        ->ArgNames({"users", "versions"})
+        ->Args({2, 0, 0})
+        ->Args({2, 1, 0})
+        ->Args({2, 1, 1})
+        ->Args({10, 0, 0})
+        ->Args({10, 1, 0})
+        ->Args({10, 1, 1})
+        ->Args({50, 0, 0})
+        ->Args({50, 1, 0})
+        ->ArgNames({"users", "versions", "secure"})
         ->Iterations(1)
         ->UseManualTime()
         ->Unit(benchmark::kSecond);

@@ -2,7 +2,7 @@
 // relay] and run, and takes the few options an operator needs:
 //
 //   vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]
-//                [--fsync]
+//                [--fsync] [--secure --anchor FILE]
 //   vantor-relay --help | --version
 //
 // Exit status: 2 for bad options (usage on standard error), 1 when the
@@ -17,7 +17,10 @@
 
 #include "foundation/Foundation.h"
 #include "foundation/platform/Platform.h"
+#include "sync/LXCrypto.h"
 #include "sync/LXRelay.h"
+#include "sync/LXSecure.h"
+#include "sync/LXSecureRelay.h"
 #include "sync/LXSocket.h"
 
 namespace {
@@ -25,7 +28,7 @@ namespace {
 void usage(FILE* out) {
     std::fprintf(out,
                  "usage: vantor-relay [--bind ADDRESS] [--port N] [--dir DIR] [--timeout SECONDS]\n"
-                 "                    [--fsync]\n"
+                 "                    [--fsync] [--secure --anchor FILE]\n"
                  "       vantor-relay --help | --version\n"
                  "  --bind ADDRESS     the local IPv4 address to listen on, e.g. 127.0.0.1\n"
                  "                     (default: all local addresses)\n"
@@ -39,6 +42,10 @@ void usage(FILE* out) {
                  "  --fsync            acknowledge a delta only once its block and its entry in\n"
                  "                     the store's journal are on stable storage (fdatasync),\n"
                  "                     so that it survives a power loss, not only a killed relay\n"
+                 "  --secure           serve only signed deposits and collects by users who\n"
+                 "                     sign a fresh challenge; the plain commands are refused\n"
+                 "  --anchor FILE      the organisation's anchor, as vantor-admin key anchor\n"
+                 "                     writes it (needed by --secure, and only by it)\n"
                  "  --help             this text\n"
                  "  --version          the version\n"
                  "Options take their value as \"--port N\" or \"--port=N\".\n",
@@ -86,6 +93,8 @@ int main(int argc, char** argv) {
     std::string bind;
     double timeout = -1;
     bool fsync = false;
+    bool secure = false;
+    const char* anchorFile = nullptr;
     for (int i = 1; i < argc; i++) {
         std::string arg = argv[i];
         if (arg == "--help" || arg == "-h") {
@@ -100,6 +109,10 @@ int main(int argc, char** argv) {
             fsync = true;
             continue;
         }
+        if (arg == "--secure") {
+            secure = true;
+            continue;
+        }
         std::string name = arg;
         const char* value = nullptr;
         size_t equals = arg.find('=');
@@ -107,7 +120,8 @@ int main(int argc, char** argv) {
             name = arg.substr(0, equals);
             value = argv[i] + equals + 1;
         }
-        if (name != "--port" && name != "--dir" && name != "--timeout" && name != "--bind") {
+        if (name != "--port" && name != "--dir" && name != "--timeout" && name != "--bind" &&
+            name != "--anchor") {
             return badUsage(arg.compare(0, 1, "-") == 0 ? "unknown option" : "unexpected argument",
                             name.c_str());
         }
@@ -122,12 +136,33 @@ int main(int argc, char** argv) {
             if (!vtSocketStartup() || !vtSocketResolve(value, &bind)) {
                 return badUsage("not an IPv4 address or a name of one", value);
             }
+        } else if (name == "--anchor") {
+            anchorFile = value;
         } else if (name == "--dir") {
             if (!*value) return badUsage("empty directory for", name.c_str());
             dir = value;
         } else if (!parseSeconds(value, &timeout)) {
             return badUsage("not a number of seconds (0-86400)", value);
         }
+    }
+
+    if (secure != (anchorFile != nullptr))
+        return badUsage("--secure and --anchor go together", secure ? "--secure" : anchorFile);
+    // Read before --dir is entered: the path is the operator's, relative to
+    // where the relay was started.
+    std::string anchor;
+    if (secure && !LXCrypto::available()) {
+        std::fprintf(stderr, "vantor-relay: --secure: this build has no secure protocol\n");
+        return 1;
+    }
+    bool anchored = false;
+    if (secure) {
+        NSAutoreleasePoolScope reading;
+        anchored = LXSecure::readAnchorFile(anchorFile, &anchor);
+    }
+    if (secure && !anchored) {
+        std::fprintf(stderr, "vantor-relay: --anchor: %s holds no anchor\n", anchorFile);
+        return 1;
     }
 
     // The directory is not created: a mistyped path would otherwise start
@@ -147,6 +182,10 @@ int main(int argc, char** argv) {
     // written before the acknowledgement) but may be lost with the
     // system's cache at a power loss.
     if (fsync) relay->container()->setSynchronous_(true);
+    if (secure) {
+        relay->setSecureRelay_(NSAutorelease(LXSecureRelay::alloc()->initWithAnchor_(anchor)));
+        LOG("secure mode: signed commands only");
+    }
     if (!bind.empty()) relay->setBindAddress_(NSString::stringWithUTF8String_(bind.c_str()));
     if (port == LXRelay::defaultPort()) {
         relay->run();

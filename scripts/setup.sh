@@ -15,6 +15,8 @@ packages=(
     wine wine64 wine64-tools libwine-dev fonts-wine
     xvfb xauth
     fonts-liberation fonts-dejavu-core fonts-dejavu-extra
+    # The secure protocol: signatures, sealed deltas, password hashing.
+    libsodium-dev
     # The PDF report (reports/): libharu writes it, libxml2 reads layouts;
     # its tests read the PDFs back with poppler's pdftotext and pdffonts.
     libhpdf-dev libxml2-dev poppler-utils

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <mutex>
-#include <random>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -15,6 +13,7 @@
 #include "sheets/VTRecordVersions.h"
 #include "sheets/VTSheet.h"
 #include "sheets/VTWrapper.h"
+#include "sync/LXCrypto.h"
 #include "sync/LXVersion.h"
 #include "toolkit/NSTableColumn.h"
 
@@ -45,17 +44,20 @@ VTMatrix* matrixOfSheet(NSDictionary* sheets, NSObject* sheetName) {
 }  // namespace
 
 NSString* VTMatrix::uniqueId() {
-    // Seeded once per process from the system's entropy, unlike a generator
-    // left at its fixed start: two installations importing at the same
-    // moment would otherwise draw the same numbers and make the same ids.
-    static std::once_flag seeded;
-    std::call_once(seeded, [] { std::srand(std::random_device{}()); });
+    // The last part is drawn from the system's cryptographic random source:
+    // a record id is also the address of its user's deltas, and one that
+    // follows from the time and a counter (or from a generator whose state
+    // a few ids reveal) can be guessed. It keeps the range of rand() (0 to
+    // 2^31 - 1), so ids look as they always did.
+    uint32_t random = 0;
+    LXCrypto::randomBytes(&random, sizeof random);
     int counter = ++gIdCounter;
     NSMutableString* id = NSMutableString::string();
     id->appendString_(
             NSNumber::numberWithDouble_(NSDate::date()->timeIntervalSince1970())->description());
     id->appendString_(NSNumber::numberWithInt_(-counter)->description());
-    id->appendString_(NSNumber::numberWithInt_(std::rand())->description());
+    id->appendString_(
+            NSNumber::numberWithInt_(static_cast<int32_t>(random & 0x7fffffff))->description());
     return id;
 }
 

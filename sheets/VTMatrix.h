@@ -44,8 +44,8 @@ class VTMatrix : public NSObject {
 
 public:
     // A new record id, autoreleased: the present time, the negated count of
-    // ids made by this process, and one rand() value, as number texts. The
-    // generator is seeded once per process from the system's entropy.
+    // ids made by this process, and a random number from 0 to 2^31 - 1 from
+    // the system's cryptographic random source, as number texts.
     static NSString* uniqueId();
 
     // With a source the matrix shares the source's store (container, and at

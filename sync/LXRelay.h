@@ -22,6 +22,7 @@
 #include "storage/LXContainer.h"
 #include "structures/VTKeyedArrays.h"
 #include "sync/LXDelta.h"
+#include "sync/LXSecureRelay.h"
 
 class LXRelay : public NSObject {
     NS_DECLARE_CLASS(LXRelay, NSObject)
@@ -79,6 +80,12 @@ public:
     // True, with a log line, when the id is longer than the relay takes.
     static bool idTooLong(uint32_t bytes, const char* what);
 
+    // With a secure relay set, the loop serves the secure commands only and
+    // has it judge their elements (LXSecureRelay.h): only signed deposits
+    // and authenticated collects are served.
+    void setSecureRelay_(LXSecureRelay* secure) { _secure.set(secure); }
+    LXSecureRelay* secureRelay() { return _secure; }
+
     // ---- For tools and tests ---------------------------------------------
 
     VTKeyedArrays* index() { return _index; }
@@ -105,6 +112,7 @@ private:
     Ref<LXContainer> _container;
     Ref<NSLock> _lock;
     Ref<NSString> _bindAddress;
+    Ref<LXSecureRelay> _secure;
     uint32_t _boundPort = 0;
     bool _bindFailed = false;
 };

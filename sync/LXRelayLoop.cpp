@@ -14,9 +14,12 @@
 //
 // Bounds, so that no client can hold the relay or make it keep much:
 // - every turn of an exchange has a deadline as a whole, not per read: the
-//   request (from the accept to its last element) and each delivered delta
-//   (from its first byte sent to the acknowledgement read). The turn's
-//   time is LXSocket's receive time-out (vantor-relay --timeout);
+//   request (from the accept to its last element; for a secure collect,
+//   up to the signed challenge), each delivered delta (from its first byte
+//   sent to the acknowledgement read) and each further delta of a secure
+//   deposit (from the acknowledgement of the one before to its last
+//   byte). The turn's time is LXSocket's receive time-out (vantor-relay
+//   --timeout);
 // - a length ahead of a string or data may not pass LXSocket's maximum
 //   length, an id not LXRelay::kMaximumIdLength, and a connection reads no
 //   further than the element it is in needs;
@@ -26,6 +29,11 @@
 //   elements wait until deadlines or stores have freed room;
 // - at most kMaximumConnections at once: one more evicts the oldest that is
 //   still sending its request (a waiting client, never one being served).
+//
+// A relay started secure serves commands 3 and 4 only, through the same
+// stages: LXSecureRelay judges each element once it is whole (a delta's
+// seal and signature, the collector's certificate, the signed challenge),
+// and the loop does the reading, the writing and the turns.
 //
 // The bytes on the wire are those of LXSocket's framing and the protocol at
 // the top of LXRelay.cpp; nothing changes for a client.
@@ -48,6 +56,8 @@
 #include "storage/NSUnarchiver.h"
 #include "sync/LXRelay.h"
 #include "sync/LXRelayProtocol.h"
+#include "sync/LXSecure.h"
+#include "sync/LXSecureRelay.h"
 #include "sync/LXSocket.h"
 
 namespace {
@@ -81,15 +91,40 @@ int32_t intAt(const std::string& bytes, size_t at) {
     return static_cast<int32_t>(value);
 }
 
+// A data element's bytes as the socket's peer sent them, deciphered; nil
+// for an empty element, as LXSocket reads it.
+NSData* wireData(const std::string& payload) {
+    if (payload.empty()) return nullptr;
+    NSData* data =
+            NSData::dataWithBytes_length_(payload.data(), static_cast<uint32_t>(payload.size()));
+    data->decryptWithKey_(wireKey());
+    return data;
+}
+
+// The object a data element's archive holds (autoreleased), or nil.
+NSObject* decoded(const std::string& payload) {
+    NSData* data = wireData(payload);
+    if (!data) return nullptr;
+    Ref<NSUnarchiver> unarchiver =
+            NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, data);
+    return NSAutorelease(NSRetain(unarchiver->decodeObject()));
+}
+
 enum class Stage {
-    Command,       // waiting for the command int
-    DepositId,     // command 1: the addressee's uniqueId
-    DepositDelta,  // command 1: the delta's data element
-    Depositing,    // command 1 complete, to be stored this round
-    CollectUser,   // command 2: the collecting user's uniqueId
-    CollectGroup,  // command 2: the group string
-    Delivering,    // command 2: a delta sent, its acknowledgement awaited
-    Closing,       // sending what is left, then closed
+    Command,            // waiting for the command int
+    DepositId,          // command 1: the addressee's uniqueId
+    DepositDelta,       // command 1: the delta's data element
+    Depositing,         // command 1 complete, to be stored this round
+    CollectUser,        // command 2: the collecting user's uniqueId
+    CollectGroup,       // command 2: the group string
+    SecureCount,        // command 3: how many deltas follow
+    SecureId,           // command 3: a delta's addressee
+    SecureDelta,        // command 3: the sealed delta's data element
+    SecureUser,         // command 4: the collecting user's uniqueId
+    SecureCertificate,  // command 4: the user's certificate
+    SecureSignature,    // command 4: the signed challenge
+    Delivering,         // commands 2, 4: a delta sent, its acknowledgement awaited
+    Closing,            // sending what is left, then closed
     Closed,
 };
 
@@ -111,11 +146,30 @@ struct Connection {
     int identifier = 0;
     Ref<LXDelta> delta;
     bool collecting = false;  // this connection's user is in Loop::_collecting
+    // Command 3: the deltas still to come after the one in hand.
+    int32_t batch = 0;
+    bool secure = false;
+    // Command 4: the certificate read, the challenge sent.
+    LXUserCertificate collector;
+    std::string challenge;
 
     bool requesting() const {
-        return stage == Stage::Command || stage == Stage::DepositId ||
-               stage == Stage::DepositDelta || stage == Stage::CollectUser ||
-               stage == Stage::CollectGroup;
+        switch (stage) {
+            case Stage::Command:
+            case Stage::DepositId:
+            case Stage::DepositDelta:
+            case Stage::CollectUser:
+            case Stage::CollectGroup:
+            case Stage::SecureCount:
+            case Stage::SecureId:
+            case Stage::SecureDelta:
+            case Stage::SecureUser:
+            case Stage::SecureCertificate:
+            case Stage::SecureSignature:
+                return true;
+            default:
+                return false;
+        }
     }
     bool reading() const { return requesting() || stage == Stage::Delivering; }
 };
@@ -141,6 +195,9 @@ private:
     // length is refused (the connection is then dropped).
     bool takeElement(Connection& c, bool string, std::string* payload, bool* present);
     void depositAll();
+    // One whole data element of command 3 or 4, judged by the relay's
+    // LXSecureRelay; false when the connection has ended.
+    bool secureElement(Connection& c, const std::string& payload);
     void startCollect(Connection& c);
     void deliverNext(Connection& c);
     void acknowledged(Connection& c, int32_t answer);
@@ -150,6 +207,7 @@ private:
     void close(Connection& c);
     void expire(Clock::time_point now);
     void startTurn(Connection& c);
+    void appendData(Connection& c, NSData* data);
     // Brings _buffered up to date with the connection's buffer.
     void account(Connection& c);
     uint32_t waitMilliseconds(Clock::time_point now) const;
@@ -203,11 +261,17 @@ void Loop::drop(Connection& c, const char* why) {
             break;
         case Stage::DepositId:
         case Stage::DepositDelta:
+        case Stage::SecureCount:
+        case Stage::SecureId:
+        case Stage::SecureDelta:
             if (why) LOG("connection dropped: %s", why);
             LOG("deposit refused: no delta received");
             break;
         case Stage::CollectUser:
         case Stage::CollectGroup:
+        case Stage::SecureUser:
+        case Stage::SecureCertificate:
+        case Stage::SecureSignature:
             if (why) LOG("connection dropped: %s", why);
             LOG("collect refused: no user received");
             break;
@@ -278,9 +342,12 @@ bool Loop::takeElement(Connection& c, bool string, std::string* payload, bool* b
 // reads (and buffers) beyond its element.
 size_t wanted(const Connection& c) {
     if (c.in.size() < 4) return 4 - c.in.size();
-    if (c.stage == Stage::Command || c.stage == Stage::Delivering) return 0;
+    if (c.stage == Stage::Command || c.stage == Stage::Delivering || c.stage == Stage::SecureCount)
+        return 0;
     int32_t length = intAt(c.in, 0);
-    bool string = c.stage != Stage::DepositDelta;
+    bool string = c.stage == Stage::DepositId || c.stage == Stage::CollectUser ||
+                  c.stage == Stage::CollectGroup || c.stage == Stage::SecureId ||
+                  c.stage == Stage::SecureUser;
     size_t whole = 4 + static_cast<size_t>(length < 0 ? 0 : length) + (string ? 1 : 0);
     return whole > c.in.size() ? whole - c.in.size() : 0;
 }
@@ -316,7 +383,15 @@ void Loop::parse(Connection& c) {
             case Stage::Command:
                 if (!takeInt(c, &value)) return;
                 LOG("new connection accepted - %d", value);
-                if (value == LXRelayProtocol::kDeposit) {
+                if (_relay->secureRelay()) {
+                    if (!LXSecureRelay::acceptsCommand(value)) {
+                        close(c);
+                        return;
+                    }
+                    c.secure = true;
+                    c.stage = value == LXRelayProtocol::kSecureDeposit ? Stage::SecureCount
+                                                                       : Stage::SecureUser;
+                } else if (value == LXRelayProtocol::kDeposit) {
                     c.stage = Stage::DepositId;
                 } else if (value == LXRelayProtocol::kCollect) {
                     c.stage = Stage::CollectUser;
@@ -326,13 +401,25 @@ void Loop::parse(Connection& c) {
                     return;
                 }
                 break;
+            case Stage::SecureCount:
+                if (!takeInt(c, &value)) return;
+                if (!LXSecureRelay::acceptsBatch(value)) {
+                    close(c);
+                    return;
+                }
+                c.batch = value;
+                c.stage = Stage::SecureId;
+                break;
+            case Stage::SecureId:
+            case Stage::SecureUser:
             case Stage::DepositId:
             case Stage::CollectUser: {
                 // An id beyond the bound is refused before it is read.
+                bool deposit = c.stage == Stage::DepositId || c.stage == Stage::SecureId;
                 if (c.in.size() >= 4 && intAt(c.in, 0) >= 0 &&
                     LXRelay::idTooLong(static_cast<uint32_t>(intAt(c.in, 0)),
-                                       c.stage == Stage::DepositId ? "deposit" : "collect")) {
-                    close(c);
+                                       deposit ? "deposit" : "collect")) {
+                    finish(c, std::string());
                     return;
                 }
                 if (!takeElement(c, true, &payload, &bad)) {
@@ -340,9 +427,12 @@ void Loop::parse(Connection& c) {
                     return;
                 }
                 NSString* id = NSString::stringWithUTF8String_(payload.c_str());
-                if (c.stage == Stage::DepositId) {
+                if (c.stage == Stage::DepositId || c.stage == Stage::SecureId) {
                     c.announced.set(id);
-                    c.stage = Stage::DepositDelta;
+                    c.stage = c.secure ? Stage::SecureDelta : Stage::DepositDelta;
+                } else if (c.secure) {
+                    c.user.set(id);
+                    c.stage = Stage::SecureCertificate;
                 } else {
                     c.user.set(id);
                     c.stage = Stage::CollectGroup;
@@ -354,17 +444,20 @@ void Loop::parse(Connection& c) {
                     if (bad) drop(c, nullptr);
                     return;
                 }
-                if (!payload.empty()) {
-                    NSData* data = NSData::dataWithBytes_length_(
-                            payload.data(), static_cast<uint32_t>(payload.size()));
-                    data->decryptWithKey_(wireKey());
-                    Ref<NSUnarchiver> unarchiver =
-                            NSMake<NSUnarchiver>(&NSUnarchiver::initForReadingWithData_, data);
-                    c.object.set(unarchiver->decodeObject());
-                }
+                c.object.set(decoded(payload));
                 c.stage = Stage::Depositing;
                 return;
             }
+            case Stage::SecureDelta:
+            case Stage::SecureCertificate:
+            case Stage::SecureSignature:
+                if (!takeElement(c, false, &payload, &bad)) {
+                    if (bad) drop(c, nullptr);
+                    return;
+                }
+                if (!secureElement(c, payload)) return;
+                if (c.stage == Stage::Depositing || c.stage == Stage::Delivering) return;
+                break;
             case Stage::CollectGroup:
                 if (!takeElement(c, true, &payload, &bad)) {
                     if (bad) drop(c, nullptr);
@@ -401,12 +494,67 @@ void Loop::depositAll() {
     bool durable = container->endBatch();
     if (!durable) LOG("deposits could not be forced to the disk - no acknowledgement");
     for (size_t i = 0; i < round.size(); i++) {
-        if (stored[i] && durable) {
-            finish(*round[i], intBytes(LXRelayProtocol::kAcknowledged));
+        Connection& c = *round[i];
+        if (!stored[i] || !durable) {
+            // A secure deposit's earlier acknowledgements still go out: the
+            // client learns which of its deltas were stored.
+            finish(c, std::string());
+        } else if (c.secure && c.batch > 0) {
+            // The next delta of the batch is a turn of its own, and may be
+            // here already: the client sends them without waiting.
+            c.out += intBytes(LXRelayProtocol::kAcknowledged);
+            c.stage = Stage::SecureId;
+            startTurn(c);
+            send(c);
+            if (c.stage == Stage::SecureId) parse(c);
         } else {
-            close(*round[i]);
+            finish(c, intBytes(LXRelayProtocol::kAcknowledged));
         }
     }
+}
+
+bool Loop::secureElement(Connection& c, const std::string& payload) {
+    LXSecureRelay* secure = _relay->secureRelay();
+    if (c.stage == Stage::SecureDelta) {
+        LXDelta* delta = secure->checkedDelta_addressee_(decoded(payload), c.announced);
+        if (!delta) {
+            finish(c, std::string());
+            return false;
+        }
+        c.batch--;
+        c.object.set(delta);
+        c.stage = Stage::Depositing;
+    } else if (c.stage == Stage::SecureCertificate) {
+        if (!secure->checkCollector_user_certificate_(decoded(payload), c.user, &c.collector)) {
+            close(c);
+            return false;
+        }
+        // Drawn for this connection only: a signature seen on another
+        // connection answers none of this one's.
+        c.challenge = LXSecureRelay::challenge();
+        appendData(c, LXSecure::dataOf(c.challenge));
+        c.stage = Stage::SecureSignature;
+        send(c);
+        if (c.stage != Stage::SecureSignature) return false;
+    } else {
+        if (!secure->checkSignature(LXSecure::bytesOf(wireData(payload)), c.challenge,
+                                    c.collector)) {
+            close(c);
+            return false;
+        }
+        startCollect(c);
+        if (c.stage != Stage::Delivering) return false;
+    }
+    return true;
+}
+
+void Loop::appendData(Connection& c, NSData* data) {
+    data->encryptWithKey_(wireKey());
+    c.out += intBytes(static_cast<int32_t>(data->length()));
+    if (data->length() == 0) return;
+    void* bytes = data->bytes();
+    c.out.append(static_cast<const char*>(bytes), data->length());
+    std::free(bytes);
 }
 
 void Loop::startCollect(Connection& c) {
@@ -435,12 +583,7 @@ void Loop::deliverNext(Connection& c) {
     }
     c.left--;
     c.delta.set(delta);
-    NSMutableData* data = NSArchiver::archivedDataWithRootObject_(delta);
-    data->encryptWithKey_(wireKey());
-    c.out += intBytes(static_cast<int32_t>(data->length()));
-    void* bytes = data->bytes();
-    c.out.append(static_cast<const char*>(bytes), data->length());
-    std::free(bytes);
+    appendData(c, NSArchiver::archivedDataWithRootObject_(delta));
     startTurn(c);
     send(c);
 }
@@ -503,7 +646,12 @@ void Loop::expire(Clock::time_point now) {
 uint32_t Loop::waitMilliseconds(Clock::time_point now) const {
     // At least once a second, for the lifetime.
     auto next = now + std::chrono::seconds(1);
-    for (const auto& c : _connections) next = std::min(next, c->deadline);
+    for (const auto& c : _connections) {
+        // A secure deposit's next delta, read with the last one, is stored
+        // in the next round without waiting.
+        if (c->stage == Stage::Depositing) return 0;
+        next = std::min(next, c->deadline);
+    }
     auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(next - now).count();
     return ms < 1 ? 1u : static_cast<uint32_t>(ms);
 }

@@ -53,6 +53,8 @@
 // time-out), so a dead relay delays only the transceiver's own thread.
 #include "sync/LXTransceiver.h"
 
+#include <vector>
+
 #include "foundation/NSArray.h"
 #include "foundation/NSAutoreleasePool.h"
 #include "foundation/NSData.h"
@@ -60,6 +62,7 @@
 #include "foundation/NSThread.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
+#include "sync/LXCrypto.h"
 #include "sync/LXRelayProtocol.h"
 #include "sync/LXSocket.h"
 
@@ -209,16 +212,25 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         ids = retainRef(_deltaRepository->sortedIds());
     }
     const uint32_t budget = ids->count();
-    for (uint32_t sent = 0; sent < budget; sent++) {
+    // A plain deposit is one delta a connection; a secure one carries up
+    // to kMaximumBatch, sent without waiting for each acknowledgement.
+    const bool secure = secureIdentity() != nullptr;
+    const uint32_t most = secure ? static_cast<uint32_t>(LXRelayProtocol::kMaximumBatch) : 1;
+    for (uint32_t sent = 0; sent < budget;) {
         NSAutoreleasePoolScope round;
-        LXDelta* delta;
-        {
-            NSLockScope held(_lock);
-            delta = _deltaRepository->deltaWithId_(
-                    static_cast<NSString*>(ids->objectAtIndex_(sent)));
+        std::vector<LXDelta*> batch;
+        while (batch.size() < most && sent + batch.size() < budget) {
+            LXDelta* delta;
+            {
+                NSLockScope held(_lock);
+                delta = _deltaRepository->deltaWithId_(static_cast<NSString*>(
+                        ids->objectAtIndex_(sent + static_cast<uint32_t>(batch.size()))));
+            }
+            if (!delta) break;
+            batch.push_back(delta);
         }
         LOG("checking deltas - to be sent: %d", static_cast<int>(budget - sent));
-        if (!delta) {
+        if (batch.empty()) {
             // A record of the store that can't be read: it is not dropped
             // (the disk may come back), and it holds back the others as a
             // refused delta would.
@@ -227,19 +239,27 @@ bool LXTransceiver::sendPhase(uint32_t port, NSString* host, int* counter) {
         }
         Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
         if (!socket || !socket->connect_port_(host, port)) return false;
-        LOG("sending delta %d", (*counter)++);
-        socket->sendInt_(LXRelayProtocol::kDeposit);
-        socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
-        socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
-        if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
-            LOG("reception not committed");
-            return false;
+        // A secure delta is sealed and signed already (LXSecure.h): its
+        // deposit differs from the plain one in the command and the count.
+        socket->sendInt_(secure ? LXRelayProtocol::kSecureDeposit : LXRelayProtocol::kDeposit);
+        if (secure) socket->sendInt_(static_cast<int32_t>(batch.size()));
+        for (LXDelta* delta : batch) {
+            LOG("sending delta %d", (*counter)++);
+            socket->sendString_(NSNil(delta->addressee(), &LXUser::uniqueId));
+            socket->sendData_(NSArchiver::archivedDataWithRootObject_(delta));
         }
-        // Its own operation: once removeDelta: returns, the removal is on
-        // disk (one journal entry), so a stop after it never sends the
-        // delta again.
-        NSLockScope held(_lock);
-        _deltaRepository->removeDelta_(delta);
+        for (LXDelta* delta : batch) {
+            if (socket->readInt() != LXRelayProtocol::kAcknowledged) {
+                LOG("reception not committed");
+                return false;
+            }
+            // Its own operation: once removeDelta: returns, the removal is
+            // on disk (one journal entry), so a stop after it never sends
+            // the delta again.
+            NSLockScope held(_lock);
+            _deltaRepository->removeDelta_(delta);
+        }
+        sent += static_cast<uint32_t>(batch.size());
     }
     return true;
 }
@@ -250,9 +270,26 @@ int32_t LXTransceiver::receivePhase(uint32_t port, NSString* host, LXUser* user,
     *all = false;
     Ref<LXSocket> socket = adoptRef(LXSocket::alloc()->initWithEncryptionKey_(wireKey()));
     if (!socket || !socket->connect_port_(host, port)) return 0;
-    socket->sendInt_(LXRelayProtocol::kCollect);
-    socket->sendString_(NSNil(user, &LXUser::uniqueId));
-    socket->sendString_(NSString::stringWithUTF8String_(LXRelayProtocol::kCollectGroup));
+    if (std::shared_ptr<const LXSecureIdentity> secure = secureIdentity()) {
+        // The relay sends its challenge only to a certified user; with
+        // nothing to sign the collect ends here.
+        socket->sendInt_(LXRelayProtocol::kSecureCollect);
+        socket->sendString_(NSNil(user, &LXUser::uniqueId));
+        socket->sendData_(
+                NSArchiver::archivedDataWithRootObject_(secure->certificate.dictionary()));
+        std::string challenge = LXSecure::bytesOf(socket->readData());
+        if (challenge.size() != LXRelayProtocol::kChallengeBytes) {
+            LOG("the relay sent no challenge");
+            return 0;
+        }
+        socket->sendData_(LXSecure::dataOf(
+                LXCrypto::sign(LXSecure::collectText(secure->certificate.uniqueId, challenge),
+                               secure->signSecret)));
+    } else {
+        socket->sendInt_(LXRelayProtocol::kCollect);
+        socket->sendString_(NSNil(user, &LXUser::uniqueId));
+        socket->sendString_(NSString::stringWithUTF8String_(LXRelayProtocol::kCollectGroup));
+    }
     int32_t count = socket->readInt();
     LOG("should get %d delta(s)", count);
     // A count that can't be read (broken or closed connection) reads as 0.
@@ -309,6 +346,16 @@ bool LXTransceiver::receiveOne(LXSocket* socket) {
     }
     // Unsent, the relay keeps the delta and sends it again: delivered twice.
     return socket->sendInt_(LXRelayProtocol::kAcknowledged);
+}
+
+void LXTransceiver::setSecureIdentity(const LXSecureIdentity& identity) {
+    std::lock_guard<std::mutex> held(_secureMutex);
+    _secure = std::make_shared<const LXSecureIdentity>(identity);
+}
+
+std::shared_ptr<const LXSecureIdentity> LXTransceiver::secureIdentity() {
+    std::lock_guard<std::mutex> held(_secureMutex);
+    return _secure;
 }
 
 NSString* LXTransceiver::reasonToRefuse(LXDelta* delta) {

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 #include "foundation/NSDate.h"
@@ -22,6 +23,7 @@
 #include "sync/LXDeltaRepository.h"
 #include "sync/LXPool.h"
 #include "sync/LXRefusedDeltas.h"
+#include "sync/LXSecure.h"
 #include "sync/LXSocket.h"
 #include "sync/LXUser.h"
 
@@ -113,6 +115,13 @@ public:
     int32_t lastCycleSent() const { return _lastCycleSent.load(); }
     int32_t lastCycleReceived() const { return _lastCycleReceived.load(); }
     bool lastCycleComplete() const { return _lastCycleComplete.load(); }
+    // The secure protocol (LXSecureRelay.h): with an identity set, each
+    // deposit is signed with its certificate and each collect answers the
+    // relay's challenge. The deltas themselves are sealed by whoever posts
+    // them (the workspace). Set once at login, before the thread starts.
+    void setSecureIdentity(const LXSecureIdentity& identity);
+    // nullptr in plain mode.
+    std::shared_ptr<const LXSecureIdentity> secureIdentity();
     // True while runWithPort:host: runs.
     bool isRunning() const { return _running.load(); }
     // The relay's port (LXRelayProtocol::kDefaultPort).
@@ -143,6 +152,8 @@ private:
     Ref<LXRefusedDeltas> _refusedDeltas;
     // One cycle at a time; post:to: never takes it.
     std::mutex _cycleMutex;
+    std::mutex _secureMutex;
+    std::shared_ptr<const LXSecureIdentity> _secure;
     std::atomic<double> _checkInterval{kCheckInterval};
     std::atomic<bool> _running{false};
     std::atomic<int32_t> _lastCycleSent{0};

@@ -123,6 +123,11 @@ enum : int {
 // several processes racing for one name exactly one gets it.
 int vtCreateFileExclusive(const char* path, const std::string& content);
 
+// Writes `content` to `path`, replacing the file, readable and writable by
+// its owner only (mode 0600 on POSIX, also when the file existed with
+// another mode; the Win32 layer leaves the file's inherited access alone).
+bool vtWritePrivateFile(const char* path, const std::string& content);
+
 // This process's id: getpid(), or GetCurrentProcessId() on Win32 (under
 // Wine a Windows id, unrelated to the Linux one).
 int64_t vtCurrentProcessId();

@@ -362,6 +362,15 @@ int vtCreateFileExclusive(const char* path, const std::string& content) {
     return kVTFileNotCreated;
 }
 
+bool vtWritePrivateFile(const char* path, const std::string& content) {
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0) return false;
+    // O_CREAT's mode holds for a new file only.
+    bool ok = fchmod(fd, 0600) == 0 && writeAll(fd, content.data(), content.size());
+    if (close(fd) != 0) ok = false;
+    return ok;
+}
+
 int64_t vtCurrentProcessId() { return getpid(); }
 
 const char* vtProcessIdKind() { return "posix"; }

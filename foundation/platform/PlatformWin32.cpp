@@ -223,6 +223,18 @@ int vtCreateFileExclusive(const char* path, const std::string& content) {
     return kVTFileNotCreated;
 }
 
+bool vtWritePrivateFile(const char* path, const std::string& content) {
+    HANDLE file = CreateFileA(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                              nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    DWORD written = 0;
+    bool ok = WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written,
+                        nullptr) &&
+              written == content.size();
+    if (!CloseHandle(file)) ok = false;
+    return ok;
+}
+
 int64_t vtCurrentProcessId() { return GetCurrentProcessId(); }
 
 const char* vtProcessIdKind() { return "windows"; }

@@ -86,7 +86,7 @@ TEST(CommandLine, ErrorsNameTheWrongWord) {
         const char* said;
     };
     const Case cases[] = {
-            {"key mak x", "vantor-admin: key: unknown verb (show, make): 'mak'"},
+            {"key mak x", "vantor-admin: key: unknown verb (show, make, anchor): 'mak'"},
             {"sync --prot 1", "vantor-admin: sync: unknown option: '--prot'"},
             {"sync --port=70000", "for --port: '70000'"},
             {"sync --cycles", "missing value for: '--cycles'"},

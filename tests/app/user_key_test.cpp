@@ -1,7 +1,10 @@
-// User keys: the file format, the generator's file names, and discovery in
-// userkey/ with its short-name rule and listing order.
+// User keys: the file format, the generator's file names, discovery in
+// userkey/ with its short-name rule and listing order, and secure keys.
+#include <sys/stat.h>
+
 #include "foundation/platform/Platform.h"
 #include "storage/NSArchiver.h"
+#include "sync/LXCrypto.h"
 #include "workspace_fixture.h"
 
 namespace {
@@ -106,6 +109,55 @@ TEST_F(UserKeyTest, AKeyWithoutUniqueIdIsLoggedAndTaken) {
     EXPECT_EQ(userIdOf(k), "Ada Lovelace/Demo/Admin");
     writeKey("userkey/admin.vuk", "Ada Lovelace/Demo/Admin", "u-1");
     EXPECT_EQ(logOf([&] { k = VTUserKey::discoverInDirectory_("userkey"_ns); }), "");
+}
+
+}  // namespace
+
+namespace {
+
+// A secure key: a hash of the password and the secret keys locked under
+// it, never the password; readable by its owner only; unlocked only by the
+// right password; certified by itself (the anchor) or by the anchor's key.
+TEST_F(UserKeyTest, ASecureKeyKeepsAHashAndLockedSecretsNeverThePassword) {
+    if (!LXCrypto::available()) GTEST_SKIP() << "built without the secure protocol";
+    NSMutableDictionary* admin = key("Ada Lovelace/Demo/Acme", "u-1");
+    LXSecureIdentity anchor;
+    ASSERT_TRUE(VTUserKey::makeSecure(admin, "secret", nullptr, &anchor));
+    EXPECT_EQ(admin->objectForKey_("Password"_ns), nullptr);
+    EXPECT_TRUE(VTUserKey::isSecureKey_(admin));
+    EXPECT_EQ(anchor.anchor, anchor.certificate.signPublic);
+    EXPECT_TRUE(anchor.certificate.isCertifiedBy(anchor.anchor));
+    ASSERT_TRUE(VTUserKey::writeUserKey_toFile_(admin, "userkey/ada.vuk"_ns));
+    struct stat info;
+    ASSERT_EQ(stat("userkey/ada.vuk", &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+    NSMutableDictionary* read = VTUserKey::userKeyWithContentsOfFile_("userkey/ada.vuk"_ns);
+    ASSERT_NE(read, nullptr);
+    std::string plain = LXSecure::bytesOf(NSArchiver::archivedDataWithRootObject_(read));
+    EXPECT_EQ(plain.find("secret"), std::string::npos);
+    EXPECT_TRUE(VTUserKey::key_matchesPassword_(read, "secret"_ns));
+    EXPECT_FALSE(VTUserKey::key_matchesPassword_(read, "secreT"_ns));
+    LXSecureIdentity unlocked;
+    EXPECT_FALSE(VTUserKey::unlock(read, "secreT", &unlocked));
+    ASSERT_TRUE(VTUserKey::unlock(read, "secret", &unlocked));
+    EXPECT_EQ(unlocked.signSecret, anchor.signSecret);
+    EXPECT_EQ(unlocked.sealSecret, anchor.sealSecret);
+    EXPECT_EQ(unlocked.anchor, anchor.anchor);
+    EXPECT_EQ(unlocked.certificate.uniqueId, "u-1");
+
+    // A user's key, certified by the anchor's.
+    NSMutableDictionary* user = key("Bob Baker/Works/Acme", "u-2");
+    LXSecureIdentity bob;
+    ASSERT_TRUE(VTUserKey::makeSecure(user, "bob-pw", &anchor, &bob));
+    EXPECT_EQ(bob.anchor, anchor.anchor);
+    EXPECT_TRUE(bob.certificate.isCertifiedBy(anchor.anchor));
+    EXPECT_NE(bob.certificate.signPublic, anchor.anchor);
+    // No record id, nothing to bind the keys to.
+    NSMutableDictionary* first = key("Eve Evans/Works/Acme", nullptr);
+    EXPECT_FALSE(VTUserKey::makeSecure(first, "x", &anchor, nullptr));
+    // A plain key compares its password as it stands.
+    EXPECT_TRUE(VTUserKey::key_matchesPassword_(key("A B/C/D", "u-3"), "secret"_ns));
 }
 
 }  // namespace
