@@ -31,17 +31,11 @@ bool probeMinimized(void* window) { return IsIconic(hwndOf(window)) != 0; }
 
 void probeSetEnvironment(const char* name, const char* value) {
     SetEnvironmentVariableA(name, value);
-    // The platform layer's getenv reads the C library's copy: glibc's
-    // under Winelib, the Windows runtime's in the Windows flavour (where an
-    // empty value removes the variable).
-#if defined(__MINGW32__)
-    _putenv_s(name, value ? value : "");
-#else
+    // The platform layer's getenv reads the C library's copy.
     if (value)
         setenv(name, value, 1);
     else
         unsetenv(name);
-#endif
 }
 
 namespace {
