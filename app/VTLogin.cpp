@@ -5,40 +5,28 @@
 #include "app/VTWorkspace.h"
 #include "foundation/Foundation.h"
 #include "sheets/VTSheet.h"
+#include "sheets/VTSheetDelegate.h"
 #include "toolkit/NSApplication.h"
 #include "toolkit/NSButton.h"
 #include "toolkit/NSImage.h"
 #include "toolkit/NSStatusBar.h"
 #include "toolkit/NSTabView.h"
-#include "toolkit/NSTableView.h"
 #include "toolkit/NSTextField.h"
 #include "toolkit/NSWindow.h"
 
 namespace {
 
-// Builds the sheet's screen in the tab's page. A sheet that builds its own
-// screen (show:) does so; otherwise the page holds the sheet's record
-// table at the frame the sheet gave it. Without a native side
+// Builds the sheet's screen in the tab's page. Without a native side
 // (vantor-admin, native tests) a tab has no page and nothing is built.
 void showSheetInPage(VTSheet* sheet, NSView* page) {
-    if (!page) return;
-    static const SEL show = NS_SEL("show:");
-    if (sheet->respondsToSelector_(show)) {
-        NSSend<void>(sheet, show, static_cast<NSObject*>(page));
-        return;
-    }
-    NSTableView* table = sheet->sheetTableView();
-    if (table) page->addSubview_(table);
+    if (page) sheet->show_(page);
 }
 
 // The main window's delegate: the sheets' window delegate, made without a
 // sheet, which keeps the tab view, the hint line and the tables fitted to
-// the window. It belongs to the sheets' window code and is found by name.
+// the window.
 void giveMainWindowItsDelegate(NSWindow* window) {
-    Class delegateClass = NSClassFromString("VTSheetDelegate"_ns);
-    if (!delegateClass) return;
-    NSObject* delegate = delegateClass->alloc()->init();
-    window->setDelegate_(NSAutorelease(delegate));
+    window->setDelegate_(NSAutorelease(VTSheetDelegate::alloc()->init()));
 }
 
 // The tray icon. Its title is the tip and must be in place before the
@@ -71,9 +59,8 @@ void VTLogin::perform() {
     w.loginButton->setHidden_(true);
 
     w.workspace->startTransceiver();
-    // The data server. An operation the workspace does not have is ignored,
-    // like any unknown message: then the client runs without it.
-    NSSend<void>(w.workspace, NS_SEL("startDataServer"));
+    // A data server whose port is taken costs its log line only.
+    w.workspace->startDataServer();
 
     NSArray* sheets = w.visibleSheets;
     for (uint32_t i = 0, n = sheets->count(); i < n; i++) {
