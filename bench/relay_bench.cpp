@@ -54,6 +54,7 @@
 #include <vector>
 
 #include "BenchProcess.h"
+#include "SaveDelta.h"
 #include "foundation/Foundation.h"
 #include "storage/LXContainer.h"
 #include "storage/NSArchiver.h"
@@ -72,36 +73,6 @@ const char* kAddressee = "Jane Doe/R&D/Acme-2";
 
 NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
 
-// What a Save of one record of a 12-field sheet sends: the "set" contents
-// with the changed fields and the whole record, reserved keys included.
-LXDelta* saveDelta(int n) {
-    static const char* names[12] = {"name",  "firstName", "company", "unit",    "street", "city",
-                                    "phone", "mobile",    "email",   "country", "status", "notes"};
-    NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(10);
-    NSMutableArray* fields = NSMutableArray::array();
-    for (int i = 0; i < 12; i++) {
-        record->setObject_forKey_(
-                ns(std::string(names[i]) + " value " + std::to_string(n) + " of a typical record"),
-                ns(names[i]));
-        fields->addObject_(ns(names[i]));
-    }
-    record->setObject_forKey_(ns(std::to_string(100000 + n)), "__recordId"_ns);
-    record->setObject_forKey_("2024-03-01 09:30:00"_ns, "__created"_ns);
-    record->setObject_forKey_(ns(kSender), "__creator"_ns);
-    record->setObject_forKey_("2024-03-02 14:05:00"_ns, "__modified"_ns);
-    record->setObject_forKey_(ns(kSender), "__modifier"_ns);
-    NSMutableDictionary* contents = NSMutableDictionary::dictionaryWithCapacity_(10);
-    contents->setObject_forKey_("set"_ns, "action"_ns);
-    contents->setObject_forKey_(fields, "fields"_ns);
-    contents->setObject_forKey_("contacts"_ns, "sheet"_ns);
-    contents->setObject_forKey_(record, "object"_ns);
-    LXDelta* delta = LXDelta::deltaWithPool_sender_contents_(
-            LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)),
-            LXUser::userWithString_(ns(kSender)), contents);
-    delta->setAddressee_(LXUser::userWithString_(ns(kAddressee)));
-    return delta;
-}
-
 NSData* archiveOf(NSObject* object) {
     NSMutableData* data = NSMutableData::data();
     NSArchiver* archiver = NSArchiver::alloc()->initForWritingWithMutableData_(data);
@@ -112,7 +83,7 @@ NSData* archiveOf(NSObject* object) {
 
 uint32_t deltaSize() {
     NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
-    uint32_t size = archiveOf(saveDelta(1))->length();
+    uint32_t size = archiveOf(saveDelta(1, kSender, kAddressee))->length();
     pool->release();
     return size;
 }
@@ -147,7 +118,7 @@ struct Relay {
         store->beginBatch();
         for (int i = 0; i < kQueue; i++) {
             NSAutoreleasePool* inner = NSAutoreleasePool::alloc()->init();
-            store->set_(saveDelta(i));
+            store->set_(saveDelta(i, kSender, kAddressee));
             inner->release();
         }
         bool written = store->endBatch();
@@ -232,7 +203,7 @@ void BM_RelayDeposit(benchmark::State& state, bool fsync, int clients) {
     std::string archive;
     {
         NSAutoreleasePool* pool = NSAutoreleasePool::alloc()->init();
-        NSData* bytes = archiveOf(saveDelta(kQueue));
+        NSData* bytes = archiveOf(saveDelta(kQueue, kSender, kAddressee));
         void* copy = bytes->bytes();
         archive.assign(static_cast<const char*>(copy), bytes->length());
         std::free(copy);

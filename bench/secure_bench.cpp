@@ -39,6 +39,7 @@
 #include <vector>
 
 #include "BenchProcess.h"
+#include "SaveDelta.h"
 #include "foundation/Foundation.h"
 #include "storage/NSArchiver.h"
 #include "storage/NSUnarchiver.h"
@@ -53,8 +54,8 @@ namespace {
 using namespace vt_bench;
 
 constexpr int kDeltas = 500;
-
-NSString* ns(const std::string& text) { return NSString::stringWithUTF8String_(text.c_str()); }
+const char* const kSender = "John Smith/Sales/Acme-2";
+const char* const kAddressee = "Jane Doe/R&D/Acme-3";
 
 LXSecureIdentity makeUser(const std::string& id, const LXSecureIdentity* anchor) {
     LXSecureIdentity user;
@@ -81,30 +82,6 @@ Users& users() {
         return new Users();
     }();
     return *made;
-}
-
-LXDelta* saveDelta(int n) {
-    static const char* names[12] = {"name",  "firstName", "company", "unit",    "street", "city",
-                                    "phone", "mobile",    "email",   "country", "status", "notes"};
-    NSMutableDictionary* record = NSMutableDictionary::dictionaryWithCapacity_(10);
-    NSMutableArray* fields = NSMutableArray::array();
-    for (int i = 0; i < 12; i++) {
-        record->setObject_forKey_(
-                ns(std::string(names[i]) + " value " + std::to_string(n) + " of a typical record"),
-                ns(names[i]));
-        fields->addObject_(ns(names[i]));
-    }
-    record->setObject_forKey_(ns(std::to_string(100000 + n)), "__recordId"_ns);
-    NSMutableDictionary* contents = NSMutableDictionary::dictionaryWithCapacity_(10);
-    contents->setObject_forKey_("set"_ns, "action"_ns);
-    contents->setObject_forKey_(fields, "fields"_ns);
-    contents->setObject_forKey_("contacts"_ns, "sheet"_ns);
-    contents->setObject_forKey_(record, "object"_ns);
-    LXDelta* delta = LXDelta::deltaWithPool_sender_contents_(
-            LXPool::poolWithName_(NSString::stringWithUTF8String_(LXPool::kReplicationPoolName)),
-            LXUser::userWithString_("John Smith/Sales/Acme-2"_ns), contents);
-    delta->setAddressee_(LXUser::userWithString_("Jane Doe/R&D/Acme-3"_ns));
-    return delta;
 }
 
 // One relay process per mode, made at its first benchmark.
@@ -253,7 +230,7 @@ void BM_RelayDeposit(benchmark::State& state, bool secure) {
     NSAutoreleasePoolScope setUp;
     Relay* r = relay(state, secure);
     if (!r) return;
-    std::vector<std::string> archives(kDeltas, prepare(saveDelta(1), secure));
+    std::vector<std::string> archives(kDeltas, prepare(saveDelta(1, kSender, kAddressee), secure));
     int acknowledged = 0;
     auto t0 = std::chrono::steady_clock::now();
     for (auto _ : state) {
@@ -290,7 +267,7 @@ void BM_EndToEnd(benchmark::State& state, bool secure) {
         std::vector<std::string> archives;
         for (int i = 0; i < kDeltas; i++) {
             NSAutoreleasePoolScope pool;
-            archives.push_back(prepare(saveDelta(i), secure));
+            archives.push_back(prepare(saveDelta(i, kSender, kAddressee), secure));
         }
         deposit(r->port, archives, secure);
         received = collect(r->port, secure, [&](NSData* data) { return receive(data, secure); });
